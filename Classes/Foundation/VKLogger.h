@@ -1,0 +1,128 @@
+// The library's log: every failure that is not returned to the caller is written here, with a
+// level, the module "VessanUtilities", the object's class, the operation's full name and the
+// object's address. Where entries go is decided by pluggable sinks (standard error by default).
+#pragma once
+
+#include "Foundation/VKExport.h"
+#include "Foundation/VKFormat.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <QVariantMap>
+
+#include <memory>
+#include <mutex>
+
+enum class VKLogLevel { Error, Info };
+
+// "error" or "info".
+VK_EXPORT QString VKLogLevelName(VKLogLevel level);
+
+// Who wrote an entry: the class name, the operation's full name in the form
+// "-[VKFileSequence parseIdentifier:]" and the object's address (null for class operations).
+struct VK_EXPORT VKLogContext
+{
+    QString className;
+    QString prettyFunctionOutput;
+    const void *pointer = nullptr;
+};
+
+struct VK_EXPORT VKLogEntry
+{
+    VKLogLevel level = VKLogLevel::Error;
+    QString module;
+    QString className;
+    QString prettyFunctionOutput;
+    QString pointer; // the address as "%p" prints it
+    QString message;
+    QDateTime timestamp; // UTC
+
+    // The context record: "class", "prettyFunctionOutput" and "pointer".
+    QVariantMap context() const;
+    // One readable line: "<level> VessanUtilities <prettyFunctionOutput> <class> <pointer>: <message>".
+    QString line() const;
+};
+
+class VK_EXPORT VKLogSink
+{
+public:
+    virtual ~VKLogSink();
+    // Called from whichever thread logs; implementations must be thread-safe.
+    virtual void write(const VKLogEntry &entry) = 0;
+};
+
+// Writes each entry as one line on standard error, prefixed with the local time.
+class VK_EXPORT VKStandardErrorLogSink : public VKLogSink
+{
+public:
+    void write(const VKLogEntry &entry) override;
+
+private:
+    std::mutex m_mutex;
+};
+
+// Keeps every entry in memory; for tests and for hosts that show the log themselves.
+class VK_EXPORT VKCapturingLogSink : public VKLogSink
+{
+public:
+    void write(const VKLogEntry &entry) override;
+    QList<VKLogEntry> entries() const;
+    QStringList messages() const;
+    void clear();
+
+private:
+    mutable std::mutex m_mutex;
+    QList<VKLogEntry> m_entries;
+};
+
+// Sends entries to the systemd journal: MESSAGE, PRIORITY (3 for error, 6 for info),
+// SYSLOG_IDENTIFIER "VessanUtilities" and the context as VK_MODULE, VK_CLASS,
+// VK_PRETTY_FUNCTION and VK_POINTER.
+class VK_EXPORT VKJournalLogSink : public VKLogSink
+{
+public:
+    void write(const VKLogEntry &entry) override;
+};
+
+class VK_EXPORT VKLogger
+{
+public:
+    static VKLogger &shared();
+
+    static constexpr char moduleName[] = "VessanUtilities";
+
+    void addSink(std::shared_ptr<VKLogSink> sink);
+    void removeSink(const std::shared_ptr<VKLogSink> &sink);
+    void setSinks(QList<std::shared_ptr<VKLogSink>> sinks);
+    QList<std::shared_ptr<VKLogSink>> sinks() const;
+    // Back to one standard-error sink.
+    void resetSinks();
+
+    void write(const VKLogEntry &entry);
+    void write(VKLogLevel level, const VKLogContext &context, const QString &message);
+
+    // VKLogger::log(VKLogLevel::Error, {"VKCalc", "-[VKCalc setFrameRate:drop:]", this},
+    //               "Unknown framerate: %f this message will only be logged once", rate);
+    template <typename... Args>
+    static void log(VKLogLevel level, const VKLogContext &context, const QString &format,
+                    const Args &...arguments)
+    {
+        shared().write(level, context, VKFormat::format(format, {VKFormatArgument(arguments)...}));
+    }
+    template <typename... Args>
+    static void error(const VKLogContext &context, const QString &format, const Args &...arguments)
+    {
+        log(VKLogLevel::Error, context, format, arguments...);
+    }
+    template <typename... Args>
+    static void info(const VKLogContext &context, const QString &format, const Args &...arguments)
+    {
+        log(VKLogLevel::Info, context, format, arguments...);
+    }
+
+private:
+    VKLogger();
+    mutable std::mutex m_mutex;
+    QList<std::shared_ptr<VKLogSink>> m_sinks;
+};

@@ -1,0 +1,6 @@
+#include "Foundation/VKVersion.h"
+
+QString VKLibraryVersion()
+{
+    return QStringLiteral(VK_VERSION_STRING);
+}

@@ -1,0 +1,14 @@
+# Every third-party dependency of the library is found here, once.
+find_package(Qt6 6.2 REQUIRED COMPONENTS Core Gui)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(Oniguruma REQUIRED IMPORTED_TARGET oniguruma)
+pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
+find_package(Threads REQUIRED)
+
+if(VK_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(VK_BUILD_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,41 @@
+# Installation: the library, its headers (same tree as Classes/ under include/VessanUtilities/),
+# a CMake package config and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS VessanUtilities EXPORT VessanUtilitiesTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+foreach(sub IN LISTS VK_ENABLED_SUBSYSTEMS)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/Classes/${sub}
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VessanUtilities
+        FILES_MATCHING PATTERN "*.h")
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/Classes/VessanUtilities.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VessanUtilities)
+install(FILES ${PROJECT_BINARY_DIR}/Classes/generated/Foundation/VKVersionConfig.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VessanUtilities/Foundation)
+if(EXISTS ${PROJECT_SOURCE_DIR}/resources)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/resources/
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/VessanUtilities)
+endif()
+
+install(EXPORT VessanUtilitiesTargets
+    NAMESPACE VessanUtilities::
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VessanUtilities)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/VessanUtilitiesConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/VessanUtilitiesConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VessanUtilities)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/VessanUtilitiesConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/VessanUtilitiesConfig.cmake
+    ${PROJECT_BINARY_DIR}/VessanUtilitiesConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VessanUtilities)
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/VessanUtilities.pc.in
+    ${PROJECT_BINARY_DIR}/VessanUtilities.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/VessanUtilities.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

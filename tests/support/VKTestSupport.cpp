@@ -1,0 +1,83 @@
+#include "VKTestSupport.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+#include <stdexcept>
+
+VKTempDir::VKTempDir() : m_dir(QDir::tempPath() + QStringLiteral("/vktest-XXXXXX"))
+{
+    if (!m_dir.isValid())
+        throw std::runtime_error("cannot create a temporary folder");
+}
+
+QString VKTempDir::path() const
+{
+    return m_dir.path();
+}
+
+QString VKTempDir::filePath(const QString &relative) const
+{
+    return m_dir.filePath(relative);
+}
+
+QString VKTempDir::writeFile(const QString &relative, const QByteArray &contents) const
+{
+    const QString full = filePath(relative);
+    QDir().mkpath(QFileInfo(full).absolutePath());
+    QFile file(full);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw std::runtime_error(("cannot write " + full).toStdString());
+    file.write(contents);
+    return full;
+}
+
+QString VKTempDir::makeDir(const QString &relative) const
+{
+    const QString full = filePath(relative);
+    QDir().mkpath(full);
+    return full;
+}
+
+VKLogCapture::VKLogCapture() : m_sink(std::make_shared<VKCapturingLogSink>())
+{
+    m_previous = VKLogger::shared().sinks();
+    VKLogger::shared().setSinks({m_sink});
+}
+
+VKLogCapture::~VKLogCapture()
+{
+    VKLogger::shared().setSinks(m_previous);
+}
+
+bool vkWaitUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return condition();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QCoreApplication::sendPostedEvents();
+        QThread::usleep(200);
+    }
+    return true;
+}
+
+void vkSpinEventLoop(int ms)
+{
+    QDeadlineTimer deadline(ms);
+    while (!deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::usleep(200);
+    }
+}
+
+QString vkTestBinaryPath(const QString &name)
+{
+    return QCoreApplication::applicationDirPath() + u'/' + name;
+}

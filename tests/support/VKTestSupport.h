@@ -1,0 +1,56 @@
+// Shared helpers of the test suites: temporary folders, log capture and waiting on the event
+// loop for a condition.
+#pragma once
+
+#include "Foundation/VKLogger.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <functional>
+#include <memory>
+
+// A temporary folder removed with everything in it when the object goes.
+class VKTempDir
+{
+public:
+    VKTempDir();
+    QString path() const;
+    QString filePath(const QString &relative) const;
+    // Writes a file (creating its folders) and answers its full path.
+    QString writeFile(const QString &relative, const QByteArray &contents = {}) const;
+    QString makeDir(const QString &relative) const;
+
+private:
+    QTemporaryDir m_dir;
+};
+
+// While alive, every log entry goes to an in-memory sink instead of standard error.
+class VKLogCapture
+{
+public:
+    VKLogCapture();
+    ~VKLogCapture();
+    VKLogCapture(const VKLogCapture &) = delete;
+    VKLogCapture &operator=(const VKLogCapture &) = delete;
+
+    QList<VKLogEntry> entries() const { return m_sink->entries(); }
+    QStringList messages() const { return m_sink->messages(); }
+    void clear() { m_sink->clear(); }
+
+private:
+    std::shared_ptr<VKCapturingLogSink> m_sink;
+    QList<std::shared_ptr<VKLogSink>> m_previous;
+};
+
+// Turns the current thread's event loop until `condition` holds or `timeoutMs` passes;
+// answers whether the condition held.
+bool vkWaitUntil(const std::function<bool()> &condition, int timeoutMs = 5000);
+
+// Turns the current thread's event loop for about `ms` milliseconds (for "nothing happens"
+// checks only; ordering is never tested with it).
+void vkSpinEventLoop(int ms);
+
+// Path of a helper program built beside the test executable.
+QString vkTestBinaryPath(const QString &name);
