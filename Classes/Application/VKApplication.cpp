@@ -1,0 +1,418 @@
+#include "Application/VKApplication.h"
+
+#include "Application/VKLenientNumber.h"
+#include "Foundation/VKException.h"
+#include "Foundation/VKLogger.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QEventLoop>
+#include <QFile>
+#include <QThread>
+#include <QTimer>
+
+#include <plist/plist.h>
+
+#include <cstdio>
+#include <limits>
+#include <typeinfo>
+
+namespace {
+
+constexpr int VKApplicationPollInterval = 200; // milliseconds between tests of `finished`
+
+// Property-list values as the dictionary factories read them.
+QVariant variantFromPlist(plist_t node)
+{
+    switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return QVariant(value != 0);
+    }
+    case PLIST_UINT: {
+        // Integers are stored as 64-bit patterns; negative ones come back in two's complement.
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        return QVariant(static_cast<qlonglong>(value));
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        return QVariant(value);
+    }
+    case PLIST_STRING: {
+        uint64_t length = 0;
+        const char *text = plist_get_string_ptr(node, &length);
+        return QVariant(QString::fromUtf8(text, static_cast<qsizetype>(length)));
+    }
+    case PLIST_DATA: {
+        uint64_t length = 0;
+        const char *data = plist_get_data_ptr(node, &length);
+        return QVariant(QByteArray(data, static_cast<qsizetype>(length)));
+    }
+    case PLIST_DATE: {
+        int32_t seconds = 0;
+        int32_t microseconds = 0;
+        plist_get_date_val(node, &seconds, &microseconds);
+        const QDateTime reference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
+        return QVariant(reference.addMSecs(qint64(seconds) * 1000 + microseconds / 1000));
+    }
+    case PLIST_ARRAY: {
+        QVariantList list;
+        const uint32_t count = plist_array_get_size(node);
+        for (uint32_t i = 0; i < count; ++i)
+            list.append(variantFromPlist(plist_array_get_item(node, i)));
+        return list;
+    }
+    case PLIST_DICT: {
+        QVariantMap map;
+        plist_dict_iter iterator = nullptr;
+        plist_dict_new_iter(node, &iterator);
+        for (;;) {
+            char *key = nullptr;
+            plist_t value = nullptr;
+            plist_dict_next_item(node, iterator, &key, &value);
+            if (!key)
+                break;
+            map.insert(QString::fromUtf8(key), variantFromPlist(value));
+            std::free(key);
+        }
+        std::free(iterator);
+        return map;
+    }
+    case PLIST_UID: {
+        uint64_t value = 0;
+        plist_get_uid_val(node, &value);
+        return QVariant(static_cast<qulonglong>(value));
+    }
+    default:
+        return QVariant();
+    }
+}
+
+// The root dictionary of a property-list file (XML or binary), or nothing.
+std::optional<QVariantMap> readPropertyListDictionary(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray data = file.readAll();
+    if (data.size() > qsizetype(std::numeric_limits<uint32_t>::max()))
+        return std::nullopt;
+    plist_t root = nullptr;
+    plist_from_memory(data.constData(), static_cast<uint32_t>(data.size()), &root);
+    if (!root)
+        return std::nullopt;
+    std::optional<QVariantMap> result;
+    if (plist_get_node_type(root) == PLIST_DICT)
+        result = variantFromPlist(root).toMap();
+    plist_free(root);
+    return result;
+}
+
+// Groups of `size` strings, read up to the end or the first null string, each group made into
+// one configuration by `make`.
+template <typename Make>
+VKApplicationOptionConfigurationList configurationsFromGroups(const QStringList &items,
+                                                              qsizetype size, Make make)
+{
+    qsizetype count = 0;
+    while (count < items.size() && !items.at(count).isNull())
+        ++count;
+    if (count % size != 0)
+        VKException::raise(VKInvalidArgumentException,
+                           QStringLiteral("number of variable arguments must be a multiple of %d"),
+                           int(size));
+    VKApplicationOptionConfigurationList result;
+    for (qsizetype i = 0; i < count; i += size)
+        result.append(make(items.mid(i, size)));
+    return result;
+}
+
+qint32 parameterTypeFromName(const QString &name)
+{
+    if (name == QLatin1String("float"))
+        return VKApplicationParameterTypeFloat;
+    if (name == QLatin1String("int"))
+        return VKApplicationParameterTypeInteger;
+    return VKApplicationParameterTypeString;
+}
+
+std::shared_ptr<VKApplicationOptionConfiguration>
+configurationWithIdentifier(const QString &identifier,
+                            const VKApplicationOptionConfigurationList &configurations,
+                            QString (VKApplicationOptionConfiguration::*getter)() const)
+{
+    if (identifier.isNull())
+        return nullptr;
+    for (const auto &configuration : configurations) {
+        if (!configuration)
+            continue;
+        const QString candidate = ((*configuration).*getter)();
+        // QString() == QString("") in Qt; a null identifier must not match an empty token.
+        if (!candidate.isNull() && candidate == identifier)
+            return configuration;
+    }
+    return nullptr;
+}
+
+// A configuration without a long identifier cannot be reported in the parse result.
+void requireLongIdentifier(const VKApplicationOptionConfiguration &configuration,
+                           const QString &token)
+{
+    if (configuration.longIdentifier().isNull())
+        VKException::raise(VKInvalidArgumentException,
+                           QStringLiteral("the option configuration matching \"%@\" has no long "
+                                          "identifier"),
+                           token);
+}
+
+} // namespace
+
+VKApplication::VKApplication() = default;
+
+VKApplication::~VKApplication() = default;
+
+void VKApplication::setFinished(bool finished)
+{
+    m_finished.store(finished);
+    if (!finished || m_waitThread.load() != QThread::currentThread() || !m_waitLoop)
+        return;
+    // Let the events queued so far run, then stop waiting without the rest of the poll slice.
+    QMetaObject::invokeMethod(m_waitLoop.data(), &QEventLoop::quit, Qt::QueuedConnection);
+}
+
+qint64 VKApplication::runWithDelegateClass(const VKApplicationDelegateClass &delegateClass,
+                                           const QStringList &rawArguments)
+{
+    m_delegateClass = delegateClass;
+    m_state.store(State::DelegateRunning);
+    setDelegate(delegateClass.createDelegate());
+    if (!m_delegate) {
+        m_state.store(State::Created);
+        VKException::raise(VKInvalidArgumentException,
+                           QStringLiteral("the delegate class %@ created no delegate"),
+                           delegateClass.className());
+    }
+    const auto arguments =
+        parseRawArguments(rawArguments, delegateClass.applicationConfiguration());
+    m_delegate->application(*this, arguments);
+    waitUntilFinished();
+    m_state.store(State::Finished);
+    return exitCode();
+}
+
+void VKApplication::waitUntilFinished()
+{
+    if (m_finished.load())
+        return;
+    if (!QCoreApplication::instance())
+        VKException::raise(VKInternalInconsistencyException,
+                           QStringLiteral("VKApplication needs a QCoreApplication to wait for its "
+                                          "delegate; run tools with "
+                                          "VKRunApplicationWithDelegateClass"));
+    m_state.store(State::Waiting);
+    QEventLoop loop;
+    QTimer poll;
+    poll.setInterval(VKApplicationPollInterval);
+    QObject::connect(&poll, &QTimer::timeout, &loop, [this, &loop] {
+        if (m_finished.load())
+            loop.quit();
+    });
+    m_waitLoop = &loop;
+    m_waitThread.store(QThread::currentThread());
+    poll.start();
+    while (!m_finished.load())
+        loop.exec();
+    m_waitThread.store(nullptr);
+    m_waitLoop = nullptr;
+}
+
+std::shared_ptr<VKApplicationArguments>
+VKApplication::parseRawArguments(const QStringList &rawArguments,
+                                 const std::shared_ptr<VKApplicationConfiguration> &configuration)
+{
+    const VKApplicationOptionConfigurationList configurations =
+        configuration ? configuration->optionConfigurations()
+                      : VKApplicationOptionConfigurationList();
+    QStringList arguments;
+    QVariantMap parameters;
+    QStringList options;
+    const qsizetype count = rawArguments.size();
+    for (qsizetype i = 0; i < count; ++i) {
+        const QString &token = rawArguments.at(i);
+        std::shared_ptr<VKApplicationOptionConfiguration> match;
+        if (token.startsWith(u'-') && !token.startsWith(QLatin1String("--")))
+            match = configurationWithShortIdentifier(token.mid(1), configurations);
+        else if (token.startsWith(QLatin1String("--")))
+            match = configurationWithLongIdentifier(token.mid(2), configurations);
+        if (!match) {
+            arguments.append(token);
+            continue;
+        }
+        requireLongIdentifier(*match, token);
+        // Parameters first: a parameter configuration is a kind of option configuration.
+        if (const auto *parameter =
+                dynamic_cast<const VKApplicationParameterConfiguration *>(match.get())) {
+            if (i + 1 >= count)
+                continue; // a parameter without a value is dropped
+            const QString &text = rawArguments.at(++i);
+            QVariant value;
+            if (parameter->parameterType() == VKApplicationParameterTypeFloat)
+                value = QVariant(VKLenientNumber::floatValue(text));
+            else if (parameter->parameterType() == VKApplicationParameterTypeInteger)
+                value = QVariant(VKLenientNumber::intValue(text));
+            else
+                value = QVariant(text);
+            parameters.insert(parameter->longIdentifier(), value);
+        } else {
+            options.append(match->longIdentifier());
+        }
+    }
+    return std::make_shared<VKApplicationArguments>(arguments, parameters, options);
+}
+
+std::shared_ptr<VKApplicationOptionConfiguration> VKApplication::configurationWithShortIdentifier(
+    const QString &identifier, const VKApplicationOptionConfigurationList &configurations)
+{
+    return configurationWithIdentifier(identifier, configurations,
+                                       &VKApplicationOptionConfiguration::shortIdentifier);
+}
+
+std::shared_ptr<VKApplicationOptionConfiguration> VKApplication::configurationWithLongIdentifier(
+    const QString &identifier, const VKApplicationOptionConfigurationList &configurations)
+{
+    return configurationWithIdentifier(identifier, configurations,
+                                       &VKApplicationOptionConfiguration::longIdentifier);
+}
+
+void VKApplication::printUsage() const
+{
+    if (!m_delegateClass)
+        return;
+    const QByteArray text = usageText(m_delegateClass->applicationConfiguration()).toUtf8();
+    std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    std::fflush(stdout);
+}
+
+QString VKApplication::usageText(const std::shared_ptr<VKApplicationConfiguration> &configuration)
+{
+    if (!configuration)
+        return QStringLiteral("\n\n\n\n");
+    QString text = configuration->usagePrefix() + QStringLiteral("\n\n");
+    const VKApplicationOptionConfigurationList configurations =
+        configuration->optionConfigurations();
+    if (!configurations.isEmpty())
+        text += QStringLiteral("OPTIONS\n");
+    for (const auto &item : configurations) {
+        if (!item)
+            continue;
+        // Exact classes only: derived configuration classes describe themselves elsewhere.
+        const std::type_info &type = typeid(*item);
+        if (type == typeid(VKApplicationOptionConfiguration)) {
+            text += QStringLiteral("\t-") + item->shortIdentifier() + QStringLiteral(", --") +
+                    item->longIdentifier() + u'\n';
+        } else if (type == typeid(VKApplicationParameterConfiguration)) {
+            const auto &parameter = static_cast<const VKApplicationParameterConfiguration &>(*item);
+            text += QStringLiteral("\t-") + parameter.shortIdentifier() + QStringLiteral(", --") +
+                    parameter.longIdentifier() + QStringLiteral(" <") + parameter.parameterName() +
+                    QStringLiteral(">\n");
+        } else {
+            continue;
+        }
+        text += QStringLiteral("\t\t") + item->usageDescription() + QStringLiteral("\n\n");
+    }
+    text += u'\n' + configuration->usageSuffix() + u'\n';
+    return text;
+}
+
+VKApplicationOptionConfigurationList
+VKApplication::applicationConfigurationFromFileAtPath(const QString &path)
+{
+    const std::optional<QVariantMap> dictionary = readPropertyListDictionary(path);
+    if (!dictionary)
+        return {};
+    VKApplicationOptionConfigurationList result;
+    for (const QVariant &entry : dictionary->value(VKApplicationConfigurationParameters).toList()) {
+        if (entry.metaType().id() == QMetaType::QVariantMap)
+            result.append(
+                VKApplicationParameterConfiguration::parameterConfigurationFromDictionary(
+                    entry.toMap()));
+    }
+    for (const QVariant &entry : dictionary->value(VKApplicationConfigurationOptions).toList()) {
+        if (entry.metaType().id() == QMetaType::QVariantMap)
+            result.append(
+                VKApplicationOptionConfiguration::optionConfigurationFromDictionary(entry.toMap()));
+    }
+    return result;
+}
+
+VKApplicationOptionConfigurationList
+VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+    std::initializer_list<QString> items)
+{
+    return parametersWithLongIdentifierShortIdentifierUsageTypeAndName(QStringList(items));
+}
+
+VKApplicationOptionConfigurationList
+VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+    const QStringList &items)
+{
+    return configurationsFromGroups(items, 5, [](const QStringList &group) {
+        return VKApplicationParameterConfiguration::parameterConfigurationWithLongIdentifier(
+            group[0], group[1], group[2], parameterTypeFromName(group[3]), group[4]);
+    });
+}
+
+VKApplicationOptionConfigurationList
+VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+    std::initializer_list<QString> items)
+{
+    return optionsWithLongIdentifierShortIdentifierAndUsage(QStringList(items));
+}
+
+VKApplicationOptionConfigurationList
+VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(const QStringList &items)
+{
+    return configurationsFromGroups(items, 3, [](const QStringList &group) {
+        return VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
+            group[0], group[1], group[2]);
+    });
+}
+
+int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegateClass, int argc,
+                                      char **argv)
+{
+    QStringList rawArguments;
+    for (int i = 1; i < argc && argv && argv[i]; ++i)
+        rawArguments.append(QString::fromUtf8(argv[i]));
+
+    // The application object keeps a reference to the count, so it lives in this frame.
+    int applicationArgc = argv ? argc : 0;
+    char *noArguments[] = {nullptr};
+    std::unique_ptr<QCoreApplication> ownApplication;
+    if (!QCoreApplication::instance())
+        ownApplication =
+            std::make_unique<QCoreApplication>(applicationArgc, argv ? argv : noArguments);
+
+    int result = 1;
+    {
+        VKApplication application;
+        try {
+            result = static_cast<int>(application.runWithDelegateClass(delegateClass,
+                                                                       rawArguments));
+        } catch (const VKException &exception) {
+            VKLogger::error({QStringLiteral("VKApplication"),
+                             QStringLiteral("VKRunApplicationWithDelegateClass"), &application},
+                            QStringLiteral("%@ stopped the run: %@"), exception.name(),
+                            exception.reason());
+        } catch (const std::exception &exception) {
+            VKLogger::error({QStringLiteral("VKApplication"),
+                             QStringLiteral("VKRunApplicationWithDelegateClass"), &application},
+                            QStringLiteral("an exception stopped the run: %s"), exception.what());
+        }
+    }
+    std::fflush(stdout);
+    return result;
+}

@@ -1,0 +1,92 @@
+#include "Application/VKLenientNumber.h"
+
+#include <clocale>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <locale.h>
+#include <string>
+
+namespace {
+
+qsizetype skipSpace(const QString &text)
+{
+    qsizetype i = 0;
+    while (i < text.size() && text.at(i).isSpace())
+        ++i;
+    return i;
+}
+
+bool isDigit(const QString &text, qsizetype i)
+{
+    return i < text.size() && text.at(i) >= u'0' && text.at(i) <= u'9';
+}
+
+} // namespace
+
+qint32 VKLenientNumber::intValue(const QString &text)
+{
+    qsizetype i = skipSpace(text);
+    bool negative = false;
+    if (i < text.size() && (text.at(i) == u'+' || text.at(i) == u'-')) {
+        negative = text.at(i) == u'-';
+        ++i;
+    }
+    // Accumulate as a negative number so that INT_MIN needs no special case.
+    constexpr qint64 lowest = std::numeric_limits<qint32>::min();
+    qint64 value = 0;
+    for (; isDigit(text, i); ++i) {
+        value = value * 10 - (text.at(i).unicode() - u'0');
+        if (value < lowest - 1)
+            value = lowest - 1; // keeps the overflow sticky without growing further
+    }
+    if (negative)
+        return value < lowest ? std::numeric_limits<qint32>::min() : static_cast<qint32>(value);
+    return -value > std::numeric_limits<qint32>::max() ? std::numeric_limits<qint32>::max()
+                                                       : static_cast<qint32>(-value);
+}
+
+double VKLenientNumber::doubleValue(const QString &text)
+{
+    qsizetype i = skipSpace(text);
+    std::string number;
+    if (i < text.size() && (text.at(i) == u'+' || text.at(i) == u'-')) {
+        if (text.at(i) == u'-')
+            number += '-';
+        ++i;
+    }
+    bool sawDigit = false;
+    for (; isDigit(text, i); ++i, sawDigit = true)
+        number += static_cast<char>(text.at(i).unicode());
+    if (i < text.size() && text.at(i) == u'.') {
+        number += '.';
+        for (++i; isDigit(text, i); ++i, sawDigit = true)
+            number += static_cast<char>(text.at(i).unicode());
+    }
+    if (!sawDigit)
+        return 0.0;
+    if (i < text.size() && (text.at(i) == u'e' || text.at(i) == u'E')) {
+        qsizetype j = i + 1;
+        std::string exponent = "e";
+        if (j < text.size() && (text.at(j) == u'+' || text.at(j) == u'-'))
+            exponent += static_cast<char>(text.at(j++).unicode());
+        if (isDigit(text, j)) {
+            for (; isDigit(text, j); ++j)
+                exponent += static_cast<char>(text.at(j).unicode());
+            number += exponent;
+        }
+    }
+    // strtod_l in the C locale: the text is already cut to its numeric prefix, and strtod's
+    // overflow and underflow answers (+-HUGE_VAL, 0) are the ones wanted.
+    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
+    const double value = strtod_l(number.c_str(), nullptr, cLocale);
+    return value;
+}
+
+float VKLenientNumber::floatValue(const QString &text)
+{
+    const double value = doubleValue(text);
+    if (std::isfinite(value) && std::fabs(value) > std::numeric_limits<float>::max())
+        return value < 0 ? -HUGE_VALF : HUGE_VALF;
+    return static_cast<float>(value);
+}
