@@ -94,6 +94,8 @@ QVariant variantFromPlist(plist_t node)
 // The root dictionary of a property-list file (XML or binary), or nothing.
 std::optional<QVariantMap> readPropertyListDictionary(const QString &path)
 {
+    if (path.isEmpty())
+        return std::nullopt;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
