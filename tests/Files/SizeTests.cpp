@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <clocale>
 #include <cstdio>
 #include <limits>
 #include <locale.h>
 #include <random>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -256,32 +253,4 @@ TEST(VKFileSize, ParserReadsBackEverySpeedTextToItsPrintedPrecision)
     EXPECT_LT(wrong, 2000);
     EXPECT_EQ(parse(speedText(12500000)), 12500000u);
     EXPECT_EQ(parse(speedText(0)), 0u);
-}
-
-TEST(VKFileSize, TextsFromSeveralThreadsAtOnce)
-{
-    // Table views format rows on worker threads; the unit tables are shared by all of them.
-    std::vector<quint64> counts;
-    std::mt19937_64 random(3);
-    for (int i = 0; i < 2000; ++i)
-        counts.push_back(random() >> (random() % 64));
-    std::vector<QString> expected;
-    for (quint64 count : counts)
-        expected.push_back(speedText(count));
-
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (size_t i = 0; i < counts.size(); ++i) {
-                const QString text = speedText(counts[i]);
-                if (text != expected[i] || parse(text) != parse(expected[i]) ||
-                    VKFileSize::inputUnits().size() != 9)
-                    ++wrong;
-            }
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(wrong.load(), 0);
 }
