@@ -1,0 +1,362 @@
+#include "Foundation/VKClassRegistry.h"
+#include "Foundation/VKException.h"
+#include "Foundation/VKOperationQueue.h"
+
+#include "../support/VKTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QThread>
+
+#include <atomic>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class RecordingOperation : public VKOperationBase
+{
+public:
+    explicit RecordingOperation(std::atomic<int> *clock = nullptr) : m_clock(clock) {}
+    void main() override
+    {
+        for (const auto &dependency : dependencies())
+            if (!dependency->isFinished())
+                ++dependencyViolations;
+        startedAt = m_clock ? (*m_clock)++ : 0;
+        if (release)
+            while (!release->load())
+                QThread::usleep(100);
+        thread = QThread::currentThreadId();
+    }
+    std::atomic<int> *m_clock;
+    std::atomic<bool> *release = nullptr;
+    int startedAt = -1;
+    std::atomic<int> dependencyViolations{0};
+    Qt::HANDLE thread = nullptr;
+};
+
+// Work that begins in start() and ends later on another thread.
+class AsyncOperation : public VKOperationBase
+{
+public:
+    void start() override
+    {
+        changeValueForKey("executing", [&] { m_executing = true; });
+        m_thread = std::thread([this] {
+            QThread::msleep(5);
+            willChangeValueForKey("finished");
+            willChangeValueForKey("executing");
+            m_executing = false;
+            m_finished = true;
+            didChangeValueForKey("executing");
+            didChangeValueForKey("finished");
+        });
+    }
+    ~AsyncOperation() override
+    {
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    bool isExecuting() const override { return m_executing; }
+    bool isFinished() const override { return m_finished; }
+    bool isConcurrent() const override { return true; }
+    QSet<QString> keyPathsForValuesAffectingValueForKey(const QString &key) const override
+    {
+        if (key == "isFinished")
+            return {"finished"};
+        if (key == "isExecuting")
+            return {"executing"};
+        return {};
+    }
+
+private:
+    std::atomic<bool> m_executing{false};
+    std::atomic<bool> m_finished{false};
+    std::thread m_thread;
+};
+
+} // namespace
+
+TEST(Operation, StatesAreAnnouncedInOrderAndWaitingWorks)
+{
+    auto operation = std::make_shared<RecordingOperation>();
+    std::vector<QString> seen;
+    for (const QString key : {"isExecuting", "isFinished", "isCancelled", "isReady"})
+        operation->observe(key, VKKeyValueObservingOptionNew,
+                           [&](VKObservable *, const QString &k, const VKKeyValueChange &change) {
+                               seen.push_back(k + "=" + change.newValue.toString());
+                           });
+    EXPECT_TRUE(operation->isReady());
+    operation->start();
+    EXPECT_EQ(seen, (std::vector<QString>{"isExecuting=true", "isExecuting=false", "isFinished=true"}));
+    operation->waitUntilFinished();
+    try {
+        operation->start();
+        FAIL() << "no exception";
+    } catch (const VKException &exception) {
+        EXPECT_TRUE(exception.reason().endsWith("start]: receiver is finished and cannot be started"));
+    }
+    EXPECT_EQ(operation->valueForKey("isFinished"), QVariant(true));
+    EXPECT_EQ(operation->valueForKey("isConcurrent"), QVariant(false));
+    EXPECT_THROW(operation->valueForKey("isWhatever"), VKException);
+}
+
+TEST(Operation, DependencyThatHasNotFinishedKeepsItWaiting)
+{
+    auto dependency = std::make_shared<RecordingOperation>();
+    auto dependent = std::make_shared<RecordingOperation>();
+    std::vector<bool> readiness;
+    dependent->observe("isReady", VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld,
+                       [&](VKObservable *, const QString &, const VKKeyValueChange &change) {
+                           readiness.push_back(change.oldValue.toBool());
+                           readiness.push_back(change.newValue.toBool());
+                       });
+    dependent->addDependency(dependency);
+    dependent->addDependency(dependency); // once only
+    dependent->addDependency(dependent);  // itself: ignored
+    EXPECT_EQ(dependent->dependencies().size(), 1);
+    EXPECT_FALSE(dependent->isReady());
+    try {
+        dependent->start();
+        FAIL() << "no exception";
+    } catch (const VKException &exception) {
+        EXPECT_TRUE(exception.reason().endsWith("start]: receiver is not yet ready to execute"));
+    }
+    EXPECT_FALSE(dependent->isExecuting());
+
+    VKOperationQueue queue;
+    queue.addOperation(dependent);
+    QThread::msleep(30);
+    EXPECT_EQ(dependent->startedAt, -1);
+    EXPECT_EQ(queue.operations().size(), 1);
+    dependency->start(); // on this thread, outside any queue
+    dependent->waitUntilFinished();
+    EXPECT_EQ(dependent->dependencyViolations.load(), 0);
+    EXPECT_EQ(readiness, (std::vector<bool>{true, false, false, true}));
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(queue.operations().isEmpty());
+    EXPECT_THROW(dependent->addDependency(nullptr), VKException);
+}
+
+TEST(Operation, CancelledOperationFinishesWithoutRunningAndBecomesReady)
+{
+    auto blocker = std::make_shared<RecordingOperation>();
+    auto operation = std::make_shared<RecordingOperation>();
+    operation->addDependency(blocker);
+    int cancelAnnouncements = 0;
+    operation->observe("isCancelled", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
+        ++cancelAnnouncements;
+    });
+    VKOperationQueue queue;
+    queue.addOperation(operation);
+    operation->cancel();
+    operation->cancel();
+    operation->waitUntilFinished();
+    EXPECT_EQ(cancelAnnouncements, 1);
+    EXPECT_EQ(operation->startedAt, -1); // main never ran
+    EXPECT_TRUE(operation->isCancelled());
+    EXPECT_FALSE(blocker->isFinished());
+}
+
+TEST(OperationQueue, TenThousandOperationsWithRandomDependencies)
+{
+    constexpr int count = 10000;
+    std::atomic<int> clock{0};
+    std::vector<std::shared_ptr<RecordingOperation>> operations;
+    std::mt19937 random(42);
+    for (int i = 0; i < count; ++i) {
+        auto operation = std::make_shared<RecordingOperation>(&clock);
+        const int dependencyCount = i == 0 ? 0 : static_cast<int>(random() % 4);
+        for (int k = 0; k < dependencyCount; ++k)
+            operation->addDependency(operations[random() % i]);
+        operations.push_back(operation);
+    }
+    VKOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(4);
+    // Added in reverse, so that most operations wait for ones added later.
+    for (int i = count - 1; i >= 0; --i)
+        queue.addOperation(operations[i]);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(queue.operationCount(), 0);
+    for (const auto &operation : operations) {
+        ASSERT_TRUE(operation->isFinished());
+        ASSERT_EQ(operation->dependencyViolations.load(), 0);
+        for (const auto &dependency : operation->dependencies())
+            ASSERT_LT(std::static_pointer_cast<RecordingOperation>(dependency)->startedAt, operation->startedAt);
+    }
+    EXPECT_EQ(clock.load(), count);
+}
+
+TEST(OperationQueue, HonoursTheConcurrencyLimitAndSuspension)
+{
+    VKOperationQueue queue;
+    EXPECT_EQ(queue.maxConcurrentOperationCount(), VKOperationQueueDefaultMaxConcurrentOperationCount);
+    queue.setMaxConcurrentOperationCount(2);
+    std::atomic<int> inside{0}, most{0};
+    QList<std::shared_ptr<VKOperationBase>> batch;
+    for (int i = 0; i < 12; ++i)
+        batch.append(std::make_shared<RecordingOperation>());
+    std::atomic<int> done{0};
+    auto counting = [&] {
+        const int now = ++inside;
+        int seen = most.load();
+        while (now > seen && !most.compare_exchange_weak(seen, now)) {
+        }
+        QThread::msleep(2);
+        --inside;
+        ++done;
+    };
+    for (int i = 0; i < 12; ++i)
+        queue.addOperationWithBlock(counting);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(done.load(), 12);
+    EXPECT_EQ(most.load(), 2);
+
+    queue.setSuspended(true);
+    std::vector<int> order;
+    std::mutex orderMutex;
+    queue.setMaxConcurrentOperationCount(1);
+    for (int i = 0; i < 3; ++i)
+        queue.addOperationWithBlock([&, i] {
+            std::lock_guard lock(orderMutex);
+            order.push_back(i);
+        });
+    QThread::msleep(20);
+    EXPECT_TRUE(order.empty());
+    EXPECT_EQ(queue.operationCount(), 3);
+    queue.setSuspended(false);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
+
+    queue.addOperations(batch, true);
+    for (const auto &operation : batch)
+        EXPECT_TRUE(operation->isFinished());
+    EXPECT_THROW(queue.setMaxConcurrentOperationCount(-2), VKException);
+}
+
+TEST(OperationQueue, RefusesOperationsItCannotTake)
+{
+    VKOperationQueue first, second;
+    first.setSuspended(true);
+    auto operation = std::make_shared<RecordingOperation>();
+    first.addOperation(operation);
+    try {
+        second.addOperation(operation);
+        FAIL() << "no exception";
+    } catch (const VKException &exception) {
+        EXPECT_EQ(exception.reason(),
+                  "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue");
+    }
+    EXPECT_THROW(first.addOperation(nullptr), VKException);
+    first.setSuspended(false);
+    first.waitUntilAllOperationsAreFinished();
+    try {
+        second.addOperation(operation);
+        FAIL() << "no exception";
+    } catch (const VKException &exception) {
+        EXPECT_EQ(exception.reason(),
+                  "*** -[VKOperationQueue addOperation:]: operation is finished and cannot be enqueued");
+    }
+}
+
+TEST(OperationQueue, ConcurrentOperationsHoldTheirSlotUntilTheyFinish)
+{
+    VKOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(1);
+    auto async = std::make_shared<AsyncOperation>();
+    auto after = std::make_shared<RecordingOperation>();
+    bool asyncFinishedFirst = false;
+    queue.addOperation(async);
+    queue.addOperationWithBlock([&] { asyncFinishedFirst = async->isFinished(); });
+    after->addDependency(async);
+    queue.addOperation(after);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(asyncFinishedFirst);
+    EXPECT_TRUE(after->isFinished());
+}
+
+TEST(OperationQueue, AnExceptionInOperationIsLoggedAndTheQueueGoesOn)
+{
+    VKLogCapture capture;
+    VKOperationQueue queue;
+    auto failing = queue.addOperationWithBlock([] { throw std::runtime_error("disk gone"); });
+    failing->setName("copy");
+    std::atomic<bool> ranNext{false};
+    queue.addOperationWithBlock([&] { ranNext = true; });
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(ranNext);
+    EXPECT_TRUE(failing->isFinished());
+    ASSERT_EQ(capture.messages().size(), 1);
+    EXPECT_TRUE(capture.messages().first().endsWith("raised an exception: disk gone"));
+}
+
+namespace {
+struct Exporter
+{
+    virtual ~Exporter() = default;
+    virtual QString kind() const = 0;
+};
+struct VKTestMovieExporter : Exporter
+{
+    QString kind() const override { return "movie"; }
+};
+struct VKTestStillExporter : VKTestMovieExporter
+{
+    QString kind() const override { return "still"; }
+};
+struct VKTestAudioPlugin
+{
+};
+} // namespace
+
+VK_REGISTER_ROOT_CLASS(Exporter)
+VK_REGISTER_CLASS(VKTestMovieExporter, Exporter)
+VK_REGISTER_CLASS(VKTestStillExporter, VKTestMovieExporter)
+VK_REGISTER_ROOT_CLASS(VKTestAudioPlugin)
+
+TEST(ClassRegistry, LooksUpCreatesAndDiscoversRegisteredClasses)
+{
+    const auto info = VKClassRegistry::classNamed("VKTestStillExporter");
+    ASSERT_TRUE(info.has_value());
+    EXPECT_EQ(info->baseName, "VKTestMovieExporter");
+    EXPECT_FALSE(VKClassRegistry::classNamed("Exporter")->canCreate); // abstract
+    EXPECT_FALSE(VKClassRegistry::classNamed("VKTestNothing").has_value());
+
+    EXPECT_TRUE(VKClassRegistry::isSubclassOfClass("VKTestStillExporter", "Exporter"));
+    EXPECT_TRUE(VKClassRegistry::isSubclassOfClass("Exporter", "Exporter"));
+    EXPECT_FALSE(VKClassRegistry::isSubclassOfClass("Exporter", "VKTestMovieExporter"));
+    EXPECT_FALSE(VKClassRegistry::isSubclassOfClass("VKTestAudioPlugin", "Exporter"));
+
+    // Created as the class itself or as any registered base.
+    auto still = VKClassRegistry::createInstance<Exporter>("VKTestStillExporter");
+    ASSERT_TRUE(still);
+    EXPECT_EQ(still->kind(), "still");
+    EXPECT_EQ(VKClassRegistry::createInstance<VKTestMovieExporter>("VKTestStillExporter")->kind(), "still");
+    EXPECT_FALSE(VKClassRegistry::createInstance<Exporter>("Exporter"));
+    EXPECT_FALSE(VKClassRegistry::createInstance<Exporter>("VKTestAudioPlugin"));
+    EXPECT_FALSE(VKClassRegistry::createInstance<VKTestStillExporter>("VKTestMovieExporter"));
+    EXPECT_NE(VKClassRegistry::createInstance<Exporter>("VKTestMovieExporter"),
+              VKClassRegistry::createInstance<Exporter>("VKTestMovieExporter"));
+
+    EXPECT_EQ(VKClassRegistry::classNamesWithPrefixes({"VKTestS", "VKTestA"}),
+              (QStringList{"VKTestAudioPlugin", "VKTestStillExporter"}));
+    EXPECT_EQ(VKClassRegistry::classNamesWithPrefixes({"VKTest"}, "Exporter"),
+              (QStringList{"VKTestMovieExporter", "VKTestStillExporter"}));
+    EXPECT_EQ(VKClassRegistry::classNamesWithSuffix("Exporter", "VKTestMovieExporter"),
+              (QStringList{"VKTestMovieExporter", "VKTestStillExporter"}));
+    EXPECT_TRUE(VKClassRegistry::classNamesWithSuffix("Plugin", "Exporter").isEmpty());
+
+    VKLogCapture capture;
+    EXPECT_FALSE(VKClassRegistry::registerClass<VKTestAudioPlugin>("VKTestMovieExporter"));
+    EXPECT_EQ(capture.messages().size(), 1);
+    EXPECT_EQ(VKClassRegistry::createInstance<Exporter>("VKTestMovieExporter")->kind(), "movie");
+    ASSERT_TRUE(VKClassRegistry::registerClass<VKTestAudioPlugin>("VKTestTemporary", {}, [] {
+        return std::shared_ptr<VKTestAudioPlugin>();
+    }));
+    EXPECT_FALSE(VKClassRegistry::createInstance<VKTestAudioPlugin>("VKTestTemporary")); // factory said null
+    EXPECT_TRUE(VKClassRegistry::unregisterClass("VKTestTemporary"));
+    EXPECT_FALSE(VKClassRegistry::unregisterClass("VKTestTemporary"));
+}
