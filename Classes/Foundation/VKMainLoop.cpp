@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
 #include <limits>
 #include <exception>
 
@@ -116,7 +117,7 @@ void VKMainLoopTimer::fire()
         callback = std::move(m_callback);
         m_callback = nullptr;
     }
-    if (QThread::currentThread() == QCoreApplication::instance()->thread())
+    if (VKMainLoop::isMainThread())
         runLogged([&] { callback(*this); }, "-[VKMainLoopTimer fire]");
     else
         callback(*this);
@@ -150,19 +151,35 @@ void VKMainLoop::performOnMainThread(std::function<void()> function, bool waitUn
         function();
         return;
     }
-    std::exception_ptr failure;
+    // Waits on a standard condition rather than a blocking queued connection, so that thread
+    // checkers see the hand-over.
+    struct Handshake
+    {
+        std::mutex mutex;
+        std::condition_variable done;
+        bool finished = false;
+        std::exception_ptr failure;
+    };
+    auto handshake = std::make_shared<Handshake>();
     QMetaObject::invokeMethod(
         app,
-        [&] {
+        [handshake, function = std::move(function)] {
+            std::exception_ptr failure;
             try {
                 function();
             } catch (...) {
                 failure = std::current_exception();
             }
+            std::lock_guard lock(handshake->mutex);
+            handshake->failure = failure;
+            handshake->finished = true;
+            handshake->done.notify_all();
         },
-        Qt::BlockingQueuedConnection);
-    if (failure)
-        std::rethrow_exception(failure);
+        Qt::QueuedConnection);
+    std::unique_lock lock(handshake->mutex);
+    handshake->done.wait(lock, [&] { return handshake->finished; });
+    if (handshake->failure)
+        std::rethrow_exception(handshake->failure);
 }
 
 void VKMainLoop::runUntilDate(const QDateTime &date)

@@ -274,8 +274,7 @@ QVariant observedValue(const VKObservable *object, const QString &key,
     try {
         value = object->valueForKey(key);
     } catch (const VKException &exception) {
-        VKLogger::error({object->className(), "-[NSObject(NSKeyValueObserving) willChangeValueForKey:]",
-                         object},
+        VKLogger::error({object->className(), "-[VKObservable valueForKey:]", object},
                         "Cannot read the value of observed key %@: %@", key, exception.reason());
     }
     cache.insert(key, value);
