@@ -90,21 +90,29 @@ ClockFields clockFields(const QString &text)
         i += width;
     }
     qsizetype next = runs.size() - 1;
-    int slot = 0;
-    if (runs.size() >= 4 || (runs.size() >= 2 && frameSeparatorBeforeLast)) {
+    if (runs.size() >= 4 || (runs.size() >= 2 && frameSeparatorBeforeLast))
         fields.values[0] = runs[next--];
-    }
-    slot = 1;
+    int slot = 1;
     while (next >= 0 && slot < 4)
         fields.values[slot++] = runs[next--];
     return fields;
 }
 
-QString fieldText(double value)
+// "%2.2d" of a whole number: at least two digits, a "-" before them for negative values.
+void appendField(QString &out, double value)
 {
-    if (std::fabs(value) < 9.2e18)
-        return vkFormat("%2.2lld", static_cast<long long>(value));
-    return vkFormat("%.0f", value);
+    if (std::fabs(value) >= 9.2e18) {
+        out += vkFormat("%.0f", value);
+        return;
+    }
+    const long long whole = static_cast<long long>(value);
+    if (whole < 0)
+        out += u'-';
+    const unsigned long long magnitude = whole < 0 ? 0ULL - static_cast<unsigned long long>(whole)
+                                                   : static_cast<unsigned long long>(whole);
+    if (magnitude < 10)
+        out += u'0';
+    out += QString::number(magnitude);
 }
 
 } // namespace
@@ -125,8 +133,18 @@ QString VKTimecodeText::clockString(bool negative, double v, double wholeRate)
     const double frames = std::floor(f * wholeRate + 0.5);
     if (!std::isfinite(hours) || !std::isfinite(frames))
         return QStringLiteral("nan");
-    return (negative ? QStringLiteral("-") : QString()) + fieldText(hours) + u':' +
-           fieldText(minutes) + u':' + fieldText(seconds) + u'.' + fieldText(frames);
+    QString text;
+    text.reserve(16);
+    if (negative)
+        text += u'-';
+    appendField(text, hours);
+    text += u':';
+    appendField(text, minutes);
+    text += u':';
+    appendField(text, seconds);
+    text += u'.';
+    appendField(text, frames);
+    return text;
 }
 
 QList<double> VKTimecodeText::digitRuns(const QString &text)
