@@ -1,6 +1,7 @@
 #include "Application/VKApplication.h"
 
 #include "Application/VKLenientNumber.h"
+#include "Foundation/VKStringRanges.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
 
@@ -264,7 +265,7 @@ VKApplication::parseRawArguments(const QStringList &rawArguments,
             if (parameter->parameterType() == VKApplicationParameterTypeFloat)
                 value = QVariant(VKLenientNumber::floatValue(text));
             else if (parameter->parameterType() == VKApplicationParameterTypeInteger)
-                value = QVariant(VKLenientNumber::intValue(text));
+                value = QVariant(VKStringRanges::intValue(text));
             else
                 value = QVariant(text);
             parameters.insert(parameter->longIdentifier(), value);

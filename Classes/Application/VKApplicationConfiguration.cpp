@@ -1,6 +1,6 @@
 #include "Application/VKApplicationConfiguration.h"
 
-#include "Application/VKLenientNumber.h"
+#include "Foundation/VKStringRanges.h"
 
 #include <QMetaType>
 
@@ -37,7 +37,7 @@ qint32 intValue(const QVariant &value)
 {
     switch (value.metaType().id()) {
     case QMetaType::QString:
-        return VKLenientNumber::intValue(value.toString());
+        return VKStringRanges::intValue(value.toString());
     case QMetaType::Bool:
         return value.toBool() ? 1 : 0;
     case QMetaType::Double:

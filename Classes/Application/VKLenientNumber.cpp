@@ -24,28 +24,6 @@ bool isDigit(const QString &text, qsizetype i)
 
 } // namespace
 
-qint32 VKLenientNumber::intValue(const QString &text)
-{
-    qsizetype i = skipSpace(text);
-    bool negative = false;
-    if (i < text.size() && (text.at(i) == u'+' || text.at(i) == u'-')) {
-        negative = text.at(i) == u'-';
-        ++i;
-    }
-    // Accumulate as a negative number so that INT_MIN needs no special case.
-    constexpr qint64 lowest = std::numeric_limits<qint32>::min();
-    qint64 value = 0;
-    for (; isDigit(text, i); ++i) {
-        value = value * 10 - (text.at(i).unicode() - u'0');
-        if (value < lowest - 1)
-            value = lowest - 1; // keeps the overflow sticky without growing further
-    }
-    if (negative)
-        return value < lowest ? std::numeric_limits<qint32>::min() : static_cast<qint32>(value);
-    return -value > std::numeric_limits<qint32>::max() ? std::numeric_limits<qint32>::max()
-                                                       : static_cast<qint32>(-value);
-}
-
 double VKLenientNumber::doubleValue(const QString &text)
 {
     qsizetype i = skipSpace(text);
