@@ -99,18 +99,19 @@ quint64 VKFileSequence::paddingForFile(const QString &path)
 
 QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
 {
-    QStringList sorted = files;
-    VKNumericStringCompare::sort(sorted);
+    // The walk goes through the files in sorted order by index; each path is visited once for
+    // its frame, prefix and postfix and once more when its run is copied out.
+    const QList<qsizetype> order = VKNumericStringCompare::sortedIndexes(files);
 
-    // What the walk needs of one path; views into `sorted`, which outlives them.
+    // What the walk needs of one path; views into `files`, which outlives them.
     struct Element
     {
         qint64 frame = notFound;
         QStringView prefix;
         QStringView postfix;
     };
-    auto elementAt = [&sorted](qsizetype index) {
-        const QStringView path = sorted.at(index);
+    auto elementAt = [&files, &order](qsizetype position) {
+        const QStringView path = files.at(order.at(position));
         const FrameDigits digits = frameDigitsOf(path);
         if (!digits.found())
             return Element{notFound, {}, {}};
@@ -119,7 +120,7 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
     };
 
     QList<QStringList> runs;
-    const qsizetype count = sorted.size();
+    const qsizetype count = order.size();
     qsizetype i = 0;
     Element first = count > 0 ? elementAt(0) : Element{};
     while (i < count) {
@@ -142,7 +143,11 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
         } else if (j < count) {
             first = elementAt(j);
         }
-        runs.append(sorted.mid(i, j - i));
+        QStringList run;
+        run.reserve(j - i);
+        for (qsizetype k = i; k < j; ++k)
+            run.append(files.at(order.at(k)));
+        runs.append(std::move(run));
         i = j;
     }
     return runs;

@@ -6,6 +6,8 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <vector>
 
 namespace {
 
@@ -124,7 +126,198 @@ int VKNumericStringCompare::compare(QStringView a, QStringView b)
     return a.size() < b.size() ? -1 : 1;
 }
 
+namespace {
+
+// The first 16 bytes of an encoding of `s` from `from` on whose byte order is the numeric order
+// above (without the tie break): a character below U+0080 is its value + 1, a digit run the
+// byte 0x31 (where "0" + 1 would be), its count of significant digits and then those digits, any
+// other code unit 0x90 and its two bytes. The end of the string reads as 0, below everything.
+// Keys that differ decide; equal keys leave the decision to compare().
+struct SortKey
+{
+    static constexpr int words = 2;
+    static constexpr int size = words * 8;
+    std::uint64_t word[words] = {};
+    std::uint32_t index = 0;
+    bool complete = false; // the whole rest of the string is in the key
+
+    bool operator==(const SortKey &other) const
+    {
+        return std::equal(word, word + words, other.word);
+    }
+    bool operator<(const SortKey &other) const
+    {
+        for (int w = 0; w < words; ++w) {
+            if (word[w] != other.word[w])
+                return word[w] < other.word[w];
+        }
+        return false;
+    }
+};
+
+SortKey sortKey(QStringView s, qsizetype from, std::uint32_t index)
+{
+    unsigned char bytes[SortKey::size] = {};
+    int n = 0;
+    auto put = [&](unsigned value) {
+        if (n < SortKey::size)
+            bytes[n++] = static_cast<unsigned char>(value);
+    };
+    int units = 1;
+    qsizetype i = from;
+    while (i < s.size() && n < SortKey::size) {
+        if (VKStringRanges::digitValueAt(s, i, &units) < 0) {
+            const char16_t c = s[i++].unicode();
+            if (c < 0x80) {
+                put(c + 1u);
+            } else {
+                put(0x90);
+                put(c >> 8);
+                put(c & 0xFF);
+            }
+            continue;
+        }
+        while (i < s.size() && VKStringRanges::digitValueAt(s, i, &units) == 0)
+            i += units;
+        std::uint64_t significant = 0;
+        for (qsizetype k = i; k < s.size() && VKStringRanges::digitValueAt(s, k, &units) >= 0;
+             k += units)
+            ++significant;
+        put(0x31);
+        if (significant < 0xF0) {
+            put(unsigned(significant));
+        } else {
+            put(0xF0);
+            for (int shift = 56; shift >= 0; shift -= 8)
+                put(unsigned(significant >> shift) & 0xFF);
+        }
+        for (int value; i < s.size() && (value = VKStringRanges::digitValueAt(s, i, &units)) >= 0;
+             i += units)
+            put(unsigned(value));
+    }
+    SortKey key;
+    key.index = index;
+    key.complete = i == s.size();
+    for (int w = 0; w < SortKey::words; ++w) {
+        for (int b = 0; b < 8; ++b)
+            key.word[w] = key.word[w] << 8 | bytes[w * 8 + b];
+    }
+    return key;
+}
+
+} // namespace
+
+namespace {
+
+// Backs `end` up to a place where a token starts: not inside a surrogate pair or a digit run.
+qsizetype tokenStartAtOrBefore(QStringView s, qsizetype end)
+{
+    if (end > 0 && s[end - 1].isHighSurrogate())
+        --end;
+    int units = 1;
+    while (end > 0 && VKStringRanges::digitValueBefore(s, end, &units) >= 0)
+        end -= units;
+    return end;
+}
+
+// Sorts keys[begin, end) of strings that all share their first `known` code units. Keys are
+// taken after the range's common beginning, so comparisons rarely touch the strings; strings
+// whose keys tie are sorted again from further on. Names of one listing share long beginnings
+// (folders, clip names), which is where a plain comparison sort loses its time.
+void sortRange(const QStringList &strings, std::vector<SortKey> &keys, std::size_t begin,
+               std::size_t end, qsizetype known, bool top)
+{
+    auto fullCompare = [&strings](const SortKey &a, const SortKey &b) {
+        return VKNumericStringCompare::compare(strings.at(a.index), strings.at(b.index)) < 0;
+    };
+    if (end - begin < 2)
+        return;
+    if (end - begin <= 8) {
+        std::sort(keys.begin() + begin, keys.begin() + end, fullCompare);
+        return;
+    }
+    // The common beginning is guessed from a few strings and checked while the keys are made,
+    // so that every string is visited once per level; a wrong guess is corrected and the keys
+    // made again.
+    const QStringView first = strings.at(keys[begin].index);
+    qsizetype common = first.size();
+    const std::size_t step = std::max<std::size_t>(1, (end - begin) / 32);
+    for (std::size_t i = begin + 1; i < end; i += step) {
+        const QStringView other = strings.at(keys[i].index);
+        const qsizetype limit = std::min(common, other.size());
+        if (limit <= known)
+            break;
+        common = known + mismatchIndex(first.utf16() + known, other.utf16() + known, limit - known);
+    }
+    for (bool checked = false; !checked;) {
+        common = std::max(known, tokenStartAtOrBefore(first, common));
+        if (common == known && !top) { // no progress: the keys would tie again
+            std::sort(keys.begin() + begin, keys.begin() + end, fullCompare);
+            return;
+        }
+        checked = true;
+        for (std::size_t i = begin; i < end && checked; ++i) {
+            const QStringView string = strings.at(keys[i].index);
+            const qsizetype limit = std::min(common, string.size());
+            const qsizetype shared =
+                known + mismatchIndex(first.utf16() + known, string.utf16() + known, limit - known);
+            if (shared < common) {
+                common = shared;
+                checked = false;
+            } else {
+                keys[i] = sortKey(string, common, keys[i].index);
+            }
+        }
+    }
+    std::sort(keys.begin() + begin, keys.begin() + end);
+    for (std::size_t i = begin; i < end;) {
+        std::size_t j = i + 1;
+        while (j < end && keys[j] == keys[i])
+            ++j;
+        if (j - i > 1) {
+            if (keys[i].complete) // numerically equal: only the tie break is left
+                std::sort(keys.begin() + i, keys.begin() + j, fullCompare);
+            else
+                sortRange(strings, keys, i, j, common, false);
+        }
+        i = j;
+    }
+}
+
+} // namespace
+
+QList<qsizetype> VKNumericStringCompare::sortedIndexes(const QStringList &strings)
+{
+    const qsizetype count = strings.size();
+    QList<qsizetype> indexes;
+    indexes.reserve(count);
+    if (count > qsizetype(std::numeric_limits<std::uint32_t>::max())) {
+        for (qsizetype i = 0; i < count; ++i)
+            indexes.append(i);
+        std::sort(indexes.begin(), indexes.end(), [&strings](qsizetype a, qsizetype b) {
+            return compare(strings.at(a), strings.at(b)) < 0;
+        });
+        return indexes;
+    }
+    std::vector<SortKey> keys(std::size_t(count), SortKey{});
+    for (qsizetype i = 0; i < count; ++i)
+        keys[std::size_t(i)].index = std::uint32_t(i);
+    sortRange(strings, keys, 0, keys.size(), 0, true);
+    for (const SortKey &key : keys)
+        indexes.append(key.index);
+    return indexes;
+}
+
+QStringList VKNumericStringCompare::sorted(const QStringList &strings)
+{
+    QStringList result;
+    result.reserve(strings.size());
+    for (qsizetype index : sortedIndexes(strings))
+        result.append(strings.at(index));
+    return result;
+}
+
 void VKNumericStringCompare::sort(QStringList &strings)
 {
-    std::sort(strings.begin(), strings.end(), lessThan);
+    strings = sorted(strings);
 }

@@ -185,7 +185,7 @@ TEST(VKFileSequence, EveryPathLandsInExactlyOneSortedRun)
     EXPECT_EQ(sortedOutput, sortedInput);
     // Runs follow each other in sorted order, and adjacent runs could not have been joined.
     L resorted = input;
-    VKNumericStringCompare::sort(resorted);
+    std::sort(resorted.begin(), resorted.end(), VKNumericStringCompare::lessThan);
     EXPECT_EQ(flattened, resorted);
     for (qsizetype r = 1; r < runs.size(); ++r) {
         const QString &last = runs[r - 1].last();

@@ -205,3 +205,34 @@ TEST(VKNumericStringCompare, SortingIsATotalOrderOnMixedNames)
     VKNumericStringCompare::sort(shuffled);
     EXPECT_EQ(shuffled, sorted);
 }
+
+TEST(VKNumericStringCompare, SortingLongListsAgreesWithThePairwiseOrder)
+{
+    // Long shared beginnings, numbers split across key boundaries, leading zeros, very long
+    // digit runs, non-ASCII characters and digits: the fast sort must give exactly the order of
+    // a plain comparison sort.
+    std::mt19937 random(11);
+    const QStringList folders = {"/Volumes/CARD_01/A001_C0001_REEL/", "/Volumes/CARD_01/A001_C0001_REEL",
+                                 "/Volumes/CARD_1/", u"/V/caf\u00E9/"_qs, "/V/r\u0661/"};
+    QStringList names;
+    for (int n = 0; n < 5000; ++n) {
+        QString name = folders[random() % folders.size()];
+        name += QStringList{"A001C001_plate_v", "A001C001_grade_v", "a", "A", ""}[random() % 5];
+        name += QString::number(random() % 3).rightJustified(int(random() % 3), u'0');
+        if (random() % 7 == 0)
+            name += QString(int(240 + random() % 20), u'7') + QString::number(random() % 10);
+        name += QStringList{".", "_", "", u"\u0662"_qs}[random() % 4];
+        name += QString::number(random() % 200).rightJustified(int(random() % 8), u'0');
+        name += QStringList{".dpx", ".exr", "", "0"}[random() % 4];
+        names.append(name);
+    }
+    QStringList expected = names;
+    std::sort(expected.begin(), expected.end(), VKNumericStringCompare::lessThan);
+    EXPECT_EQ(VKNumericStringCompare::sorted(names), expected);
+    const QList<qsizetype> indexes = VKNumericStringCompare::sortedIndexes(names);
+    ASSERT_EQ(indexes.size(), names.size());
+    for (qsizetype i = 0; i < indexes.size(); ++i)
+        ASSERT_EQ(names[indexes[i]], expected[i]);
+    EXPECT_EQ(VKNumericStringCompare::sorted({}), QStringList{});
+    EXPECT_EQ(VKNumericStringCompare::sorted({"x"}), QStringList{"x"});
+}
