@@ -1,9 +1,9 @@
 #include "Application/VKApplication.h"
 
 #include "Application/VKLenientNumber.h"
-#include "Foundation/VKStringRanges.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
+#include "Foundation/VKStringRanges.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -339,9 +339,8 @@ VKApplication::applicationConfigurationFromFileAtPath(const QString &path)
     VKApplicationOptionConfigurationList result;
     for (const QVariant &entry : dictionary->value(VKApplicationConfigurationParameters).toList()) {
         if (entry.metaType().id() == QMetaType::QVariantMap)
-            result.append(
-                VKApplicationParameterConfiguration::parameterConfigurationFromDictionary(
-                    entry.toMap()));
+            result.append(VKApplicationParameterConfiguration::parameterConfigurationFromDictionary(
+                entry.toMap()));
     }
     for (const QVariant &entry : dictionary->value(VKApplicationConfigurationOptions).toList()) {
         if (entry.metaType().id() == QMetaType::QVariantMap)
@@ -359,8 +358,7 @@ VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
 }
 
 VKApplicationOptionConfigurationList
-VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-    const QStringList &items)
+VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(const QStringList &items)
 {
     return configurationsFromGroups(items, 5, [](const QStringList &group) {
         return VKApplicationParameterConfiguration::parameterConfigurationWithLongIdentifier(
@@ -403,8 +401,8 @@ int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegate
     {
         VKApplication application;
         try {
-            result = static_cast<int>(application.runWithDelegateClass(delegateClass,
-                                                                       rawArguments));
+            result =
+                static_cast<int>(application.runWithDelegateClass(delegateClass, rawArguments));
         } catch (const VKException &exception) {
             VKLogger::error({QStringLiteral("VKApplication"),
                              QStringLiteral("VKRunApplicationWithDelegateClass"), &application},

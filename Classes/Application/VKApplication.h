@@ -1,8 +1,11 @@
 // The frame of a command-line tool: parses the command line against the tool's configuration,
 // hands the result to the tool's delegate and turns the event loop until the delegate says the
-// run has finished. A tool's main is one line:
+// run has finished. A tool's main is one call:
 //
-//     int main(int argc, char **argv) { return VKRunApplicationWithDelegateClass<MyTool>(argc, argv); }
+//     int main(int argc, char **argv)
+//     {
+//         return VKRunApplicationWithDelegateClass<MyToolDelegate>(argc, argv);
+//     }
 #pragma once
 
 #include "Application/VKApplicationArguments.h"

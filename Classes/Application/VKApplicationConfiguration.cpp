@@ -9,8 +9,7 @@
 
 const QString VKApplicationOptionConfigurationLongIdentifier = QStringLiteral("longIdentifier");
 const QString VKApplicationOptionConfigurationShortIdentifier = QStringLiteral("shortIdentifier");
-const QString VKApplicationOptionConfigurationUsageDescription =
-    QStringLiteral("usageDescription");
+const QString VKApplicationOptionConfigurationUsageDescription = QStringLiteral("usageDescription");
 const QString VKApplicationParameterConfigurationLongIdentifier = QStringLiteral("longIdentifier");
 const QString VKApplicationParameterConfigurationShortIdentifier =
     QStringLiteral("shortIdentifier");
@@ -71,8 +70,9 @@ qint32 intValue(const QVariant &value)
 
 } // namespace
 
-VKApplicationOptionConfiguration::VKApplicationOptionConfiguration(
-    const QString &longIdentifier, const QString &shortIdentifier, const QString &usageDescription)
+VKApplicationOptionConfiguration::VKApplicationOptionConfiguration(const QString &longIdentifier,
+                                                                   const QString &shortIdentifier,
+                                                                   const QString &usageDescription)
     : m_longIdentifier(longIdentifier), m_shortIdentifier(shortIdentifier),
       m_usageDescription(usageDescription)
 {}

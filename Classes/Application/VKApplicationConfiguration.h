@@ -11,16 +11,18 @@
 #include <memory>
 
 // Keys of the configuration dictionaries (property-list files and code alike).
-VK_EXPORT extern const QString VKApplicationOptionConfigurationLongIdentifier;        // "longIdentifier"
-VK_EXPORT extern const QString VKApplicationOptionConfigurationShortIdentifier;       // "shortIdentifier"
-VK_EXPORT extern const QString VKApplicationOptionConfigurationUsageDescription;      // "usageDescription"
-VK_EXPORT extern const QString VKApplicationParameterConfigurationLongIdentifier;     // "longIdentifier"
-VK_EXPORT extern const QString VKApplicationParameterConfigurationShortIdentifier;    // "shortIdentifier"
-VK_EXPORT extern const QString VKApplicationParameterConfigurationUsageDescription;   // "usageDescription"
-VK_EXPORT extern const QString VKApplicationParameterConfigurationParameterType;      // "parameterType"
-VK_EXPORT extern const QString VKApplicationParameterConfigurationParameterName;      // "parameterName"
-VK_EXPORT extern const QString VKApplicationConfigurationParameters;                  // "parameters"
-VK_EXPORT extern const QString VKApplicationConfigurationOptions;                     // "options"
+// clang-format off
+VK_EXPORT extern const QString VKApplicationOptionConfigurationLongIdentifier;      // "longIdentifier"
+VK_EXPORT extern const QString VKApplicationOptionConfigurationShortIdentifier;     // "shortIdentifier"
+VK_EXPORT extern const QString VKApplicationOptionConfigurationUsageDescription;    // "usageDescription"
+VK_EXPORT extern const QString VKApplicationParameterConfigurationLongIdentifier;   // "longIdentifier"
+VK_EXPORT extern const QString VKApplicationParameterConfigurationShortIdentifier;  // "shortIdentifier"
+VK_EXPORT extern const QString VKApplicationParameterConfigurationUsageDescription; // "usageDescription"
+VK_EXPORT extern const QString VKApplicationParameterConfigurationParameterType;    // "parameterType"
+VK_EXPORT extern const QString VKApplicationParameterConfigurationParameterName;    // "parameterName"
+VK_EXPORT extern const QString VKApplicationConfigurationParameters;                // "parameters"
+VK_EXPORT extern const QString VKApplicationConfigurationOptions;                   // "options"
+// clang-format on
 
 // One on/off option: "--longIdentifier" or "-shortIdentifier" (the short form may be longer
 // than one character). A null identifier never matches a command-line token; an empty one
@@ -78,8 +80,8 @@ public:
     static std::shared_ptr<VKApplicationParameterConfiguration>
     parameterConfigurationWithLongIdentifier(const QString &longIdentifier,
                                              const QString &shortIdentifier,
-                                             const QString &usageDescription,
-                                             qint32 parameterType, const QString &parameterName);
+                                             const QString &usageDescription, qint32 parameterType,
+                                             const QString &parameterName);
     // Reads the option keys plus "parameterType" (as an integer value: 0, 1 or 2; a numeric
     // string is read leniently, anything else counts as 0) and "parameterName".
     static std::shared_ptr<VKApplicationParameterConfiguration>

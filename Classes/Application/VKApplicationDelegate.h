@@ -32,11 +32,12 @@ public:
 // VKApplicationDelegateClass::of<T>(); a class looked up at run time can be wrapped by hand.
 template <typename T>
 concept VKApplicationDelegateType =
-    std::derived_from<T, VKApplicationDelegate> && std::default_initializable<T> && requires {
-        {
-            T::applicationConfiguration()
+    std::derived_from<T, VKApplicationDelegate> && std::default_initializable<T> && requires
+{
+    {
+        T::applicationConfiguration()
         } -> std::convertible_to<std::shared_ptr<VKApplicationConfiguration>>;
-    };
+};
 
 class VK_EXPORT VKApplicationDelegateClass
 {
@@ -53,7 +54,9 @@ public:
     {
         return VKApplicationDelegateClass(
             demangledName(typeid(T).name()), [] { return std::make_shared<T>(); },
-            [] { return std::shared_ptr<VKApplicationConfiguration>(T::applicationConfiguration()); });
+            [] {
+                return std::shared_ptr<VKApplicationConfiguration>(T::applicationConfiguration());
+            });
     }
 
     QString className() const { return m_className; }

@@ -86,8 +86,7 @@ QByteArray propertyList(const char *xml, bool binary)
 
 QString describeConfiguration(const std::shared_ptr<VKApplicationOptionConfiguration> &c)
 {
-    QString text = c->longIdentifier() + u'|' + c->shortIdentifier() + u'|' +
-                   c->usageDescription();
+    QString text = c->longIdentifier() + u'|' + c->shortIdentifier() + u'|' + c->usageDescription();
     if (const auto *p = dynamic_cast<const VKApplicationParameterConfiguration *>(c.get()))
         text += QStringLiteral("|%1|%2").arg(p->parameterType()).arg(p->parameterName());
     if (c->longIdentifier().isNull())
@@ -139,7 +138,8 @@ TEST(ApplicationUsage, EmptyListHasNoOptionsHeader)
     configuration = std::make_shared<VKApplicationConfiguration>();
     EXPECT_EQ(VKApplication::usageText(configuration), QStringLiteral("\n\n\n\n"));
     // A list of only hidden classes still opens the header.
-    configuration->setOptionConfigurations({std::make_shared<ListedElsewhereOption>("a", "b", "c")});
+    configuration->setOptionConfigurations(
+        {std::make_shared<ListedElsewhereOption>("a", "b", "c")});
     EXPECT_EQ(VKApplication::usageText(configuration), QStringLiteral("\n\nOPTIONS\n\n\n"));
 
     // Before a run there is no delegate class, so nothing is printed.
@@ -167,18 +167,29 @@ TEST(ApplicationConfigurationLists, GroupsMustBeComplete)
             EXPECT_EQ(exception.reason(), reason);
         }
     };
-    expectRaises([] { VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-                          {"a", "b", "c", "d"}); },
-                 "number of variable arguments must be a multiple of 3");
-    expectRaises([] { VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-                          {"a", "b", QString(), "c"}); },
-                 "number of variable arguments must be a multiple of 3");
-    expectRaises([] { VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-                          {"a", "b", "c", "int", "n", "x", "y", "z", "float"}); },
-                 "number of variable arguments must be a multiple of 5");
-    expectRaises([] { VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-                          QStringList{"a", "b", "c"}); },
-                 "number of variable arguments must be a multiple of 5");
+    expectRaises(
+        [] {
+            VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"});
+        },
+        "number of variable arguments must be a multiple of 3");
+    expectRaises(
+        [] {
+            VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+                {"a", "b", QString(), "c"});
+        },
+        "number of variable arguments must be a multiple of 3");
+    expectRaises(
+        [] {
+            VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                {"a", "b", "c", "int", "n", "x", "y", "z", "float"});
+        },
+        "number of variable arguments must be a multiple of 5");
+    expectRaises(
+        [] {
+            VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                QStringList{"a", "b", "c"});
+        },
+        "number of variable arguments must be a multiple of 5");
 }
 
 TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsFromXmlAndBinary)
@@ -233,10 +244,10 @@ TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsFromXmlAndBinary)
         VKTempDir dir;
         const QString path = dir.writeFile("tool.plist", propertyList(xml, binary));
         const Options options = VKApplication::applicationConfigurationFromFileAtPath(path);
-        EXPECT_EQ(describeConfigurations(options),
-                  (QStringList{"count|c|How many.|1|n", "rate|||2|", "name|||0|", "scale|||2|",
-                               QString::fromUtf8("verbose|v|Mehr ausgeben – bitte."),
-                               "|q||null-long"}));
+        EXPECT_EQ(
+            describeConfigurations(options),
+            (QStringList{"count|c|How many.|1|n", "rate|||2|", "name|||0|", "scale|||2|",
+                         QString::fromUtf8("verbose|v|Mehr ausgeben – bitte."), "|q||null-long"}));
         ASSERT_EQ(options.size(), 6);
         EXPECT_EQ(typeid(*options[4]), typeid(VKApplicationOptionConfiguration));
         EXPECT_TRUE(options[1]->shortIdentifier().isNull());
@@ -262,7 +273,9 @@ TEST(ApplicationConfigurationFiles, AnswersNothingForUnusableFiles)
         {"wrong-types", header + "<dict><key>options</key><string>a</string><key>parameters"
                                  "</key><dict/></dict></plist>"},
         {"truncated-binary", propertyList("<plist><dict><key>options</key><array><dict/></array>"
-                                          "</dict></plist>", true).left(20)},
+                                          "</dict></plist>",
+                                          true)
+                                 .left(20)},
     };
     for (const auto &file : files) {
         SCOPED_TRACE(file.name);
@@ -270,8 +283,8 @@ TEST(ApplicationConfigurationFiles, AnswersNothingForUnusableFiles)
                         dir.writeFile(file.name, file.contents))
                         .isEmpty());
     }
-    EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(dir.filePath("missing"))
-                    .isEmpty());
+    EXPECT_TRUE(
+        VKApplication::applicationConfigurationFromFileAtPath(dir.filePath("missing")).isEmpty());
     EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(dir.path()).isEmpty());
     EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(QString()).isEmpty());
 }
@@ -286,8 +299,7 @@ TEST(ApplicationArguments, DescriptionAndEquality)
     EXPECT_EQ(VKApplicationArguments().description().toStdString(),
               "Arguments: (\n) \n\n Parameters: {\n} \n\n Options: (\n)");
 
-    const VKApplicationArguments same({"a b", "c"}, {{"out", "x.txt"}, {"rate", 2.5}},
-                                      {"verbose"});
+    const VKApplicationArguments same({"a b", "c"}, {{"out", "x.txt"}, {"rate", 2.5}}, {"verbose"});
     EXPECT_TRUE(arguments.isEqual(&arguments));
     EXPECT_TRUE(arguments.isEqual(&same)); // numbers compare by value, not by type
     EXPECT_FALSE(arguments.isEqual(nullptr));
@@ -319,6 +331,7 @@ TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
                                            "100%%%%\n"
                                            "100% of 3\n"
                                            "%%%%%\n"
-                                           "Gr\xc3\xbc\xc3\x9f" "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n"
+                                           "Gr\xc3\xbc\xc3\x9f"
+                                           "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n"
                                            "\n"));
 }

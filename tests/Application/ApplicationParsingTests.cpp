@@ -24,15 +24,15 @@ std::shared_ptr<VKApplicationConfiguration> toolConfiguration()
     Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
         {"verbose", "v", "Talk more."});
     options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-        {"out", "o", "Output file.", "string", "file",   //
-         "count", "c", "How many.", "int", "n",          //
+        {"out", "o", "Output file.", "string", "file", //
+         "count", "c", "How many.", "int", "n",        //
          "rate", "r", "Frames per second.", "float", "fps"});
     return configurationWith(options);
 }
 
-std::shared_ptr<VKApplicationArguments> parse(const QStringList &tokens,
-                                              const std::shared_ptr<VKApplicationConfiguration>
-                                                  &configuration = toolConfiguration())
+std::shared_ptr<VKApplicationArguments>
+parse(const QStringList &tokens,
+      const std::shared_ptr<VKApplicationConfiguration> &configuration = toolConfiguration())
 {
     return VKApplication::parseRawArguments(tokens, configuration);
 }
@@ -109,17 +109,17 @@ TEST(ApplicationParsing, NonAsciiTokensPassThroughUnchanged)
 {
     const QString name = QString::fromUtf8("Grüße – 日本語 😀");
     auto result = parse({name, "--out", name, QString::fromUtf8("-ü"), QString::fromUtf8("—v")});
-    EXPECT_EQ(result->arguments(), (QStringList{name, QString::fromUtf8("-ü"),
-                                                QString::fromUtf8("—v")}));
+    EXPECT_EQ(result->arguments(),
+              (QStringList{name, QString::fromUtf8("-ü"), QString::fromUtf8("—v")}));
     EXPECT_EQ(result->parameters().value("out").toString(), name);
 
     Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
         {QString::fromUtf8("größe"), QString::fromUtf8("ß"), "size"});
-    result = parse({QString::fromUtf8("-ß"), QString::fromUtf8("--größe"),
-                    QString::fromUtf8("--GRÖSSE")},
-                   configurationWith(options));
-    EXPECT_EQ(result->options(), (QStringList{QString::fromUtf8("größe"),
-                                              QString::fromUtf8("größe")}));
+    result = parse(
+        {QString::fromUtf8("-ß"), QString::fromUtf8("--größe"), QString::fromUtf8("--GRÖSSE")},
+        configurationWith(options));
+    EXPECT_EQ(result->options(),
+              (QStringList{QString::fromUtf8("größe"), QString::fromUtf8("größe")}));
     EXPECT_EQ(result->arguments(), QStringList{QString::fromUtf8("--GRÖSSE")});
 }
 
@@ -132,16 +132,28 @@ TEST(ApplicationParsing, NumericParametersReadTheLeadingNumber)
         float real;
     };
     const Case cases[] = {
-        {"42", 42, 42.0f},         {"12abc", 12, 12.0f},     {"", 0, 0.0f},
-        {"-", 0, 0.0f},            {"+", 0, 0.0f},           {"1e3", 1, 1000.0f},
-        {"2.5e", 2, 2.5f},         {"-7.25x", -7, -7.25f},   {"  \t19", 19, 19.0f},
-        {".5", 0, 0.5f},           {"-.5e-1", 0, -0.05f},    {"abc", 0, 0.0f},
-        {"0x1A", 0, 0.0f},         {"1,5", 1, 1.0f},         {"+8", 8, 8.0f},
+        {"42", 42, 42.0f},
+        {"12abc", 12, 12.0f},
+        {"", 0, 0.0f},
+        {"-", 0, 0.0f},
+        {"+", 0, 0.0f},
+        {"1e3", 1, 1000.0f},
+        {"2.5e", 2, 2.5f},
+        {"-7.25x", -7, -7.25f},
+        {"  \t19", 19, 19.0f},
+        {".5", 0, 0.5f},
+        {"-.5e-1", 0, -0.05f},
+        {"abc", 0, 0.0f},
+        {"0x1A", 0, 0.0f},
+        {"1,5", 1, 1.0f},
+        {"+8", 8, 8.0f},
         {"2147483647", 2147483647, 2147483647.0f},
         {"2147483648", 2147483647, 2147483648.0f},
         {"-2147483648", std::numeric_limits<qint32>::min(), -2147483648.0f},
         {"-99999999999999999999", std::numeric_limits<qint32>::min(), -1e20f},
-        {"1e-3", 1, 0.001f},       {"3E+2", 3, 300.0f},      {"inf", 0, 0.0f},
+        {"1e-3", 1, 0.001f},
+        {"3E+2", 3, 300.0f},
+        {"inf", 0, 0.0f},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.text);
@@ -171,12 +183,12 @@ TEST(ApplicationParsing, UnknownParameterTypesKeepTheText)
 
     // Type names of the list builder: only "int" and "float" are numeric.
     options = VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-        {"a", "a", "", "int", "", "b", "b", "", "float", "", "c", "c", "", "Int", "",
-         "d", "d", "", "double", ""});
+        {"a", "a", "", "int", "", "b", "b", "", "float",  "",
+         "c", "c", "", "Int", "", "d", "d", "", "double", ""});
     QList<qint32> types;
     for (const auto &option : options)
-        types.append(std::static_pointer_cast<VKApplicationParameterConfiguration>(option)
-                         ->parameterType());
+        types.append(
+            std::static_pointer_cast<VKApplicationParameterConfiguration>(option)->parameterType());
     EXPECT_EQ(types, (QList<qint32>{1, 2, 0, 0}));
 }
 

@@ -37,19 +37,31 @@ public:
     {
         VKApplicationOptionConfigurationList list =
             VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage({
-                QStringLiteral("verbose"), QStringLiteral("v"), QStringLiteral("Talk more."),
-                QStringLiteral("help"), QStringLiteral("h"), QStringLiteral("Print this text."),
+                QStringLiteral("verbose"),
+                QStringLiteral("v"),
+                QStringLiteral("Talk more."),
+                QStringLiteral("help"),
+                QStringLiteral("h"),
+                QStringLiteral("Print this text."),
             });
         list.append(std::make_shared<HiddenOptionConfiguration>(
             QStringLiteral("secret"), QStringLiteral("s"), QStringLiteral("Not listed.")));
         list += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({
-            QStringLiteral("exit"), QStringLiteral("x"), QStringLiteral("Exit code."),
-            QStringLiteral("int"), QStringLiteral("code"),
-            QStringLiteral("delay"), QStringLiteral("d"),
-            QStringLiteral("Seconds to wait before finishing."), QStringLiteral("float"),
+            QStringLiteral("exit"),
+            QStringLiteral("x"),
+            QStringLiteral("Exit code."),
+            QStringLiteral("int"),
+            QStringLiteral("code"),
+            QStringLiteral("delay"),
+            QStringLiteral("d"),
+            QStringLiteral("Seconds to wait before finishing."),
+            QStringLiteral("float"),
             QStringLiteral("seconds"),
-            QStringLiteral("name"), QStringLiteral("n"), QStringLiteral("Name für den Bericht – ü."),
-            QStringLiteral("string"), QStringLiteral("näme"),
+            QStringLiteral("name"),
+            QStringLiteral("n"),
+            QStringLiteral("Name für den Bericht – ü."),
+            QStringLiteral("string"),
+            QStringLiteral("näme"),
         });
         return std::make_shared<VKApplicationConfiguration>(
             QStringLiteral("usage: probe [options] files…"),
@@ -92,4 +104,7 @@ public:
 
 } // namespace
 
-int main(int argc, char **argv) { return VKRunApplicationWithDelegateClass<ProbeDelegate>(argc, argv); }
+int main(int argc, char **argv)
+{
+    return VKRunApplicationWithDelegateClass<ProbeDelegate>(argc, argv);
+}
