@@ -125,16 +125,19 @@ void BM_Announcement(benchmark::State &state)
     Counter counter;
     const auto options = static_cast<VKKeyValueObservingOptions>(state.range(0));
     long long sum = 0;
-    counter.observe("value", options, [&sum](VKObservable *, const QString &, const VKKeyValueChange &change) {
-        sum += change.hasNewValue ? change.newValue.toInt() : 1;
-    });
+    counter.observe("value", options,
+                    [&sum](VKObservable *, const QString &, const VKKeyValueChange &change) {
+                        sum += change.hasNewValue ? change.newValue.toInt() : 1;
+                    });
     int i = 0;
     for (auto _ : state)
         counter.setValue(++i);
     benchmark::DoNotOptimize(sum);
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_Announcement)->Arg(0)->Arg(VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld);
+BENCHMARK(BM_Announcement)
+    ->Arg(0)
+    ->Arg(VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld);
 
 // Reference: storing the value and calling one std::function.
 void BM_PlainCallback(benchmark::State &state)

@@ -77,7 +77,8 @@ bool VKClassRegistry::registerErased(const QString &name, const QString &baseNam
                         name);
         return false;
     }
-    r.classes.insert(name, Entry{name, baseName, type, baseType, std::move(factory), std::move(upcast)});
+    r.classes.insert(name,
+                     Entry{name, baseName, type, baseType, std::move(factory), std::move(upcast)});
     return true;
 }
 

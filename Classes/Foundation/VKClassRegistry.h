@@ -83,14 +83,14 @@ private:
 
 // Registers a class from a static initializer in any translation unit:
 //   VK_REGISTER_CLASS(VKMyExporter, VKExporter)   VK_REGISTER_ROOT_CLASS(VKExporter)
-#define VK_REGISTER_CLASS(ClassName, BaseName)                                                    \
-    namespace {                                                                                   \
-    [[maybe_unused]] const bool vkClassRegistered_##ClassName =                                   \
-        VKClassRegistry::registerClass<ClassName, BaseName>(QStringLiteral(#ClassName),           \
-                                                            QStringLiteral(#BaseName));           \
+#define VK_REGISTER_CLASS(ClassName, BaseName)                                                     \
+    namespace {                                                                                    \
+    [[maybe_unused]] const bool vkClassRegistered_##ClassName =                                    \
+        VKClassRegistry::registerClass<ClassName, BaseName>(QStringLiteral(#ClassName),            \
+                                                            QStringLiteral(#BaseName));            \
     }
-#define VK_REGISTER_ROOT_CLASS(ClassName)                                                         \
-    namespace {                                                                                   \
-    [[maybe_unused]] const bool vkClassRegistered_##ClassName =                                   \
-        VKClassRegistry::registerClass<ClassName>(QStringLiteral(#ClassName));                    \
+#define VK_REGISTER_ROOT_CLASS(ClassName)                                                          \
+    namespace {                                                                                    \
+    [[maybe_unused]] const bool vkClassRegistered_##ClassName =                                    \
+        VKClassRegistry::registerClass<ClassName>(QStringLiteral(#ClassName));                     \
     }

@@ -14,8 +14,8 @@
 #include <algorithm>
 #include <cmath>
 #include <condition_variable>
-#include <limits>
 #include <exception>
+#include <limits>
 
 namespace {
 
@@ -57,12 +57,10 @@ double sanitisedInterval(double interval)
 VKMainLoopTimer::VKMainLoopTimer(double interval, Callback callback, QVariant userInfo)
     : m_interval(interval),
       m_fireDate(VKDate::now().addMSecs(static_cast<qint64>(std::llround(interval * 1000.0)))),
-      m_userInfo(std::move(userInfo)),
-      m_callback(std::move(callback))
+      m_userInfo(std::move(userInfo)), m_callback(std::move(callback))
 {}
 
-std::shared_ptr<VKMainLoopTimer> VKMainLoopTimer::scheduledTimer(double interval,
-                                                                 Callback callback,
+std::shared_ptr<VKMainLoopTimer> VKMainLoopTimer::scheduledTimer(double interval, Callback callback,
                                                                  QVariant userInfo)
 {
     QCoreApplication *app = requireApplication("+[VKMainLoopTimer scheduledTimer]");
@@ -76,8 +74,8 @@ std::shared_ptr<VKMainLoopTimer> VKMainLoopTimer::scheduledTimer(double interval
     const QDeadlineTimer deadline(std::chrono::milliseconds(std::llround(interval * 1000.0)),
                                   Qt::PreciseTimer);
     auto arm = [timer, deadline, app] {
-        QTimer::singleShot(std::chrono::milliseconds(deadline.remainingTime()), Qt::PreciseTimer, app,
-                           [timer] { timer->fire(); });
+        QTimer::singleShot(std::chrono::milliseconds(deadline.remainingTime()), Qt::PreciseTimer,
+                           app, [timer] { timer->fire(); });
     };
     if (QThread::currentThread() == app->thread())
         arm();

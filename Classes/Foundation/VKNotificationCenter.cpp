@@ -25,8 +25,8 @@ struct Registration
 
     bool accepts(const VKNotification &notification) const
     {
-        return (name.isEmpty() || name == notification.name())
-               && (!sender || sender == notification.object());
+        return (name.isEmpty() || name == notification.name()) &&
+               (!sender || sender == notification.object());
     }
 };
 
@@ -79,9 +79,10 @@ VKNotificationToken VKNotificationCenter::addObserver(const void *observer, cons
                                                       VKNotificationHandler handler)
 {
     if (!handler)
-        VKException::raise(VKInvalidArgumentException,
-                           "-[VKNotificationCenter addObserver:selector:name:object:]: handler must "
-                           "not be nil");
+        VKException::raise(
+            VKInvalidArgumentException,
+            "-[VKNotificationCenter addObserver:selector:name:object:]: handler must "
+            "not be nil");
     auto registration = std::make_shared<Registration>();
     registration->observer = observer;
     registration->name = name;
@@ -108,8 +109,8 @@ void VKNotificationCenter::removeObserver(const void *observer, const QString &n
     if (!observer)
         return;
     d->removeIf([&](const Registration &r) {
-        return r.observer == observer && (name.isEmpty() || r.name == name)
-               && (!sender || r.sender == sender);
+        return r.observer == observer && (name.isEmpty() || r.name == name) &&
+               (!sender || r.sender == sender);
     });
 }
 

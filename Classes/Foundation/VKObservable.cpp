@@ -57,7 +57,8 @@ struct VKObservable::Private
 {
     mutable std::mutex mutex;
     // Copy on write: announcing threads take the current list without holding the lock.
-    std::shared_ptr<const VKRegistrationList> registrations = std::make_shared<VKRegistrationList>();
+    std::shared_ptr<const VKRegistrationList> registrations =
+        std::make_shared<VKRegistrationList>();
 
     std::shared_ptr<const VKRegistrationList> snapshot() const
     {
@@ -117,7 +118,8 @@ void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
     while (!queue.isEmpty()) {
         const QString next = queue.takeFirst();
         for (const QString &affecting : keyPathsForValuesAffectingValueForKey(next)) {
-            if (affecting != registration->key && !registration->affectingKeys.contains(affecting)) {
+            if (affecting != registration->key &&
+                !registration->affectingKeys.contains(affecting)) {
                 registration->affectingKeys.insert(affecting);
                 queue.append(affecting);
             }
@@ -150,9 +152,9 @@ void VKObservable::addObserver(VKKeyValueObserver *observer, const QString &key,
                                VKKeyValueObservingOptions options, void *context)
 {
     if (!observer)
-        VKException::raise(VKInvalidArgumentException,
-                           "-[%@ addObserver:forKeyPath:options:context:]: observer must not be nil",
-                           className());
+        VKException::raise(
+            VKInvalidArgumentException,
+            "-[%@ addObserver:forKeyPath:options:context:]: observer must not be nil", className());
     auto registration = std::make_shared<Registration>();
     registration->observer = observer;
     registration->key = key;
@@ -168,8 +170,8 @@ void VKObservable::addObserver(VKKeyValueObserver *observer, const QStringList &
         addObserver(observer, key, options, context);
 }
 
-void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &key,
-                                  bool anyContext, void *context)
+void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &key, bool anyContext,
+                                  void *context)
 {
     std::shared_ptr<Registration> removed;
     {

@@ -25,9 +25,9 @@ inline constexpr VKKeyValueObservingOptions VKKeyValueObservingOptionInitial = 0
 inline constexpr VKKeyValueObservingOptions VKKeyValueObservingOptionPrior = 0x08;
 
 // Keys of VKKeyValueChange::dictionary().
-VK_EXPORT extern const QString VKKeyValueChangeKindKey;               // "kind"
-VK_EXPORT extern const QString VKKeyValueChangeNewKey;                // "new"
-VK_EXPORT extern const QString VKKeyValueChangeOldKey;                // "old"
+VK_EXPORT extern const QString VKKeyValueChangeKindKey;                // "kind"
+VK_EXPORT extern const QString VKKeyValueChangeNewKey;                 // "new"
+VK_EXPORT extern const QString VKKeyValueChangeOldKey;                 // "old"
 VK_EXPORT extern const QString VKKeyValueChangeNotificationIsPriorKey; // "notificationIsPrior"
 // User-information key of the undefined-key exception: the key asked for.
 VK_EXPORT extern const QString VKUnknownUserInfoKey; // "NSUnknownUserInfoKey"
@@ -66,8 +66,8 @@ using VKObservationToken = quint64;
 class VK_EXPORT VKObservable
 {
 public:
-    using Callback =
-        std::function<void(VKObservable *object, const QString &key, const VKKeyValueChange &change)>;
+    using Callback = std::function<void(VKObservable *object, const QString &key,
+                                        const VKKeyValueChange &change)>;
 
     VKObservable();
     virtual ~VKObservable();

@@ -69,7 +69,9 @@ private:
 class VKObservableCallScope
 {
 public:
-    explicit VKObservableCallScope(VKObservableCallGate &gate) : m_gate(gate), m_entered(gate.enter()) {}
+    explicit VKObservableCallScope(VKObservableCallGate &gate)
+        : m_gate(gate), m_entered(gate.enter())
+    {}
     ~VKObservableCallScope()
     {
         if (m_entered)

@@ -37,8 +37,8 @@ void VKOperationBase::start()
         return;
     }
     if (m_state.load() == Executing)
-        VKException::raise(VKInvalidArgumentException, "*** -[%@ start]: receiver is already executing",
-                           className());
+        VKException::raise(VKInvalidArgumentException,
+                           "*** -[%@ start]: receiver is already executing", className());
     if (m_state.load() == Finished)
         VKException::raise(VKInvalidArgumentException,
                            "*** -[%@ start]: receiver is finished and cannot be started",
@@ -157,8 +157,9 @@ void VKOperationBase::addDependency(const std::shared_ptr<VKOperationBase> &oper
                 return;
     }
     const VKObservationToken token = operation->observe(
-        kIsFinished, 0,
-        [this](VKObservable *, const QString &, const VKKeyValueChange &) { dependencyStateChanged(); });
+        kIsFinished, 0, [this](VKObservable *, const QString &, const VKKeyValueChange &) {
+            dependencyStateChanged();
+        });
     bool added = true;
     {
         std::lock_guard lock(m_mutex);

@@ -170,8 +170,8 @@ struct VKOperationQueue::Private
         // the operation back among the waiting ones.
         std::lock_guard lock(mutex);
         auto it = entries.find(operation.get());
-        if (it != entries.end() && it->where == Running && !operation->isExecuting()
-            && !operation->isFinished()) {
+        if (it != entries.end() && it->where == Running && !operation->isExecuting() &&
+            !operation->isFinished()) {
             --running;
             it->where = Waiting;
             waiting.emplace(it->sequence, operation.get());
@@ -252,9 +252,10 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
                            "*** -[VKOperationQueue addOperation:]: operation must not be nil");
     VKOperationQueue *expected = nullptr;
     if (!operation->m_queue.compare_exchange_strong(expected, this))
-        VKException::raise(VKInvalidArgumentException,
-                           "*** -[VKOperationQueue addOperation:]: operation is already enqueued on "
-                           "a queue");
+        VKException::raise(
+            VKInvalidArgumentException,
+            "*** -[VKOperationQueue addOperation:]: operation is already enqueued on "
+            "a queue");
     if (operation->isExecuting() || operation->isFinished()) {
         const bool executing = operation->isExecuting();
         operation->m_queue.store(nullptr);
@@ -282,7 +283,8 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
     d->reevaluateLocked(raw);
 }
 
-std::shared_ptr<VKOperationBase> VKOperationQueue::addOperationWithBlock(std::function<void()> block)
+std::shared_ptr<VKOperationBase>
+VKOperationQueue::addOperationWithBlock(std::function<void()> block)
 {
     if (!block)
         VKException::raise(VKInvalidArgumentException,

@@ -39,11 +39,11 @@ bool readJson(QIODevice &device, QSettings::SettingsMap &map)
         const QString kept = path + QStringLiteral(".unreadable");
         if (!path.isEmpty() && !QFile::exists(kept))
             QFile::copy(path, kept);
-        VKLogger::error({QStringLiteral("VKUserDefaults"), QStringLiteral("-[VKUserDefaults synchronize]"),
-                         nullptr},
-                        "Cannot read the user defaults in %@ (%@); a copy was kept as %@",
-                        path, error.error != QJsonParseError::NoError ? error.errorString()
-                                                                     : QStringLiteral("not an object"),
+        VKLogger::error({QStringLiteral("VKUserDefaults"),
+                         QStringLiteral("-[VKUserDefaults synchronize]"), nullptr},
+                        "Cannot read the user defaults in %@ (%@); a copy was kept as %@", path,
+                        error.error != QJsonParseError::NoError ? error.errorString()
+                                                                : QStringLiteral("not an object"),
                         kept);
         return false;
     }
@@ -164,8 +164,8 @@ bool leadingBool(const QString &text)
     if (i >= text.size())
         return false;
     const QChar c = text.at(i);
-    return c == QLatin1Char('Y') || c == QLatin1Char('y') || c == QLatin1Char('T')
-           || c == QLatin1Char('t') || (c >= QLatin1Char('1') && c <= QLatin1Char('9'));
+    return c == QLatin1Char('Y') || c == QLatin1Char('y') || c == QLatin1Char('T') ||
+           c == QLatin1Char('t') || (c >= QLatin1Char('1') && c <= QLatin1Char('9'));
 }
 
 struct Standard

@@ -21,11 +21,14 @@ TEST(MainLoopTimer, FiresOnTheMainThreadWhenScheduledFromAnyThread)
     std::vector<std::shared_ptr<VKMainLoopTimer>> timers(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&, i] {
-            timers[i] = VKMainLoopTimer::scheduledTimer(i * 0.01, [&](VKMainLoopTimer &timer) {
-                onMain = onMain && VKMainLoop::isMainThread();
-                EXPECT_EQ(timer.userInfo().toString(), "info");
-                ++fired;
-            }, QString("info"));
+            timers[i] = VKMainLoopTimer::scheduledTimer(
+                i * 0.01,
+                [&](VKMainLoopTimer &timer) {
+                    onMain = onMain && VKMainLoop::isMainThread();
+                    EXPECT_EQ(timer.userInfo().toString(), "info");
+                    ++fired;
+                },
+                QString("info"));
         });
     for (auto &thread : threads)
         thread.join();
@@ -40,14 +43,16 @@ TEST(MainLoopTimer, IntervalIsRespectedAndZeroMeansNextPass)
 {
     const QDateTime start = VKDate::now();
     QDateTime firedAt;
-    auto timer = VKMainLoopTimer::scheduledTimer(0.05, [&](VKMainLoopTimer &) { firedAt = VKDate::now(); });
+    auto timer =
+        VKMainLoopTimer::scheduledTimer(0.05, [&](VKMainLoopTimer &) { firedAt = VKDate::now(); });
     EXPECT_NEAR(VKDate::timeIntervalBetween(timer->fireDate(), start), 0.05, 0.02);
     ASSERT_TRUE(vkWaitUntil([&] { return firedAt.isValid(); }));
     EXPECT_GE(start.msecsTo(firedAt), 49);
 
     bool zeroFired = false;
     VKMainLoopTimer::scheduledTimer(0, [&](VKMainLoopTimer &) { zeroFired = true; });
-    VKMainLoopTimer::scheduledTimer(-3, [&](VKMainLoopTimer &timer) { EXPECT_EQ(timer.timeInterval(), 0.0); });
+    VKMainLoopTimer::scheduledTimer(
+        -3, [&](VKMainLoopTimer &timer) { EXPECT_EQ(timer.timeInterval(), 0.0); });
     EXPECT_FALSE(zeroFired);
     QCoreApplication::processEvents();
     EXPECT_TRUE(zeroFired);
@@ -58,7 +63,8 @@ TEST(MainLoopTimer, InvalidateFromAnotherThreadPreventsTheFire)
     std::atomic<int> fired{0};
     std::vector<std::shared_ptr<VKMainLoopTimer>> timers;
     for (int i = 0; i < 50; ++i)
-        timers.push_back(VKMainLoopTimer::scheduledTimer(i % 2 ? 0.0 : 0.02, [&](VKMainLoopTimer &) { ++fired; }));
+        timers.push_back(VKMainLoopTimer::scheduledTimer(i % 2 ? 0.0 : 0.02,
+                                                         [&](VKMainLoopTimer &) { ++fired; }));
     std::thread([&] {
         for (auto &timer : timers)
             timer->invalidate();

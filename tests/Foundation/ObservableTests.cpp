@@ -103,8 +103,8 @@ struct Call
 class Recorder : public VKKeyValueObserver
 {
 public:
-    void observeValueForKeyPath(const QString &keyPath, VKObservable *, const VKKeyValueChange &change,
-                                void *context) override
+    void observeValueForKeyPath(const QString &keyPath, VKObservable *,
+                                const VKKeyValueChange &change, void *context) override
     {
         std::lock_guard lock(mutex);
         calls.push_back({keyPath, change.dictionary(), context, QThread::currentThreadId()});
@@ -128,8 +128,8 @@ TEST(Observable, OldAndNewValuesReachObserversOnTheChangingThread)
     Selection selection;
     Recorder recorder;
     int context = 0;
-    selection.addObserver(&recorder, "title", VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld,
-                          &context);
+    selection.addObserver(&recorder, "title",
+                          VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld, &context);
     Qt::HANDLE worker = nullptr;
     std::thread thread([&] {
         worker = QThread::currentThreadId();
@@ -159,8 +159,8 @@ TEST(Observable, OptionsDecideWhatTheChangeCarries)
     Recorder plain, prior;
     selection.addObserver(&plain, "title");
     selection.addObserver(&prior, "title",
-                          VKKeyValueObservingOptionInitial | VKKeyValueObservingOptionNew
-                              | VKKeyValueObservingOptionPrior | VKKeyValueObservingOptionOld);
+                          VKKeyValueObservingOptionInitial | VKKeyValueObservingOptionNew |
+                              VKKeyValueObservingOptionPrior | VKKeyValueObservingOptionOld);
     ASSERT_EQ(prior.snapshot().size(), 1u); // the initial call
     EXPECT_EQ(prior.snapshot()[0].change, (QVariantMap{{"kind", 1}, {"new", ""}}));
     selection.setTitle("x");
@@ -168,7 +168,8 @@ TEST(Observable, OptionsDecideWhatTheChangeCarries)
     EXPECT_EQ(plain.snapshot()[0].change, (QVariantMap{{"kind", 1}}));
     const auto calls = prior.snapshot();
     ASSERT_EQ(calls.size(), 3u);
-    EXPECT_EQ(calls[1].change, (QVariantMap{{"kind", 1}, {"old", ""}, {"notificationIsPrior", true}}));
+    EXPECT_EQ(calls[1].change,
+              (QVariantMap{{"kind", 1}, {"old", ""}, {"notificationIsPrior", true}}));
     EXPECT_EQ(calls[2].change, (QVariantMap{{"kind", 1}, {"old", ""}, {"new", "x"}}));
 }
 
@@ -177,8 +178,8 @@ TEST(Observable, OptOutKeysAnnounceOnlyByHandAndDependentsFollow)
     Selection selection;
     Recorder recorder;
     const auto both = VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld;
-    selection.addObserver(&recorder, QStringList{"selectedElement", "selectedName", "displayName", "count"},
-                          both);
+    selection.addObserver(
+        &recorder, QStringList{"selectedElement", "selectedName", "displayName", "count"}, both);
     selection.setCount(3); // opted out: no announcement
     selection.setElementSilently("b");
     EXPECT_TRUE(recorder.snapshot().empty());
@@ -195,7 +196,8 @@ TEST(Observable, OptOutKeysAnnounceOnlyByHandAndDependentsFollow)
     EXPECT_EQ(calls[2].change.value("new").toString(), "<C>");
     EXPECT_TRUE(selection.hasObserversForKey("selectedElement"));
     EXPECT_FALSE(selection.hasObserversForKey("title"));
-    selection.removeObserver(&recorder, QStringList{"selectedElement", "selectedName", "displayName", "count"});
+    selection.removeObserver(
+        &recorder, QStringList{"selectedElement", "selectedName", "displayName", "count"});
     EXPECT_FALSE(selection.hasObserversForKey("selectedElement"));
 }
 
@@ -212,7 +214,7 @@ TEST(Observable, NestedPairsCloseInnermostFirst)
     selection.observe("selectedElement", options, record);
     selection.willChangeValueForKey("title");
     selection.willChangeValueForKey("selectedElement");
-    selection.setTitle("t1"); // a complete pair inside
+    selection.setTitle("t1");                 // a complete pair inside
     selection.willChangeValueForKey("title"); // the same key opened again
     selection.setElementSilently("z");
     selection.setValueForKey("t2", "title");
@@ -235,9 +237,10 @@ TEST(Observable, RemovalDuringCallbackStopsLaterCalls)
     EXPECT_EQ(second.snapshot().size(), 0u);
 
     first.onCall = nullptr;
-    const auto token = selection.observe("title", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
-        selection.removeObserver(&first, "title");
-    });
+    const auto token = selection.observe(
+        "title", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
+            selection.removeObserver(&first, "title");
+        });
     selection.setTitle("y");
     selection.removeObservation(token);
     selection.removeObservation(token); // unknown tokens are ignored
@@ -259,9 +262,9 @@ TEST(Observable, RegistrationAndAnnouncementFromManyThreads)
         while (!stop) {
             Recorder local;
             selection.addObserver(&local, "title", VKKeyValueObservingOptionNew);
-            const auto token = selection.observe("title", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
-                ++delivered;
-            });
+            const auto token = selection.observe(
+                "title", 0,
+                [&](VKObservable *, const QString &, const VKKeyValueChange &) { ++delivered; });
             selection.removeObservation(token);
             // Once removal returns, the recorder may go away even if others were calling it.
             selection.removeObserver(&local, "title");
@@ -283,16 +286,17 @@ TEST(Observable, UndefinedKeysAndBadRemovalThrowWithExactTexts)
     } catch (const VKException &exception) {
         EXPECT_EQ(exception.name(), VKUndefinedKeyException);
         EXPECT_TRUE(exception.reason().startsWith("[<Selection 0x"));
-        EXPECT_TRUE(exception.reason().endsWith(
-            " valueForUndefinedKey:]: this class is not key value coding-compliant for the key colour."));
+        EXPECT_TRUE(exception.reason().endsWith(" valueForUndefinedKey:]: this class is not key "
+                                                "value coding-compliant for the key colour."));
         EXPECT_EQ(exception.userInfo().value("NSUnknownUserInfoKey").toString(), "colour");
     }
     try {
         selection.setValueForKey(1, "colour");
         FAIL() << "no exception";
     } catch (const VKException &exception) {
-        EXPECT_TRUE(exception.reason().contains(" setValue:forUndefinedKey:]: this class is not key value "
-                                                "coding-compliant for the key colour."));
+        EXPECT_TRUE(
+            exception.reason().contains(" setValue:forUndefinedKey:]: this class is not key value "
+                                        "coding-compliant for the key colour."));
     }
     Recorder recorder;
     try {
@@ -319,15 +323,16 @@ TEST(NotificationCenter, DeliversByNameAndSenderInRegistrationOrder)
     center.addObserver(&owner, "Changed", &senderA, [&](const VKNotification &n) {
         seen.push_back("A-only:" + n.userInfo().value("k").toString());
     });
-    center.addObserver(&owner, "Changed", nullptr, [&](const VKNotification &) { seen.push_back("any-sender"); });
-    const auto token = center.addObserver(nullptr, QString(), nullptr, [&](const VKNotification &n) {
-        seen.push_back("all:" + n.name());
-    });
+    center.addObserver(&owner, "Changed", nullptr,
+                       [&](const VKNotification &) { seen.push_back("any-sender"); });
+    const auto token =
+        center.addObserver(nullptr, QString(), nullptr,
+                           [&](const VKNotification &n) { seen.push_back("all:" + n.name()); });
     center.postNotificationName("Changed", &senderA, {{"k", 1}});
     center.postNotificationName("Changed", &senderB);
     center.postNotificationName("Other", &senderA);
-    EXPECT_EQ(seen, (std::vector<QString>{"A-only:1", "any-sender", "all:Changed", "any-sender", "all:Changed",
-                                          "all:Other"}));
+    EXPECT_EQ(seen, (std::vector<QString>{"A-only:1", "any-sender", "all:Changed", "any-sender",
+                                          "all:Changed", "all:Other"}));
     center.removeObserver(&owner, "Changed", &senderA);
     EXPECT_EQ(center.observationCount(), 2);
     center.removeObserver(&owner);
@@ -358,7 +363,8 @@ TEST(NotificationCenter, PostsOnThePostingThreadAndSurvivesConcurrentRemoval)
     });
     for (int i = 0; i < 300; ++i) {
         auto counter = std::make_unique<std::atomic<int>>(0);
-        center.addObserver(counter.get(), "VKTestChurn", nullptr, [c = counter.get()](const VKNotification &) { ++*c; });
+        center.addObserver(counter.get(), "VKTestChurn", nullptr,
+                           [c = counter.get()](const VKNotification &) { ++*c; });
         center.removeObserver(counter.get());
         // The handler cannot run any more: destroying what it uses is safe.
     }

@@ -91,13 +91,15 @@ TEST(Operation, StatesAreAnnouncedInOrderAndWaitingWorks)
                            });
     EXPECT_TRUE(operation->isReady());
     operation->start();
-    EXPECT_EQ(seen, (std::vector<QString>{"isExecuting=true", "isExecuting=false", "isFinished=true"}));
+    EXPECT_EQ(seen,
+              (std::vector<QString>{"isExecuting=true", "isExecuting=false", "isFinished=true"}));
     operation->waitUntilFinished();
     try {
         operation->start();
         FAIL() << "no exception";
     } catch (const VKException &exception) {
-        EXPECT_TRUE(exception.reason().endsWith("start]: receiver is finished and cannot be started"));
+        EXPECT_TRUE(
+            exception.reason().endsWith("start]: receiver is finished and cannot be started"));
     }
     EXPECT_EQ(operation->valueForKey("isFinished"), QVariant(true));
     EXPECT_EQ(operation->valueForKey("isConcurrent"), QVariant(false));
@@ -147,9 +149,9 @@ TEST(Operation, CancelledOperationFinishesWithoutRunningAndBecomesReady)
     auto operation = std::make_shared<RecordingOperation>();
     operation->addDependency(blocker);
     int cancelAnnouncements = 0;
-    operation->observe("isCancelled", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
-        ++cancelAnnouncements;
-    });
+    operation->observe(
+        "isCancelled", 0,
+        [&](VKObservable *, const QString &, const VKKeyValueChange &) { ++cancelAnnouncements; });
     VKOperationQueue queue;
     queue.addOperation(operation);
     operation->cancel();
@@ -185,7 +187,8 @@ TEST(OperationQueue, TenThousandOperationsWithRandomDependencies)
         ASSERT_TRUE(operation->isFinished());
         ASSERT_EQ(operation->dependencyViolations.load(), 0);
         for (const auto &dependency : operation->dependencies())
-            ASSERT_LT(std::static_pointer_cast<RecordingOperation>(dependency)->startedAt, operation->startedAt);
+            ASSERT_LT(std::static_pointer_cast<RecordingOperation>(dependency)->startedAt,
+                      operation->startedAt);
     }
     EXPECT_EQ(clock.load(), count);
 }
@@ -193,7 +196,8 @@ TEST(OperationQueue, TenThousandOperationsWithRandomDependencies)
 TEST(OperationQueue, HonoursTheConcurrencyLimitAndSuspension)
 {
     VKOperationQueue queue;
-    EXPECT_EQ(queue.maxConcurrentOperationCount(), VKOperationQueueDefaultMaxConcurrentOperationCount);
+    EXPECT_EQ(queue.maxConcurrentOperationCount(),
+              VKOperationQueueDefaultMaxConcurrentOperationCount);
     queue.setMaxConcurrentOperationCount(2);
     std::atomic<int> inside{0}, most{0};
     QList<std::shared_ptr<VKOperationBase>> batch;
@@ -247,8 +251,9 @@ TEST(OperationQueue, RefusesOperationsItCannotTake)
         second.addOperation(operation);
         FAIL() << "no exception";
     } catch (const VKException &exception) {
-        EXPECT_EQ(exception.reason(),
-                  "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue");
+        EXPECT_EQ(
+            exception.reason(),
+            "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue");
     }
     EXPECT_THROW(first.addOperation(nullptr), VKException);
     first.setSuspended(false);
@@ -257,8 +262,9 @@ TEST(OperationQueue, RefusesOperationsItCannotTake)
         second.addOperation(operation);
         FAIL() << "no exception";
     } catch (const VKException &exception) {
-        EXPECT_EQ(exception.reason(),
-                  "*** -[VKOperationQueue addOperation:]: operation is finished and cannot be enqueued");
+        EXPECT_EQ(
+            exception.reason(),
+            "*** -[VKOperationQueue addOperation:]: operation is finished and cannot be enqueued");
     }
 }
 
@@ -334,7 +340,8 @@ TEST(ClassRegistry, LooksUpCreatesAndDiscoversRegisteredClasses)
     auto still = VKClassRegistry::createInstance<Exporter>("VKTestStillExporter");
     ASSERT_TRUE(still);
     EXPECT_EQ(still->kind(), "still");
-    EXPECT_EQ(VKClassRegistry::createInstance<VKTestMovieExporter>("VKTestStillExporter")->kind(), "still");
+    EXPECT_EQ(VKClassRegistry::createInstance<VKTestMovieExporter>("VKTestStillExporter")->kind(),
+              "still");
     EXPECT_FALSE(VKClassRegistry::createInstance<Exporter>("Exporter"));
     EXPECT_FALSE(VKClassRegistry::createInstance<Exporter>("VKTestAudioPlugin"));
     EXPECT_FALSE(VKClassRegistry::createInstance<VKTestStillExporter>("VKTestMovieExporter"));
@@ -353,10 +360,10 @@ TEST(ClassRegistry, LooksUpCreatesAndDiscoversRegisteredClasses)
     EXPECT_FALSE(VKClassRegistry::registerClass<VKTestAudioPlugin>("VKTestMovieExporter"));
     EXPECT_EQ(capture.messages().size(), 1);
     EXPECT_EQ(VKClassRegistry::createInstance<Exporter>("VKTestMovieExporter")->kind(), "movie");
-    ASSERT_TRUE(VKClassRegistry::registerClass<VKTestAudioPlugin>("VKTestTemporary", {}, [] {
-        return std::shared_ptr<VKTestAudioPlugin>();
-    }));
-    EXPECT_FALSE(VKClassRegistry::createInstance<VKTestAudioPlugin>("VKTestTemporary")); // factory said null
+    ASSERT_TRUE(VKClassRegistry::registerClass<VKTestAudioPlugin>(
+        "VKTestTemporary", {}, [] { return std::shared_ptr<VKTestAudioPlugin>(); }));
+    EXPECT_FALSE(
+        VKClassRegistry::createInstance<VKTestAudioPlugin>("VKTestTemporary")); // factory said null
     EXPECT_TRUE(VKClassRegistry::unregisterClass("VKTestTemporary"));
     EXPECT_FALSE(VKClassRegistry::unregisterClass("VKTestTemporary"));
 }

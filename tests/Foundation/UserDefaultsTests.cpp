@@ -88,7 +88,8 @@ TEST_F(UserDefaults, TypedReadsConvertLeniently)
         {"-007", true, -7, -7.0, "-007"},
         {"000", false, 0, 0.0, "000"},
         {"abc", false, 0, 0.0, "abc"},
-        {"99999999999999999999", true, std::numeric_limits<qint64>::max(), 1e20, "99999999999999999999"},
+        {"99999999999999999999", true, std::numeric_limits<qint64>::max(), 1e20,
+         "99999999999999999999"},
         {3.9, true, 3, 3.9, "3.9"},
         {0, false, 0, 0.0, "0"},
         {false, false, 0, 0.0, "0"},
@@ -113,9 +114,11 @@ TEST_F(UserDefaults, BadValuesAndKeysAreRefused)
         FAIL() << "no exception";
     } catch (const VKException &exception) {
         EXPECT_EQ(exception.name(), VKInvalidArgumentException);
-        EXPECT_EQ(exception.reason(), "Attempt to insert non-property list object QSize for key size");
+        EXPECT_EQ(exception.reason(),
+                  "Attempt to insert non-property list object QSize for key size");
     }
-    EXPECT_THROW(defaults->setObject(QVariantList{QVariant::fromValue(QSize())}, "nested"), VKException);
+    EXPECT_THROW(defaults->setObject(QVariantList{QVariant::fromValue(QSize())}, "nested"),
+                 VKException);
     EXPECT_THROW(defaults->setObject(1, ""), VKException);
     defaults->removeObjectForKey(""); // must not wipe the store
     EXPECT_EQ(defaults->stringForKey("k"), "kept");
