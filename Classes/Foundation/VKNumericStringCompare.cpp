@@ -33,6 +33,17 @@ qsizetype mismatchIndex(const char16_t *a, const char16_t *b, qsizetype n)
     return i;
 }
 
+// Backs `end` up to a place where a token starts: not inside a surrogate pair or a digit run.
+qsizetype tokenStartAtOrBefore(QStringView s, qsizetype end)
+{
+    if (end > 0 && s[end - 1].isHighSurrogate())
+        --end;
+    int units = 1;
+    while (end > 0 && VKStringRanges::digitValueBefore(s, end, &units) >= 0)
+        end -= units;
+    return end;
+}
+
 // Where a digit run sorts against a non-digit code unit: as "0" would.
 int digitAgainstCharacter(char16_t c)
 {
@@ -82,13 +93,9 @@ int VKNumericStringCompare::compareNumerically(QStringView a, QStringView b)
     qsizetype k = mismatchIndex(a.utf16(), b.utf16(), common);
     if (k == a.size() && k == b.size())
         return 0;
-    // Back up to where a token starts in both strings: not inside a surrogate pair, and at the
-    // start of a digit run that reaches the mismatch.
-    if (k > 0 && a[k - 1].isHighSurrogate())
-        --k;
+    // The shared beginning is tokenised alike in both strings up to the last token start.
+    k = tokenStartAtOrBefore(a, k);
     int units = 1;
-    while (k > 0 && VKStringRanges::digitValueBefore(a.first(k), k, &units) >= 0)
-        k -= units;
 
     qsizetype i = k, j = k;
     while (i < a.size() && j < b.size()) {
@@ -208,17 +215,6 @@ SortKey sortKey(QStringView s, qsizetype from, std::uint32_t index)
 } // namespace
 
 namespace {
-
-// Backs `end` up to a place where a token starts: not inside a surrogate pair or a digit run.
-qsizetype tokenStartAtOrBefore(QStringView s, qsizetype end)
-{
-    if (end > 0 && s[end - 1].isHighSurrogate())
-        --end;
-    int units = 1;
-    while (end > 0 && VKStringRanges::digitValueBefore(s, end, &units) >= 0)
-        end -= units;
-    return end;
-}
 
 // Sorts keys[begin, end) of strings that all share their first `known` code units. Keys are
 // taken after the range's common beginning, so comparisons rarely touch the strings; strings
