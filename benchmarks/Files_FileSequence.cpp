@@ -7,6 +7,7 @@
 // It runs where it finishes in reasonable time; its result is checked against the library's at
 // startup so that both measure the same work.
 #include "Files/VKFileSequence.h"
+#include "Foundation/VKNumericStringCompare.h"
 #include "Foundation/VKPath.h"
 #include "Foundation/VKStringRanges.h"
 
@@ -118,9 +119,13 @@ namespace {
 
 // A realistic mix: camera cards and render folders, several sequences per folder with paddings
 // from 4 to 7 and several extensions, dropped frames, names that only differ in case or
-// extension, and files without digits (sidecars, notes). Shuffled, as listings from several
-// folders arrive.
-QStringList generatePaths(qsizetype count)
+// extension, and files without digits (sidecars, notes). In listing order, folders come one after
+// the other and the names inside a folder in no particular order; the shuffled order mixes the
+// whole list, as when listings of several sources are merged. Either way the strings are
+// allocated in the order of the list, as when it is read.
+enum class Order { Listing, Shuffled };
+
+QStringList generatePaths(qsizetype count, Order order)
 {
     std::mt19937 random(20240601);
     const QStringList extensions = {".dpx", ".exr", ".tif", ".ari", ".dng", ".DPX"};
@@ -128,9 +133,11 @@ QStringList generatePaths(qsizetype count)
                                ".DS_Store"};
     QStringList paths;
     paths.reserve(count);
+    QList<qsizetype> folderStarts;
     int folderNumber = 0;
     while (paths.size() < count) {
         ++folderNumber;
+        folderStarts.append(paths.size());
         const QString folder = QStringLiteral("/Volumes/CARD_%1/A%2_C%3_REEL/")
                                    .arg(folderNumber % 40, 2, 10, QLatin1Char('0'))
                                    .arg(folderNumber % 997, 3, 10, QLatin1Char('0'))
@@ -158,16 +165,25 @@ QStringList generatePaths(qsizetype count)
             paths.append(folder + loose[random() % loose.size()]);
     }
     paths.resize(count);
-    std::shuffle(paths.begin(), paths.end(), random);
-    return paths;
+    folderStarts.append(count);
+    for (qsizetype f = 0; f + 1 < folderStarts.size(); ++f)
+        std::shuffle(paths.begin() + std::min(folderStarts[f], count),
+                     paths.begin() + std::min(folderStarts[f + 1], count), random);
+    if (order == Order::Shuffled)
+        std::shuffle(paths.begin(), paths.end(), random);
+    QStringList copied;
+    copied.reserve(count);
+    for (const QString &path : paths)
+        copied.append(QString(path.constData(), path.size()));
+    return copied;
 }
 
-const QStringList &pathsFor(qsizetype count)
+const QStringList &pathsFor(qsizetype count, Order order = Order::Listing)
 {
-    static std::map<qsizetype, QStringList> cache;
-    auto it = cache.find(count);
+    static std::map<std::pair<qsizetype, Order>, QStringList> cache;
+    auto it = cache.find({count, order});
     if (it == cache.end())
-        it = cache.emplace(count, generatePaths(count)).first;
+        it = cache.emplace(std::pair{count, order}, generatePaths(count, order)).first;
     return it->second;
 }
 
@@ -279,9 +295,9 @@ QList<QStringList> referenceSequences(const QStringList &files)
 // --- Benchmarks ---
 
 template <typename Group>
-void measure(benchmark::State &state, Group group)
+void measure(benchmark::State &state, Group group, Order order = Order::Listing)
 {
-    const QStringList &input = pathsFor(state.range(0));
+    const QStringList &input = pathsFor(state.range(0), order);
     long long peak = 0;
     qsizetype runCount = 0;
     for (auto _ : state) {
@@ -306,19 +322,48 @@ void BM_SequencesWithFiles(benchmark::State &state)
     measure(state, [](const QStringList &files) { return VKFileSequence::sequencesWithFiles(files); });
 }
 
+void BM_SequencesWithFiles_Shuffled(benchmark::State &state)
+{
+    measure(
+        state, [](const QStringList &files) { return VKFileSequence::sequencesWithFiles(files); },
+        Order::Shuffled);
+}
+
+void BM_SequencesWithFiles_Reference_Shuffled(benchmark::State &state)
+{
+    measure(state, referenceSequences, Order::Shuffled);
+}
+
 void BM_SequencesWithFiles_Reference(benchmark::State &state)
 {
     measure(state, referenceSequences);
 }
 
+// The sorting step alone (shuffled), to tell it from the walk.
+void BM_NumericSortIndexes(benchmark::State &state)
+{
+    const QStringList &input = pathsFor(state.range(0), Order::Shuffled);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(VKNumericStringCompare::sortedIndexes(input).constData());
+    state.counters["paths_per_second"] =
+        benchmark::Counter(double(input.size()), benchmark::Counter::kIsIterationInvariantRate);
+}
+
+BENCHMARK(BM_NumericSortIndexes)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SequencesWithFiles)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SequencesWithFiles_Reference)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SequencesWithFiles_Shuffled)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SequencesWithFiles_Reference_Shuffled)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
 // Both variants must answer the same before their speeds mean anything.
 bool variantsAgree()
 {
-    const QStringList &input = pathsFor(10'000);
-    return VKFileSequence::sequencesWithFiles(input) == referenceSequences(input);
+    for (Order order : {Order::Listing, Order::Shuffled}) {
+        const QStringList &input = pathsFor(10'000, order);
+        if (VKFileSequence::sequencesWithFiles(input) != referenceSequences(input))
+            return false;
+    }
+    return true;
 }
 
 } // namespace

@@ -33,6 +33,10 @@ qsizetype mismatchIndex(const char16_t *a, const char16_t *b, qsizetype n)
     return i;
 }
 
+// How many strings ahead of use their text is fetched while walking strings in an order that
+// is not their order in memory.
+constexpr std::size_t prefetchDistance = 8;
+
 // Backs `end` up to a place where a token starts: not inside a surrogate pair or a digit run.
 qsizetype tokenStartAtOrBefore(QStringView s, qsizetype end)
 {
@@ -253,6 +257,9 @@ void sortRange(const QStringList &strings, std::vector<SortKey> &keys, std::size
         }
         checked = true;
         for (std::size_t i = begin; i < end && checked; ++i) {
+            // The strings of a group lie anywhere in memory: ask for the next ones early.
+            if (i + prefetchDistance < end)
+                __builtin_prefetch(strings.at(keys[i + prefetchDistance].index).constData());
             const QStringView string = strings.at(keys[i].index);
             const qsizetype limit = std::min(common, string.size());
             const qsizetype shared =
