@@ -1,0 +1,222 @@
+#include "VKSequenceListTool.h"
+
+#include "Files/VKFileSequence.h"
+#include "Files/VKFileSequenceExistence.h"
+#include "Files/VKFileSize.h"
+#include "Foundation/VKFileSystem.h"
+#include "Foundation/VKNumericStringCompare.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QString kSizes = QStringLiteral("sizes");
+const QString kRecursive = QStringLiteral("recursive");
+const QString kCheck = QStringLiteral("check");
+const QString kHelp = QStringLiteral("help");
+
+// Folders with more entries than this show progress on a terminal.
+constexpr qsizetype kProgressStep = 20000;
+
+void write(FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+}
+
+QString joined(const QString &folder, const QString &name)
+{
+    if (folder.isEmpty())
+        return name;
+    return folder.endsWith(u'/') ? folder + name : folder + u'/' + name;
+}
+
+struct Listing
+{
+    QStringList files;   // paths as they are printed
+    QStringList folders; // subfolder paths, symbolic links to folders left out
+    int error = 0;       // errno of a failed listing
+};
+
+Listing readFolder(const QString &displayPath, bool progress)
+{
+    Listing listing;
+    const QByteArray openPath = displayPath.isEmpty() ? QByteArray(".") : displayPath.toUtf8();
+    DIR *dir = opendir(openPath.constData());
+    if (!dir) {
+        listing.error = errno;
+        return listing;
+    }
+    const int dirFd = dirfd(dir);
+    qsizetype seen = 0;
+    errno = 0;
+    while (dirent *entry = readdir(dir)) {
+        const char *name = entry->d_name;
+        // Hidden entries (".", "..", ".DS_Store", "._clip.mov") are not part of any listing.
+        if (name[0] == '.')
+            continue;
+        bool isFile = entry->d_type == DT_REG;
+        bool isFolder = entry->d_type == DT_DIR;
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+            struct stat st{};
+            if (fstatat(dirFd, name, &st, 0) == 0) {
+                isFile = S_ISREG(st.st_mode);
+                // Linked folders are not followed: they could lead back up the tree.
+                isFolder = entry->d_type == DT_UNKNOWN && S_ISDIR(st.st_mode);
+            }
+        }
+        const QString path = joined(displayPath, QString::fromUtf8(name));
+        if (isFile)
+            listing.files.append(path);
+        else if (isFolder)
+            listing.folders.append(path);
+        if (progress && ++seen % kProgressStep == 0) {
+            write(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
+                              .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
+                              .arg(seen));
+            std::fflush(stderr);
+        }
+        errno = 0;
+    }
+    if (errno != 0)
+        listing.error = errno;
+    closedir(dir);
+    if (progress && seen >= kProgressStep) {
+        write(stderr, QStringLiteral("\r\x1b[K"));
+        std::fflush(stderr);
+    }
+    return listing;
+}
+
+} // namespace
+
+std::shared_ptr<VKApplicationConfiguration> VKSequenceListTool::applicationConfiguration()
+{
+    VKApplicationOptionConfigurationList list;
+    list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
+        kSizes, QStringLiteral("s"), QStringLiteral("Add the total size of each sequence")));
+    list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
+        kRecursive, QStringLiteral("R"),
+        QStringLiteral("Also list every subfolder, depth first, in sorted order")));
+    list.append(VKApplicationParameterConfiguration::parameterConfigurationWithLongIdentifier(
+        kCheck, QStringLiteral("c"),
+        QStringLiteral("Print complete, partial or missing and exit 0, 1 or 2"),
+        VKApplicationParameterTypeString, QStringLiteral("identifier")));
+    list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
+        kHelp, QStringLiteral("h"), QStringLiteral("Print this text")));
+    return std::make_shared<VKApplicationConfiguration>(
+        QStringLiteral("usage: vkseq [options] [PATH ...]\n\n"
+                       "Lists the numbered file sequences in each folder (default: the current "
+                       "folder), one line\nper sequence: its identifier, a tab and the number "
+                       "of files. A file without a frame\nnumber is a line of its own. Names "
+                       "starting with \".\" are skipped."),
+        QStringLiteral("EXAMPLES\n"
+                       "\tvkseq shots/A                 shots/A/clip_1-100####.dpx\t100\n"
+                       "\tvkseq -s shots/A              adds the size, such as 1.2 GB\n"
+                       "\tvkseq -c 'shots/A/clip_1-100####.dpx'\n\n"
+                       "EXIT STATUS\n"
+                       "\t0 success; 1 a path could not be listed. With --check: 0 complete, 1 "
+                       "partial,\n\t2 missing, 3 the identifier could not be checked."),
+        list);
+}
+
+bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, bool sizes)
+{
+    Listing listing = readFolder(displayPath, m_progress);
+    if (listing.error != 0) {
+        write(stderr, QStringLiteral("vkseq: %1: %2\n")
+                          .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath,
+                               QString::fromLocal8Bit(std::strerror(listing.error))));
+        return false;
+    }
+
+    QString out;
+    for (const QStringList &run : VKFileSequence::sequencesWithFiles(listing.files)) {
+        const std::shared_ptr<VKFileSequence> sequence =
+            VKFileSequence::fileSequenceWithSequenceOfFiles(run);
+        if (!sequence)
+            continue;
+        out += sequence->identifier();
+        out += u'\t';
+        out += QString::number(run.size());
+        if (sizes) {
+            // A file without a frame number is measured directly; runs use the sampled total.
+            const bool numbered = VKFileSequence::frameNumberForFile(run.first()) !=
+                                  VKFileSequence::notFound;
+            const qint64 bytes = numbered ? sequence->overallByteCount()
+                                          : VKFileSystem::filesizeCFI(run.first());
+            out += u'\t';
+            out += VKFileSize::humanReadableFileSizeStringFromByteCount(
+                static_cast<quint64>(qMax<qint64>(bytes, 0)));
+        }
+        out += u'\n';
+    }
+    write(stdout, out);
+
+    bool ok = true;
+    if (recursive) {
+        VKNumericStringCompare::sort(listing.folders);
+        for (const QString &folder : std::as_const(listing.folders))
+            ok = listFolder(folder, true, sizes) && ok;
+    }
+    return ok;
+}
+
+int VKSequenceListTool::check(const QString &identifier)
+{
+    VKError error;
+    const std::optional<VKFileSequencePresence> presence =
+        VKFileSequenceExistence::presenceOfFileSequenceWithIdentifier(identifier, &error);
+    if (!presence) {
+        write(stderr, QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
+        return 3;
+    }
+    write(stdout, presence->stateName() + u'\n');
+    switch (presence->state) {
+    case VKFileSequencePresence::Complete:
+        return 0;
+    case VKFileSequencePresence::Partial:
+        return 1;
+    case VKFileSequencePresence::Missing:
+        break;
+    }
+    return 2;
+}
+
+void VKSequenceListTool::application(VKApplication &application,
+                                     const std::shared_ptr<VKApplicationArguments> &arguments)
+{
+    const auto finish = [&application](int code) {
+        std::fflush(stdout);
+        application.setExitCode(code);
+        application.setFinished(true);
+    };
+    const QStringList options = arguments->options();
+    if (options.contains(kHelp)) {
+        application.printUsage();
+        finish(0);
+        return;
+    }
+    const QVariantMap parameters = arguments->parameters();
+    if (parameters.contains(kCheck)) {
+        finish(check(parameters.value(kCheck).toString()));
+        return;
+    }
+
+    m_progress = isatty(STDERR_FILENO) == 1;
+    const bool recursive = options.contains(kRecursive);
+    const bool sizes = options.contains(kSizes);
+    QStringList paths = arguments->arguments();
+    if (paths.isEmpty())
+        paths.append(QString());
+    bool ok = true;
+    for (const QString &path : std::as_const(paths))
+        ok = listFolder(path, recursive, sizes) && ok;
+    finish(ok ? 0 : 1);
+}

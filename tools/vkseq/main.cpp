@@ -1,0 +1,7 @@
+// vkseq: lists the numbered file sequences of folders.
+#include "VKSequenceListTool.h"
+
+int main(int argc, char **argv)
+{
+    return VKRunApplicationWithDelegateClass<VKSequenceListTool>(argc, argv);
+}
