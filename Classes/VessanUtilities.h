@@ -1,11 +1,45 @@
 // Umbrella header: everything the library offers, for hosts that prefer one include.
 #pragma once
 
+// Foundation: the platform layer
+#include "Foundation/VKAttributedString.h"
+#include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKDate.h"
 #include "Foundation/VKError.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKExport.h"
+#include "Foundation/VKFileSystem.h"
 #include "Foundation/VKFormat.h"
+#include "Foundation/VKHumanReadable.h"
 #include "Foundation/VKLogger.h"
+#include "Foundation/VKMainLoop.h"
+#include "Foundation/VKNotificationCenter.h"
+#include "Foundation/VKNumericStringCompare.h"
+#include "Foundation/VKObservable.h"
+#include "Foundation/VKOperationBase.h"
+#include "Foundation/VKOperationQueue.h"
 #include "Foundation/VKPath.h"
+#include "Foundation/VKStringRanges.h"
+#include "Foundation/VKUserDefaults.h"
+#include "Foundation/VKValueTransformer.h"
 #include "Foundation/VKVersion.h"
+
+// Timecode values, the calculator and its text forms
+#include "Timecode/VKCalc.h"
+#include "Timecode/VKFrameRate.h"
+#include "Timecode/VKTimecode.h"
+#include "Timecode/VKTimecodeText.h"
+
+// Files: sequences, sizes and speeds
+#include "Files/VKFileSequence.h"
+#include "Files/VKFileSequenceExistence.h"
+#include "Files/VKFileSize.h"
+#include "Files/VKHumanReadableValueTransformers.h"
+
+// Application: the command-line frame
+#include "Application/VKApplication.h"
+#include "Application/VKApplicationArguments.h"
+#include "Application/VKApplicationConfiguration.h"
+#include "Application/VKApplicationDelegate.h"
+#include "Application/VKLenientNumber.h"
+#include "Application/VKPrint.h"

@@ -12,6 +12,11 @@ elseif(VK_SANITIZER STREQUAL "tsan")
 elseif(VK_SANITIZER)
     message(FATAL_ERROR "Unknown VK_SANITIZER '${VK_SANITIZER}' (use asan or tsan)")
 endif()
+if(VK_BUILD_FUZZERS)
+    # Coverage instrumentation for everything, so that the fuzzers see into the library; the
+    # fuzz targets themselves link the fuzzer's main.
+    list(APPEND _vk_san -fsanitize=fuzzer-no-link)
+endif()
 if(_vk_san)
     add_compile_options(${_vk_san})
     add_link_options(${_vk_san})

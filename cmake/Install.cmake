@@ -10,7 +10,8 @@ install(TARGETS VessanUtilities EXPORT VessanUtilitiesTargets
 foreach(sub IN LISTS VK_ENABLED_SUBSYSTEMS)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/Classes/${sub}
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VessanUtilities
-        FILES_MATCHING PATTERN "*.h")
+        FILES_MATCHING PATTERN "*.h"
+        PATTERN "*_p.h" EXCLUDE)  # private headers stay inside the library
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/Classes/VessanUtilities.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VessanUtilities)

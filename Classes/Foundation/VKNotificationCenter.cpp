@@ -1,7 +1,7 @@
 #include "Foundation/VKNotificationCenter.h"
 
 #include "Foundation/VKException.h"
-#include "Foundation/VKObservableCallGate.h"
+#include "Foundation/VKObservableCallGate_p.h"
 
 #include <atomic>
 #include <mutex>

@@ -2,7 +2,7 @@
 
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
-#include "Foundation/VKObservableCallGate.h"
+#include "Foundation/VKObservableCallGate_p.h"
 
 #include <QHash>
 

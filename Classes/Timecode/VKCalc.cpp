@@ -1,7 +1,7 @@
 #include "Timecode/VKCalc.h"
 
 #include "Foundation/VKLogger.h"
-#include "Timecode/VKRegex.h"
+#include "Timecode/VKRegex_p.h"
 #include "Timecode/VKTimecodeText.h"
 
 #include <QHash>

@@ -1,4 +1,4 @@
-#include "Timecode/VKRegex.h"
+#include "Timecode/VKRegex_p.h"
 
 #include <oniguruma.h>
 

@@ -15,7 +15,7 @@ run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/consumer)
-if(NOT LAST_OUTPUT MATCHES "^VessanUtilities [0-9]+\\.[0-9]+\\.[0-9]+\nfound: /tmp\n$")
+if(NOT LAST_OUTPUT MATCHES "^VessanUtilities [0-9]+\\.[0-9]+\\.[0-9]+\nfound: /tmp\n01:30:01.00\n$")
     message(FATAL_ERROR "unexpected consumer output: '${LAST_OUTPUT}'")
 endif()
 message(STATUS "consumer printed: ${LAST_OUTPUT}")
