@@ -263,6 +263,10 @@ TEST_F(Vkseq, ChecksIdentifiers)
     r = vkseq({"-c", "shots/C/clip_1-3#.dpx"}, dir.path());
     EXPECT_EQ(r.out, QByteArray("missing\n"));
     EXPECT_EQ(r.status, 2);
+    // A bare identifier is looked up in the current folder.
+    r = vkseq({"-c", "clip_1-100####.dpx"}, dir.filePath("shots/A"));
+    EXPECT_EQ(r.out, QByteArray("complete\n"));
+    EXPECT_EQ(r.status, 0);
     r = vkseq({"-c", "shots/A/notes.txt"}, dir.path());
     EXPECT_EQ(r.out, QByteArray());
     EXPECT_TRUE(r.err.startsWith("vkseq: shots/A/notes.txt: ")) << r.err.constData();

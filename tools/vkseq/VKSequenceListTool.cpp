@@ -170,9 +170,11 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
 
 int VKSequenceListTool::check(const QString &identifier)
 {
+    // A bare identifier names members of the current folder.
+    const QString located = identifier.contains(u'/') ? identifier : QStringLiteral("./") + identifier;
     VKError error;
     const std::optional<VKFileSequencePresence> presence =
-        VKFileSequenceExistence::presenceOfFileSequenceWithIdentifier(identifier, &error);
+        VKFileSequenceExistence::presenceOfFileSequenceWithIdentifier(located, &error);
     if (!presence) {
         write(stderr, QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
         return 3;
