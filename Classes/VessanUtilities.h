@@ -14,6 +14,7 @@
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKMainLoop.h"
 #include "Foundation/VKNotificationCenter.h"
+#include "Foundation/VKNumber.h"
 #include "Foundation/VKNumericStringCompare.h"
 #include "Foundation/VKObservable.h"
 #include "Foundation/VKOperationBase.h"

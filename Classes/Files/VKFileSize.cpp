@@ -1,5 +1,7 @@
 #include "Files/VKFileSize.h"
 
+#include "Foundation/VKNumber.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -154,32 +156,9 @@ quint64 VKFileSize::byteCountFromHumanReadableFileSizeString(const QString &text
     return static_cast<quint64>(count);
 }
 
-bool VKFileSize::isNumber(const QVariant &value)
-{
-    switch (value.metaType().id()) {
-    case QMetaType::Bool:
-    case QMetaType::Char:
-    case QMetaType::SChar:
-    case QMetaType::UChar:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Float:
-    case QMetaType::Double:
-        return true;
-    default:
-        return false;
-    }
-}
-
 quint64 VKFileSize::byteCountValue(const QVariant &number)
 {
-    if (!isNumber(number))
+    if (!VKNumber::isNumber(number))
         return 0;
     switch (number.metaType().id()) {
     case QMetaType::UChar:

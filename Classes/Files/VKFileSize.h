@@ -49,7 +49,4 @@ public:
     // toward zero; negative values and NaN give 0, values beyond the 64-bit range stop at the
     // largest count. Anything that is not a number gives 0.
     static quint64 byteCountValue(const QVariant &number);
-    // Whether the variant holds a number (an integer of any width, a bool, a float or double);
-    // a string of digits is not a number.
-    static bool isNumber(const QVariant &value);
 };

@@ -1,6 +1,7 @@
 #include "Files/VKHumanReadableValueTransformers.h"
 
 #include "Files/VKFileSize.h"
+#include "Foundation/VKNumber.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKHumanReadable.h"
 
@@ -25,7 +26,7 @@ bool VKByteCountToHumanReadableStringValueTransformer::allowsReverseTransformati
 QVariant
 VKByteCountToHumanReadableStringValueTransformer::transformedValue(const QVariant &value) const
 {
-    if (!VKFileSize::isNumber(value))
+    if (!VKNumber::isNumber(value))
         return {};
     return VKFileSize::humanReadableFileSizeStringFromByteCount(VKFileSize::byteCountValue(value));
 }
@@ -48,7 +49,7 @@ bool VKBytesPerSecondToHumanReadableStringValueTransformer::allowsReverseTransfo
 QVariant
 VKBytesPerSecondToHumanReadableStringValueTransformer::transformedValue(const QVariant &value) const
 {
-    if (!VKFileSize::isNumber(value))
+    if (!VKNumber::isNumber(value))
         return {};
     return VKFileSize::humanReadableCopySpeedStringFromBytesPerSecond(
         VKFileSize::byteCountValue(value));
@@ -72,7 +73,7 @@ bool VKTimeIntervalToHumanReadableStringValueTransformer::allowsReverseTransform
 QVariant
 VKTimeIntervalToHumanReadableStringValueTransformer::transformedValue(const QVariant &value) const
 {
-    if (!VKFileSize::isNumber(value))
+    if (!VKNumber::isNumber(value))
         return {};
     // Durations are shown at the precision of a float, whatever the number held.
     const float seconds = value.toFloat();

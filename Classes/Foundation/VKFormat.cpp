@@ -125,7 +125,7 @@ QString describeIndented(const QVariant &value, int level, bool nested)
     return QStringLiteral("<%1>").arg(QString::fromLatin1(value.metaType().name()));
 }
 
-struct Spec
+struct Directive
 {
     QByteArray flags;
     int width = -1;
@@ -134,70 +134,70 @@ struct Spec
     char conversion = 0;
 };
 
-QString padded(QString text, const Spec &spec)
+QString padded(QString text, const Directive &directive)
 {
-    if (spec.precision >= 0 && text.size() > spec.precision)
-        text.truncate(spec.precision);
-    if (spec.width > text.size()) {
-        const QString pad(spec.width - text.size(), u' ');
-        text = spec.flags.contains('-') ? text + pad : pad + text;
+    if (directive.precision >= 0 && text.size() > directive.precision)
+        text.truncate(directive.precision);
+    if (directive.width > text.size()) {
+        const QString pad(directive.width - text.size(), u' ');
+        text = directive.flags.contains('-') ? text + pad : pad + text;
     }
     return text;
 }
 
-QString formatWithC(const Spec &spec, const char *length, char conversion, auto value)
+QString formatWithC(const Directive &directive, const char *length, char conversion, auto value)
 {
-    QByteArray cspec = "%" + spec.flags;
-    if (spec.width >= 0)
-        cspec += QByteArray::number(spec.width);
-    if (spec.precision >= 0)
-        cspec += "." + QByteArray::number(spec.precision);
-    cspec += length;
-    cspec += conversion;
+    QByteArray cformat = "%" + directive.flags;
+    if (directive.width >= 0)
+        cformat += QByteArray::number(directive.width);
+    if (directive.precision >= 0)
+        cformat += "." + QByteArray::number(directive.precision);
+    cformat += length;
+    cformat += conversion;
     char stackBuffer[128];
-    int needed = std::snprintf(stackBuffer, sizeof stackBuffer, cspec.constData(), value);
+    int needed = std::snprintf(stackBuffer, sizeof stackBuffer, cformat.constData(), value);
     if (needed < 0)
         return QString();
     if (needed < static_cast<int>(sizeof stackBuffer))
         return QString::fromUtf8(stackBuffer, needed);
     std::vector<char> big(static_cast<size_t>(needed) + 1);
-    std::snprintf(big.data(), big.size(), cspec.constData(), value);
+    std::snprintf(big.data(), big.size(), cformat.constData(), value);
     return QString::fromUtf8(big.data(), needed);
 }
 
-QString formatInteger(const Spec &spec, const VKFormatArgument &arg)
+QString formatInteger(const Directive &directive, const VKFormatArgument &arg)
 {
-    const bool isSigned = spec.conversion == 'd' || spec.conversion == 'i';
-    const QByteArray &len = spec.length;
+    const bool isSigned = directive.conversion == 'd' || directive.conversion == 'i';
+    const QByteArray &len = directive.length;
     const bool wide = len == "l" || len == "ll" || len == "q" || len == "j" || len == "z" ||
                       len == "t" || len == "L";
     if (isSigned) {
         const qint64 v = arg.toSigned();
         if (wide)
-            return formatWithC(spec, "ll", spec.conversion, static_cast<long long>(v));
+            return formatWithC(directive, "ll", directive.conversion, static_cast<long long>(v));
         if (len == "hh")
-            return formatWithC(spec, "", spec.conversion, static_cast<int>(static_cast<signed char>(v)));
+            return formatWithC(directive, "", directive.conversion, static_cast<int>(static_cast<signed char>(v)));
         if (len == "h")
-            return formatWithC(spec, "", spec.conversion, static_cast<int>(static_cast<short>(v)));
-        return formatWithC(spec, "", spec.conversion, static_cast<int>(static_cast<qint32>(v)));
+            return formatWithC(directive, "", directive.conversion, static_cast<int>(static_cast<short>(v)));
+        return formatWithC(directive, "", directive.conversion, static_cast<int>(static_cast<qint32>(v)));
     }
     const quint64 v = arg.toUnsigned();
     if (wide)
-        return formatWithC(spec, "ll", spec.conversion, static_cast<unsigned long long>(v));
+        return formatWithC(directive, "ll", directive.conversion, static_cast<unsigned long long>(v));
     if (len == "hh")
-        return formatWithC(spec, "", spec.conversion,
+        return formatWithC(directive, "", directive.conversion,
                            static_cast<unsigned>(static_cast<unsigned char>(v)));
     if (len == "h")
-        return formatWithC(spec, "", spec.conversion,
+        return formatWithC(directive, "", directive.conversion,
                            static_cast<unsigned>(static_cast<unsigned short>(v)));
-    return formatWithC(spec, "", spec.conversion, static_cast<unsigned>(static_cast<quint32>(v)));
+    return formatWithC(directive, "", directive.conversion, static_cast<unsigned>(static_cast<quint32>(v)));
 }
 
-QString formatPointer(const Spec &spec, const void *pointer)
+QString formatPointer(const Directive &directive, const void *pointer)
 {
     const QString text = QStringLiteral("0x") +
                          QString::number(reinterpret_cast<quintptr>(pointer), 16);
-    Spec plain = spec;
+    Directive plain = directive;
     plain.precision = -1;
     return padded(text, plain);
 }
@@ -398,7 +398,7 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
             continue;
         }
 
-        Spec spec;
+        Directive directive;
         qsizetype explicitIndex = -1;
         // Positional argument "n$".
         {
@@ -416,15 +416,15 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
         while (i < n && QByteArrayView("-+ #0'").contains(static_cast<char>(format[i].unicode())) &&
                format[i].unicode() < 128) {
             if (format[i] != u'\'')
-                spec.flags += static_cast<char>(format[i].unicode());
+                directive.flags += static_cast<char>(format[i].unicode());
             ++i;
         }
         if (i < n && format[i] == u'*') {
             const VKFormatArgument *a = argumentAt(nextArgument++);
-            spec.width = a ? static_cast<int>(a->toSigned()) : -1;
-            if (spec.width < 0 && a) {
-                spec.flags += '-';
-                spec.width = -spec.width;
+            directive.width = a ? static_cast<int>(a->toSigned()) : -1;
+            if (directive.width < 0 && a) {
+                directive.flags += '-';
+                directive.width = -directive.width;
             }
             ++i;
         } else {
@@ -436,13 +436,13 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
                 ++i;
             }
             if (any)
-                spec.width = width;
+                directive.width = width;
         }
         if (i < n && format[i] == u'.') {
             ++i;
             if (i < n && format[i] == u'*') {
                 const VKFormatArgument *a = argumentAt(nextArgument++);
-                spec.precision = a ? static_cast<int>(a->toSigned()) : -1;
+                directive.precision = a ? static_cast<int>(a->toSigned()) : -1;
                 ++i;
             } else {
                 int precision = 0;
@@ -450,22 +450,22 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
                     precision = precision * 10 + (format[i].unicode() - '0');
                     ++i;
                 }
-                spec.precision = precision;
+                directive.precision = precision;
             }
         }
         while (i < n && QByteArrayView("hlqLjzt").contains(static_cast<char>(format[i].unicode())) &&
                format[i].unicode() < 128) {
-            spec.length += static_cast<char>(format[i].unicode());
+            directive.length += static_cast<char>(format[i].unicode());
             ++i;
         }
         if (i >= n) {
             out += QStringView(format).mid(start);
             break;
         }
-        spec.conversion = format[i].unicode() < 128 ? static_cast<char>(format[i].unicode()) : 0;
+        directive.conversion = format[i].unicode() < 128 ? static_cast<char>(format[i].unicode()) : 0;
         ++i;
 
-        const char conv = spec.conversion;
+        const char conv = directive.conversion;
         static const QByteArrayView known("diouxXfFeEgGaAcCsS@pn");
         if (conv == 0 || !known.contains(conv)) {
             out += QStringView(format).mid(start, i - start);
@@ -485,7 +485,7 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
         case 'u':
         case 'x':
         case 'X':
-            out += formatInteger(spec, *arg);
+            out += formatInteger(directive, *arg);
             break;
         case 'f':
         case 'F':
@@ -495,7 +495,7 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
         case 'G':
         case 'a':
         case 'A':
-            out += formatWithC(spec, "", conv, arg->toDouble());
+            out += formatWithC(directive, "", conv, arg->toDouble());
             break;
         case 'c':
         case 'C': {
@@ -508,7 +508,7 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
                 const char32_t point = static_cast<char32_t>(code);
                 ch = QString::fromUcs4(&point, 1);
             }
-            Spec plain = spec;
+            Directive plain = directive;
             plain.precision = -1;
             out += padded(ch, plain);
             break;
@@ -516,10 +516,10 @@ QString VKFormat::format(const QString &format, const QList<VKFormatArgument> &a
         case 's':
         case 'S':
         case '@':
-            out += padded(arg->toDescription(), spec);
+            out += padded(arg->toDescription(), directive);
             break;
         case 'p':
-            out += formatPointer(spec, arg->toPointer());
+            out += formatPointer(directive, arg->toPointer());
             break;
         default:
             break;

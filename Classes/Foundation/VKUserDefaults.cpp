@@ -2,6 +2,7 @@
 
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
+#include "Foundation/VKNumber.h"
 #include "Foundation/VKNotificationCenter.h"
 
 #include <QCoreApplication>
@@ -101,26 +102,6 @@ bool isStorable(const QVariant &value)
         for (const QVariant &element : value.toHash())
             if (!isStorable(element))
                 return false;
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isNumber(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Long:
-    case QMetaType::ULong:
         return true;
     default:
         return false;
@@ -279,7 +260,7 @@ QString VKUserDefaults::stringForKey(const QString &key) const
         return value.toString();
     if (value.typeId() == QMetaType::Bool)
         return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
-    if (isNumber(value))
+    if (VKNumber::isNumber(value))
         return value.toString();
     return QString();
 }
@@ -317,7 +298,7 @@ bool VKUserDefaults::boolForKey(const QString &key) const
     const QVariant value = objectForKey(key);
     if (value.typeId() == QMetaType::QString)
         return leadingBool(value.toString());
-    if (isNumber(value))
+    if (VKNumber::isNumber(value))
         return value.toDouble() != 0.0;
     return false;
 }
@@ -337,7 +318,7 @@ qint64 VKUserDefaults::integerForKey(const QString &key) const
             return std::numeric_limits<qint64>::min();
         return static_cast<qint64>(number);
     }
-    if (isNumber(value))
+    if (VKNumber::isNumber(value))
         return value.toLongLong();
     return 0;
 }
@@ -347,7 +328,7 @@ double VKUserDefaults::doubleForKey(const QString &key) const
     const QVariant value = objectForKey(key);
     if (value.typeId() == QMetaType::QString)
         return leadingDouble(value.toString());
-    if (isNumber(value))
+    if (VKNumber::isNumber(value))
         return value.toDouble();
     return 0.0;
 }
