@@ -2,6 +2,7 @@
 
 #include "Foundation/VKException.h"
 
+#include <chrono>
 #include <condition_variable>
 
 namespace {
@@ -121,8 +122,12 @@ void VKOperationBase::waitUntilFinished()
             finished.notify_all();
         });
     {
+        // An end announced while the observer was being registered can be missed (the change
+        // had already begun without it), so the state is also looked at now and then.
         std::unique_lock lock(mutex);
-        finished.wait(lock, [this] { return isFinished(); });
+        while (!finished.wait_for(lock, std::chrono::milliseconds(10),
+                                  [this] { return isFinished(); })) {
+        }
     }
     removeObservation(token);
 }

@@ -41,6 +41,10 @@ struct VKOperationQueue::Private
         std::shared_ptr<VKOperationBase> operation;
         quint64 sequence = 0;
         Where where = Waiting;
+        // A worker is inside start(); an end announced meanwhile is handled when it returns,
+        // so that whatever start() leaves behind (a logged exception) precedes the retirement.
+        bool starting = false;
+        bool finishedWhileStarting = false;
         VKObservationToken readyToken = 0;
         VKObservationToken finishedToken = 0;
     };
@@ -90,6 +94,10 @@ struct VKOperationQueue::Private
         auto it = entries.find(operation);
         if (it == entries.end())
             return;
+        if (it->where == Running && it->starting) {
+            it->finishedWhileStarting = true;
+            return;
+        }
         if (it->where == Running)
             --running;
         waiting.erase(it->sequence);
@@ -174,6 +182,7 @@ struct VKOperationQueue::Private
             !operation->isFinished()) {
             --running;
             it->where = Waiting;
+            it->starting = false;
             waiting.emplace(it->sequence, operation.get());
             reevaluateLocked(operation.get());
         }
@@ -198,10 +207,22 @@ struct VKOperationQueue::Private
                 Entry &entry = entries[first->second];
                 ready.erase(first);
                 entry.where = Running;
+                entry.starting = true;
+                entry.finishedWhileStarting = false;
                 ++running;
                 std::shared_ptr<VKOperationBase> operation = entry.operation;
                 lock.unlock();
                 run(operation);
+                lock.lock();
+                auto it = entries.find(operation.get());
+                if (it != entries.end() && it->operation == operation) {
+                    const bool ended = it->finishedWhileStarting;
+                    it->starting = false;
+                    if (ended)
+                        retireLocked(operation.get());
+                }
+                // The last reference may go here: drop it outside the lock.
+                lock.unlock();
                 operation.reset();
                 lock.lock();
                 continue;
