@@ -64,7 +64,9 @@ Listing readFolder(const QString &displayPath, bool progress)
         bool isFile = entry->d_type == DT_REG;
         bool isFolder = entry->d_type == DT_DIR;
         if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
-            struct stat st{};
+            struct stat st
+            {
+            };
             if (fstatat(dirFd, name, &st, 0) == 0) {
                 isFile = S_ISREG(st.st_mode);
                 // Linked folders are not followed: they could lead back up the tree.
@@ -147,10 +149,10 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
         out += QString::number(run.size());
         if (sizes) {
             // A file without a frame number is measured directly; runs use the sampled total.
-            const bool numbered = VKFileSequence::frameNumberForFile(run.first()) !=
-                                  VKFileSequence::notFound;
-            const qint64 bytes = numbered ? sequence->overallByteCount()
-                                          : VKFileSystem::filesizeCFI(run.first());
+            const bool numbered =
+                VKFileSequence::frameNumberForFile(run.first()) != VKFileSequence::notFound;
+            const qint64 bytes =
+                numbered ? sequence->overallByteCount() : VKFileSystem::filesizeCFI(run.first());
             out += u'\t';
             out += VKFileSize::humanReadableFileSizeStringFromByteCount(
                 static_cast<quint64>(qMax<qint64>(bytes, 0)));
@@ -171,12 +173,14 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
 int VKSequenceListTool::check(const QString &identifier)
 {
     // A bare identifier names members of the current folder.
-    const QString located = identifier.contains(u'/') ? identifier : QStringLiteral("./") + identifier;
+    const QString located =
+        identifier.contains(u'/') ? identifier : QStringLiteral("./") + identifier;
     VKError error;
     const std::optional<VKFileSequencePresence> presence =
         VKFileSequenceExistence::presenceOfFileSequenceWithIdentifier(located, &error);
     if (!presence) {
-        write(stderr, QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
+        write(stderr,
+              QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
         return 3;
     }
     write(stdout, presence->stateName() + u'\n');
