@@ -143,37 +143,30 @@ TEST(ApplicationRun, FinishingInsideTheDelegateNeverWaits)
 
 TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
 {
-    // Delivered to the main thread through a queued call.
-    VKApplication queued;
-    std::thread worker;
-    qint64 result =
-        queued.runWithDelegateClass(delegateClassRunning([&](VKApplication &app, const auto &) {
-                                        worker = std::thread([&app] {
-                                            QMetaObject::invokeMethod(
-                                                QCoreApplication::instance(),
-                                                [&app] {
-                                                    app.setExitCode(11);
-                                                    app.setFinished(true);
-                                                },
-                                                Qt::QueuedConnection);
-                                        });
-                                    }),
-                                    {});
-    worker.join();
-    EXPECT_EQ(result, 11);
-
-    // Set directly on the worker: the periodic test of the flag notices it.
-    VKApplication direct;
-    result =
-        direct.runWithDelegateClass(delegateClassRunning([&](VKApplication &app, const auto &) {
-                                        worker = std::thread([&app] {
-                                            app.setExitCode(12);
-                                            app.setFinished(true);
-                                        });
-                                    }),
-                                    {});
-    worker.join();
-    EXPECT_EQ(result, 12);
+    // Finished through a call queued to the main thread, or set directly on the worker, where
+    // the periodic test of the flag notices it.
+    for (const bool queued : {true, false}) {
+        SCOPED_TRACE(queued ? "queued" : "direct");
+        std::thread worker;
+        const auto finish = [](VKApplication &app) {
+            app.setExitCode(11);
+            app.setFinished(true);
+        };
+        const qint64 result = VKApplication().runWithDelegateClass(
+            delegateClassRunning([&](VKApplication &app, const auto &) {
+                worker = std::thread([&app, queued, finish] {
+                    if (queued)
+                        QMetaObject::invokeMethod(
+                            QCoreApplication::instance(), [&app, finish] { finish(app); },
+                            Qt::QueuedConnection);
+                    else
+                        finish(app);
+                });
+            }),
+            {});
+        worker.join();
+        EXPECT_EQ(result, 11);
+    }
 }
 
 TEST(ApplicationRun, ClassWithoutDelegateIsRejected)

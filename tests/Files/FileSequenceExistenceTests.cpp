@@ -52,8 +52,10 @@ TEST_F(SequenceFolder, HugeRangesAreAnsweredFromTheListing)
 {
     // Far more members than the folder has names: answered without generating them.
     EXPECT_TRUE(E::fileSequencePartExistsWithIdentifier(id("c_0-9000000000000000000####.dpx")));
-    EXPECT_FALSE(E::completeFileSequenceExistsWithIdentifier(id("c_0-9000000000000000000####.dpx")));
-    EXPECT_FALSE(E::fileSequencePartExistsWithIdentifier(id("c_10001-9000000000000000000####.dpx")));
+    EXPECT_FALSE(
+        E::completeFileSequenceExistsWithIdentifier(id("c_0-9000000000000000000####.dpx")));
+    EXPECT_FALSE(
+        E::fileSequencePartExistsWithIdentifier(id("c_10001-9000000000000000000####.dpx")));
     const auto presence =
         E::presenceOfFileSequenceWithIdentifier(id("c_2-9000000000000000000####.dpx"));
     ASSERT_TRUE(presence);
@@ -96,21 +98,20 @@ TEST_F(SequenceFolder, AnIdentifierThatDoesNotParseNamesNoMembers)
 
 TEST_F(SequenceFolder, PresenceCountsMembers)
 {
-    const auto complete = E::presenceOfFileSequenceWithIdentifier(id("c_4-5####.dpx"));
-    ASSERT_TRUE(complete);
-    EXPECT_EQ(complete->state, VKFileSequencePresence::Complete);
-    EXPECT_EQ(complete->stateName(), QStringLiteral("complete"));
-    EXPECT_EQ(complete->existingFiles, 2u);
-
-    const auto partial = E::presenceOfFileSequenceWithIdentifier(id("c_1-5####.dpx"));
-    ASSERT_TRUE(partial);
-    EXPECT_EQ(partial->stateName(), QStringLiteral("partial"));
-    EXPECT_EQ(partial->existingFiles, 4u);
-    EXPECT_EQ(partial->numberOfFiles, 5u);
-
-    const auto missing = E::presenceOfFileSequenceWithIdentifier(id("nowhere/c_1-5####.dpx"));
-    ASSERT_TRUE(missing);
-    EXPECT_EQ(missing->stateName(), QStringLiteral("missing"));
-    EXPECT_EQ(missing->existingFiles, 0u);
-    EXPECT_EQ(missing->numberOfFiles, 5u);
+    const struct
+    {
+        const char *name;
+        const char *state;
+        quint64 existing, count;
+    } cases[] = {{"c_4-5####.dpx", "complete", 2, 2},
+                 {"c_1-5####.dpx", "partial", 4, 5},
+                 {"nowhere/c_1-5####.dpx", "missing", 0, 5}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto presence = E::presenceOfFileSequenceWithIdentifier(id(c.name));
+        ASSERT_TRUE(presence);
+        EXPECT_EQ(presence->stateName(), QString::fromLatin1(c.state));
+        EXPECT_EQ(presence->existingFiles, c.existing);
+        EXPECT_EQ(presence->numberOfFiles, c.count);
+    }
 }

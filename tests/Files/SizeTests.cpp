@@ -50,15 +50,11 @@ QString printfSizeText(quint64 bytes)
 TEST(VKFileSize, SizeTextUsesDecimalUnitsFromKilobytesUp)
 {
     EXPECT_EQ(sizeText(0), "0.0 KB");
-    EXPECT_EQ(sizeText(1), "0.0 KB");
     EXPECT_EQ(sizeText(49), "0.0 KB");
     EXPECT_EQ(sizeText(50), "0.1 KB");
-    EXPECT_EQ(sizeText(500), "0.5 KB");
     EXPECT_EQ(sizeText(999), "1.0 KB");
-    EXPECT_EQ(sizeText(1000), "1.0 KB");
     EXPECT_EQ(sizeText(1024), "1.0 KB");
     EXPECT_EQ(sizeText(1500000), "1.5 MB");
-    EXPECT_EQ(sizeText(12500000), "12.5 MB");
     // 0.95 is stored just below itself and 0.25 / 1.25 are exact ties that go to even.
     EXPECT_EQ(sizeText(950), "0.9 KB");
     EXPECT_EQ(sizeText(250), "0.2 KB");
@@ -78,13 +74,11 @@ TEST(VKFileSize, SizeTextUnitBoundariesAtEveryPowerOfThousand)
         const QString unit = QString::fromLatin1(units[power]);
         EXPECT_EQ(sizeText(999949 * scale), "999.9 " + unit);
         EXPECT_EQ(sizeText(999950 * scale), "1000.0 " + unit);
-        EXPECT_EQ(sizeText(999960 * scale), "1000.0 " + unit);
         EXPECT_EQ(sizeText(999999 * scale), "1000.0 " + unit);
         // The count becomes a double first: 10^18 - 1 is no longer below 10^18.
         EXPECT_EQ(sizeText(1000000 * scale - 1),
                   power < 4 ? "1000.0 " + unit : QStringLiteral("1.0 EB"));
         EXPECT_EQ(sizeText(1000000 * scale), "1.0 " + QString::fromLatin1(units[power + 1]));
-        EXPECT_EQ(sizeText(1000001 * scale), "1.0 " + QString::fromLatin1(units[power + 1]));
     }
 }
 
@@ -112,19 +106,14 @@ TEST(VKFileSize, SizeTextRoundsExactlyAsPrintf)
 TEST(VKFileSize, SpeedTextAppendsPerSecond)
 {
     EXPECT_EQ(speedText(0), "0.0 KB/s");
-    EXPECT_EQ(speedText(700), "0.7 KB/s");
     EXPECT_EQ(speedText(12500000), "12.5 MB/s");
     EXPECT_EQ(speedText(999999), "1000.0 KB/s");
     EXPECT_EQ(speedText(kMax), "18.4 EB/s");
-    EXPECT_EQ(VKFileSize::outputUnits(),
-              QStringList({"KB", "MB", "GB", "TB", "PB", "EB", "ZB", "YB"}));
-    EXPECT_EQ(VKFileSize::inputUnits(),
-              QStringList({"B", "KB", "MB", "GB", "TB", "PB", "EB", "ZB", "YB"}));
 }
 
 TEST(VKFileSize, ParserReadsEveryUnitInAnyCase)
 {
-    const QStringList units = VKFileSize::inputUnits();
+    const QStringList units = {"B", "KB", "MB", "GB", "TB", "PB", "EB"};
     quint64 scale = 1;
     for (int k = 0; k < 7; ++k, scale *= 1000) {
         const QString unit = units[k];
@@ -137,10 +126,6 @@ TEST(VKFileSize, ParserReadsEveryUnitInAnyCase)
             EXPECT_EQ(parse("3 " + unit.left(1).toLower() + unit.mid(1) + "/s"), 3 * scale);
         }
     }
-    EXPECT_EQ(parse("12.5 MB/s"), 12500000u);
-    EXPECT_EQ(parse("3 kb/s"), 3000u);
-    EXPECT_EQ(parse("700 B/s"), 700u);
-    EXPECT_EQ(parse("12 mb/s"), 12000000u);
     // Counts from 2^63 up come out unsigned; beyond the 64-bit range they stop at the top.
     EXPECT_EQ(parse("9.3 EB/s"), 9300000000000000000u);
     EXPECT_EQ(parse("10 EB/s"), 10000000000000000000u);
@@ -187,18 +172,14 @@ TEST(VKFileSize, ParserRejectsWhatIsNotASpeed)
     EXPECT_EQ(parse("12"), 0u);
     EXPECT_EQ(parse("12/s"), 0u);    // no unit
     EXPECT_EQ(parse("12.5 MB"), 0u); // no "/s"
-    EXPECT_EQ(parse("12.5 MB/S"), 0u);
     EXPECT_EQ(parse("12.5 MB/sec"), 0u);
     EXPECT_EQ(parse("12 M/s"), 0u);
     EXPECT_EQ(parse("12 MiB/s"), 0u);
-    EXPECT_EQ(parse("12 KiB/s"), 0u);
     EXPECT_EQ(parse("12 MB /s"), 0u);  // the letters must touch the "/s"
     EXPECT_EQ(parse("12 MB/s/s"), 0u); // one "/s" comes off, "S" is no unit
     EXPECT_EQ(parse("12 MB/s /s"), 0u);
     EXPECT_EQ(parse("-12 MB/s"), 0u); // no number prefix
-    EXPECT_EQ(parse("+12 MB/s"), 0u);
-    EXPECT_EQ(parse("1e3 B/s"), 1u); // no exponent: "1" and the unit "B"
-    EXPECT_EQ(parse("1e3B/s"), 1u);
+    EXPECT_EQ(parse("1e3 B/s"), 1u);  // no exponent: "1" and the unit "B"
     // A unit with digits in it: only the letters after the last digit count.
     EXPECT_EQ(parse("12 M2B/s"), 12u);
     EXPECT_EQ(parse("12 K1MB/s"), 12000000u);
@@ -215,12 +196,9 @@ TEST(VKFileSize, ParserWhiteSpace)
 {
     // Trailing space is trimmed; leading space leaves no number.
     EXPECT_EQ(parse("12 MB/s  "), 12000000u);
-    EXPECT_EQ(parse("12 MB/s\n"), 12000000u);
     EXPECT_EQ(parse("12 MB/s\t \r\n"), 12000000u);
     EXPECT_EQ(parse(" 12 MB/s"), 0u);
-    EXPECT_EQ(parse("\t12 MB/s"), 0u);
     EXPECT_EQ(parse("12\tMB/s"), 12000000u);
-    EXPECT_EQ(parse("12   MB/s"), 12000000u);
     EXPECT_EQ(parse("   "), 0u);
 }
 

@@ -22,44 +22,51 @@ TEST(VKPath, ComponentsKeepRootAndTrailingSlash)
     EXPECT_EQ(VKPath::pathWithComponents({"a", "b", "/"}), QStringLiteral("a/b"));
 }
 
-TEST(VKPath, LastComponentAndDeletingIt)
+namespace {
+
+struct PathCase
 {
-    EXPECT_EQ(VKPath::lastPathComponent("/tmp/scratch.tiff"), QStringLiteral("scratch.tiff"));
-    EXPECT_EQ(VKPath::lastPathComponent("/Volumes/A/"), QStringLiteral("A"));
-    EXPECT_EQ(VKPath::lastPathComponent("/"), QStringLiteral("/"));
-    EXPECT_EQ(VKPath::lastPathComponent("a//b"), QStringLiteral("b"));
-    EXPECT_EQ(VKPath::lastPathComponent(""), QStringLiteral(""));
-    EXPECT_EQ(VKPath::lastPathComponent("~"), QStringLiteral("~"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("/tmp/scratch.tiff"), QStringLiteral("/tmp"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("/Volumes/A/"), QStringLiteral("/Volumes"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("/tmp"), QStringLiteral("/"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("/"), QStringLiteral("/"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("a//b"), QStringLiteral("a"));
-    EXPECT_EQ(VKPath::deletingLastPathComponent("scratch.tiff"), QStringLiteral(""));
-    EXPECT_EQ(VKPath::deletingLastPathComponent(""), QStringLiteral(""));
+    const char *path;
+    const char *expected;
+};
+
+void expectEach(QString (*function)(const QString &), std::initializer_list<PathCase> cases)
+{
+    for (const PathCase &c : cases)
+        EXPECT_EQ(function(QString::fromUtf8(c.path)), QString::fromUtf8(c.expected)) << c.path;
 }
 
-TEST(VKPath, ExtensionsWithSeveralDots)
+} // namespace
+
+TEST(VKPath, LastComponentExtensionAndDeletingThem)
 {
-    EXPECT_EQ(VKPath::pathExtension("clip.0001.dpx"), QStringLiteral("dpx"));
-    EXPECT_EQ(VKPath::pathExtension("/tmp/scratch..tiff"), QStringLiteral("tiff"));
-    EXPECT_EQ(VKPath::pathExtension(".profile"), QStringLiteral(""));
-    EXPECT_EQ(VKPath::pathExtension("/a.b/c"), QStringLiteral(""));
-    EXPECT_EQ(VKPath::pathExtension("/tmp/x.mov/"), QStringLiteral("mov"));
-    EXPECT_EQ(VKPath::pathExtension(""), QStringLiteral(""));
-    EXPECT_EQ(VKPath::pathExtension("/"), QStringLiteral(""));
-    EXPECT_EQ(VKPath::deletingPathExtension("clip.0001.dpx"), QStringLiteral("clip.0001"));
-    EXPECT_EQ(VKPath::deletingPathExtension("scratch..tiff"), QStringLiteral("scratch."));
-    EXPECT_EQ(VKPath::deletingPathExtension(".tiff"), QStringLiteral(".tiff"));
-    EXPECT_EQ(VKPath::deletingPathExtension("/tmp/"), QStringLiteral("/tmp"));
-    EXPECT_EQ(VKPath::deletingPathExtension("/"), QStringLiteral("/"));
+    expectEach(VKPath::lastPathComponent, {{"/tmp/scratch.tiff", "scratch.tiff"},
+                                           {"/Volumes/A/", "A"},
+                                           {"/", "/"},
+                                           {"a//b", "b"},
+                                           {"", ""},
+                                           {"~", "~"}});
+    expectEach(VKPath::deletingLastPathComponent, {{"/tmp/scratch.tiff", "/tmp"},
+                                                   {"/Volumes/A/", "/Volumes"},
+                                                   {"/tmp", "/"},
+                                                   {"/", "/"},
+                                                   {"a//b", "a"},
+                                                   {"scratch.tiff", ""},
+                                                   {"", ""}});
+    expectEach(VKPath::pathExtension, {{"clip.0001.dpx", "dpx"},
+                                       {"/tmp/scratch..tiff", "tiff"},
+                                       {".profile", ""},
+                                       {"/a.b/c", ""},
+                                       {"/tmp/x.mov/", "mov"},
+                                       {"", ""},
+                                       {"/", ""}});
+    expectEach(VKPath::deletingPathExtension, {{"clip.0001.dpx", "clip.0001"},
+                                               {"scratch..tiff", "scratch."},
+                                               {".tiff", ".tiff"},
+                                               {"/tmp/", "/tmp"},
+                                               {"/", "/"}});
     EXPECT_EQ(VKPath::appendingPathExtension("a", "txt"), QStringLiteral("a.txt"));
-}
-
-TEST(VKPath, AppendingComponents)
-{
-    EXPECT_EQ(VKPath::appendingPathComponent("/tmp", "scratch.tiff"), QStringLiteral("/tmp/scratch.tiff"));
-    EXPECT_EQ(VKPath::appendingPathComponent("/tmp/", "scratch.tiff"), QStringLiteral("/tmp/scratch.tiff"));
+    EXPECT_EQ(VKPath::appendingPathComponent("/tmp/", "scratch.tiff"), "/tmp/scratch.tiff");
     EXPECT_EQ(VKPath::appendingPathComponent("/", "a"), QStringLiteral("/a"));
     EXPECT_EQ(VKPath::appendingPathComponent("", "a"), QStringLiteral("a"));
     EXPECT_EQ(VKPath::appendingPathComponent("/tmp", ""), QStringLiteral("/tmp"));
@@ -73,7 +80,8 @@ TEST(VKPath, TildeAndUserFolders)
     EXPECT_EQ(VKPath::expandingTildeInPath("~/"), home);
     EXPECT_EQ(VKPath::expandingTildeInPath("~/Movies//a"), home + "/Movies/a");
     EXPECT_EQ(VKPath::expandingTildeInPath("~root/x"), QStringLiteral("/root/x"));
-    EXPECT_EQ(VKPath::expandingTildeInPath("~no-such-user-here/x"), QStringLiteral("~no-such-user-here/x"));
+    EXPECT_EQ(VKPath::expandingTildeInPath("~no-such-user-here/x"),
+              QStringLiteral("~no-such-user-here/x"));
     EXPECT_EQ(VKPath::expandingTildeInPath("/a~"), QStringLiteral("/a~"));
     EXPECT_EQ(VKPath::expandingTildeInPath(""), QStringLiteral(""));
 
@@ -110,7 +118,8 @@ TEST(VKDate, ReferenceDateConversions)
     const QDateTime d = VKDate::dateWithTimeIntervalSinceReferenceDate(-0.5);
     EXPECT_EQ(d.toString(Qt::ISODateWithMs), QStringLiteral("2000-12-31T23:59:59.500Z"));
     EXPECT_DOUBLE_EQ(VKDate::timeIntervalSinceReferenceDate(d), -0.5);
-    EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(0).toString(Qt::ISODate), QStringLiteral("1970-01-01T00:00:00Z"));
+    EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(0).toString(Qt::ISODate),
+              QStringLiteral("1970-01-01T00:00:00Z"));
     EXPECT_FALSE(VKDate::dateWithTimeIntervalSince1970(std::nan("")).isValid());
     EXPECT_DOUBLE_EQ(VKDate::timeIntervalBetween(ref.addSecs(90), ref), 90.0);
 }
