@@ -1,5 +1,6 @@
 #include "Application/VKApplicationConfiguration.h"
 
+#include "Foundation/VKNumber.h"
 #include "Foundation/VKStringRanges.h"
 
 #include <QMetaType>
@@ -50,20 +51,10 @@ qint32 intValue(const QVariant &value)
             return std::numeric_limits<qint32>::min();
         return static_cast<qint32>(d);
     }
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Char:
-    case QMetaType::SChar:
-    case QMetaType::UChar:
-        // Narrowing keeps the low 32 bits, as a C cast does.
-        return static_cast<qint32>(static_cast<quint32>(value.toULongLong()));
     default:
+        // Other numbers are integers: narrowing keeps the low 32 bits, as a C cast does.
+        if (VKNumber::isNumber(value))
+            return static_cast<qint32>(static_cast<quint32>(value.toULongLong()));
         return 0;
     }
 }

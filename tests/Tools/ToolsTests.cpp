@@ -16,7 +16,7 @@ struct ToolRun
 };
 
 ToolRun runTool(const QString &program, const QStringList &arguments, const QByteArray &input = {},
-        const QString &workingDirectory = {})
+                const QString &workingDirectory = {})
 {
     QProcess process;
     if (!workingDirectory.isEmpty())
@@ -44,77 +44,77 @@ ToolRun vkseq(const QStringList &arguments, const QString &workingDirectory)
 }
 
 const QByteArray vktcUsage =
-        "usage: vktc [options] [EXPRESSION ...]\n"
-        "\n"
-        "Evaluates timecode expressions and prints one result per line. Without expressions it reads\n"
-        "one expression per line from standard input.\n"
-        "\n"
-        "OPTIONS\n"
-        "\t-r, --rate <rate>\n"
-        "\t\t24 25 30 23d 29d 23n 29n 50 60 59n 59d, or a measured rate (29.97)\n"
-        "\n"
-        "\t-d, --drop\n"
-        "\t\tDrop-frame counting for a measured rate\n"
-        "\n"
-        "\t-m, --mode <mode>\n"
-        "\t\ttime (default), film (metres), disk (as time) or frames\n"
-        "\n"
-        "\t-pf, --preserve-frames\n"
-        "\t\tKeep the frame count of timestamps at other rates, not their duration\n"
-        "\n"
-        "\t-l, --lazy\n"
-        "\t\tLax evaluation: use the first part that makes sense, ignore the rest\n"
-        "\n"
-        "\t-b, --beautify\n"
-        "\t\tPrint each expression with its timestamps written out in full\n"
-        "\n"
-        "\t-h, --help\n"
-        "\t\tPrint this text\n"
-        "\n"
-        "\n"
-        "EXPRESSIONS\n"
-        "\tTimestamps hh:mm:ss.ff (also mm:ss or :ss), packed 0HHMMSSFF, frame counts and plain\n"
-        "\tnumbers, joined with + - * / and parentheses. A timestamp may name its own rate:\n"
-        "\t00:00:10.00|25. A bare number added to a timestamp counts frames.\n"
-        "\n"
-        "EXAMPLES\n"
-        "\tvktc -r 25 '01:30:00.00 + 00:00:01.00'\n"
-        "\tvktc -r 29d '00:00:59.29 + 1'\n"
-        "\tvktc -m frames '00:01:00.00 * 2'\n"
-        "\tvktc -b '1:30:00 + 0100'\n"
-        "\n"
-        "EXIT STATUS\n"
-        "\t0 all expressions evaluated, 1 an expression did not evaluate, 2 usage error.\n";
+    "usage: vktc [options] [EXPRESSION ...]\n"
+    "\n"
+    "Evaluates timecode expressions and prints one result per line. Without expressions it reads\n"
+    "one expression per line from standard input.\n"
+    "\n"
+    "OPTIONS\n"
+    "\t-r, --rate <rate>\n"
+    "\t\t24 25 30 23d 29d 23n 29n 50 60 59n 59d, or a measured rate (29.97)\n"
+    "\n"
+    "\t-d, --drop\n"
+    "\t\tDrop-frame counting for a measured rate\n"
+    "\n"
+    "\t-m, --mode <mode>\n"
+    "\t\ttime (default), film (metres), disk (as time) or frames\n"
+    "\n"
+    "\t-pf, --preserve-frames\n"
+    "\t\tKeep the frame count of timestamps at other rates, not their duration\n"
+    "\n"
+    "\t-l, --lazy\n"
+    "\t\tLax evaluation: use the first part that makes sense, ignore the rest\n"
+    "\n"
+    "\t-b, --beautify\n"
+    "\t\tPrint each expression with its timestamps written out in full\n"
+    "\n"
+    "\t-h, --help\n"
+    "\t\tPrint this text\n"
+    "\n"
+    "\n"
+    "EXPRESSIONS\n"
+    "\tTimestamps hh:mm:ss.ff (also mm:ss or :ss), packed 0HHMMSSFF, frame counts and plain\n"
+    "\tnumbers, joined with + - * / and parentheses. A timestamp may name its own rate:\n"
+    "\t00:00:10.00|25. A bare number added to a timestamp counts frames.\n"
+    "\n"
+    "EXAMPLES\n"
+    "\tvktc -r 25 '01:30:00.00 + 00:00:01.00'\n"
+    "\tvktc -r 29d '00:00:59.29 + 1'\n"
+    "\tvktc -m frames '00:01:00.00 * 2'\n"
+    "\tvktc -b '1:30:00 + 0100'\n"
+    "\n"
+    "EXIT STATUS\n"
+    "\t0 all expressions evaluated, 1 an expression did not evaluate, 2 usage error.\n";
 
 const QByteArray vkseqUsage =
-        "usage: vkseq [options] [PATH ...]\n"
-        "\n"
-        "Lists the numbered file sequences in each folder (default: the current folder), one line\n"
-        "per sequence: its identifier, a tab and the number of files. A file without a frame\n"
-        "number is a line of its own. Names starting with \".\" are skipped.\n"
-        "\n"
-        "OPTIONS\n"
-        "\t-s, --sizes\n"
-        "\t\tAdd the total size of each sequence\n"
-        "\n"
-        "\t-R, --recursive\n"
-        "\t\tAlso list every subfolder, depth first, in sorted order\n"
-        "\n"
-        "\t-c, --check <identifier>\n"
-        "\t\tPrint complete, partial or missing and exit 0, 1 or 2\n"
-        "\n"
-        "\t-h, --help\n"
-        "\t\tPrint this text\n"
-        "\n"
-        "\n"
-        "EXAMPLES\n"
-        "\tvkseq shots/A                 shots/A/clip_1-100####.dpx\t100\n"
-        "\tvkseq -s shots/A              adds the size, such as 1.2 GB\n"
-        "\tvkseq -c 'shots/A/clip_1-100####.dpx'\n"
-        "\n"
-        "EXIT STATUS\n"
-        "\t0 success; 1 a path could not be listed. With --check: 0 complete, 1 partial,\n"
-        "\t2 missing, 3 the identifier could not be checked.\n";
+    "usage: vkseq [options] [PATH ...]\n"
+    "\n"
+    "Lists the numbered file sequences in each folder (default: the current folder), one line\n"
+    "per sequence: its identifier, a tab and the number of files. A file without a frame\n"
+    "number is a line of its own. Names starting with \".\" are skipped.\n"
+    "\n"
+    "OPTIONS\n"
+    "\t-s, --sizes\n"
+    "\t\tAdd the total size of each sequence\n"
+    "\n"
+    "\t-R, --recursive\n"
+    "\t\tAlso list every subfolder, depth first, in sorted order\n"
+    "\n"
+    "\t-c, --check <identifier>\n"
+    "\t\tPrint complete, partial or missing and exit 0, 1 or 2\n"
+    "\n"
+    "\t-h, --help\n"
+    "\t\tPrint this text\n"
+    "\n"
+    "\n"
+    "EXAMPLES\n"
+    "\tvkseq shots/A                 shots/A/clip_1-100####.dpx\t100\n"
+    "\tvkseq -s shots/A              adds the size, such as 1.2 GB\n"
+    "\tvkseq -c 'shots/A/clip_1-100####.dpx'\n"
+    "\n"
+    "EXIT STATUS\n"
+    "\t0 success; 1 a path could not be listed. With --check: 0 complete, 1 partial,\n"
+    "\t2 missing, 3 the identifier could not be checked.\n";
 
 } // namespace
 
@@ -137,6 +137,12 @@ TEST(Vktc, RatesByCodeAndByMeasurement)
     EXPECT_EQ(vktc({"--rate", "23d", "00:10:00.00 - 1"}).out, QByteArray("00:09:59.23\n"));
     // The default rate is 24.
     EXPECT_EQ(vktc({"00:00:00.23 + 1"}).out, QByteArray("00:00:01.00\n"));
+    // A rate code already says whether it drops: --drop is reported and has no effect.
+    const ToolRun coded = vktc({"-r", "30", "-d", "00:00:59.29 + 1"});
+    EXPECT_EQ(coded.out, QByteArray("00:01:00.00\n"));
+    EXPECT_EQ(coded.err, QByteArray("vktc: --drop applies to measured rates only; rate code 30 "
+                                    "already says whether it drops\n"));
+    EXPECT_EQ(coded.status, 0);
 }
 
 TEST(Vktc, ModesAndPreservation)
@@ -187,8 +193,8 @@ TEST(Vktc, TerminalShowsPromptAndUnusedPartsInRed)
     const QString script = QStandardPaths::findExecutable(QStringLiteral("script"));
     if (script.isEmpty())
         GTEST_SKIP() << "no script(1) to provide a terminal";
-    const ToolRun r = runTool(script, {"-qec", QStringLiteral(VKTC_PATH " -l"), "/dev/null"},
-                      "01:00:00.00+\n");
+    const ToolRun r =
+        runTool(script, {"-qec", QStringLiteral(VKTC_PATH " -l"), "/dev/null"}, "01:00:00.00+\n");
     EXPECT_TRUE(r.out.contains("vktc> ")) << r.out.constData();
     EXPECT_TRUE(r.out.contains("01:00:00.00\x1b[31m+\x1b[39m")) << r.out.constData();
     EXPECT_TRUE(r.out.contains("\r\n01:00:00.00\r\n")) << r.out.constData();
@@ -233,6 +239,8 @@ TEST_F(Vkseq, ListsRunsWithThePathAsGiven)
 
 TEST_F(Vkseq, RecursiveListingIsDepthFirstInNumericOrder)
 {
+    // A link back up the tree is not followed (it would never end).
+    ASSERT_TRUE(QFile::link(dir.filePath("shots"), dir.filePath("shots/B/s2/loop")));
     const ToolRun r = vkseq({"-R", "shots"}, dir.path());
     EXPECT_EQ(r.out, QByteArray("shots/A/clip_1-100####.dpx\t100\n"
                                 "shots/A/notes.txt\t1\n"

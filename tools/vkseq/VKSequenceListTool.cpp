@@ -5,6 +5,7 @@
 #include "Files/VKFileSize.h"
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKNumericStringCompare.h"
+#include "VKToolSupport.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -23,12 +24,6 @@ const QString kHelp = QStringLiteral("help");
 
 // Folders with more entries than this show progress on a terminal.
 constexpr qsizetype kProgressStep = 20000;
-
-void write(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-}
 
 QString joined(const QString &folder, const QString &name)
 {
@@ -79,9 +74,9 @@ Listing readFolder(const QString &displayPath, bool progress)
         else if (isFolder)
             listing.folders.append(path);
         if (progress && ++seen % kProgressStep == 0) {
-            write(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
-                              .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
-                              .arg(seen));
+            vkToolWrite(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
+                                    .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
+                                    .arg(seen));
             std::fflush(stderr);
         }
         errno = 0;
@@ -90,7 +85,7 @@ Listing readFolder(const QString &displayPath, bool progress)
         listing.error = errno;
     closedir(dir);
     if (progress && seen >= kProgressStep) {
-        write(stderr, QStringLiteral("\r\x1b[K"));
+        vkToolWrite(stderr, QStringLiteral("\r\x1b[K"));
         std::fflush(stderr);
     }
     return listing;
@@ -132,9 +127,9 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
 {
     Listing listing = readFolder(displayPath, m_progress);
     if (listing.error != 0) {
-        write(stderr, QStringLiteral("vkseq: %1: %2\n")
-                          .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath,
-                               QString::fromLocal8Bit(std::strerror(listing.error))));
+        vkToolWrite(stderr, QStringLiteral("vkseq: %1: %2\n")
+                                .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath,
+                                     QString::fromLocal8Bit(std::strerror(listing.error))));
         return false;
     }
 
@@ -159,7 +154,7 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
         }
         out += u'\n';
     }
-    write(stdout, out);
+    vkToolWrite(stdout, out);
 
     bool ok = true;
     if (recursive) {
@@ -179,11 +174,12 @@ int VKSequenceListTool::check(const QString &identifier)
     const std::optional<VKFileSequencePresence> presence =
         VKFileSequenceExistence::presenceOfFileSequenceWithIdentifier(located, &error);
     if (!presence) {
-        write(stderr,
-              QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
+        vkToolWrite(
+            stderr,
+            QStringLiteral("vkseq: %1: %2\n").arg(identifier, error.localizedDescription()));
         return 3;
     }
-    write(stdout, presence->stateName() + u'\n');
+    vkToolWrite(stdout, presence->stateName() + u'\n');
     switch (presence->state) {
     case VKFileSequencePresence::Complete:
         return 0;
@@ -198,11 +194,7 @@ int VKSequenceListTool::check(const QString &identifier)
 void VKSequenceListTool::application(VKApplication &application,
                                      const std::shared_ptr<VKApplicationArguments> &arguments)
 {
-    const auto finish = [&application](int code) {
-        std::fflush(stdout);
-        application.setExitCode(code);
-        application.setFinished(true);
-    };
+    const auto finish = [&application](int code) { vkToolFinish(application, code); };
     const QStringList options = arguments->options();
     if (options.contains(kHelp)) {
         application.printUsage();

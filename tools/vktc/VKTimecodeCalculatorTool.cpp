@@ -3,6 +3,7 @@
 #include "Foundation/VKAttributedString.h"
 #include "Timecode/VKCalc.h"
 #include "Timecode/VKFrameRate.h"
+#include "VKToolSupport.h"
 
 #include <QColor>
 
@@ -21,12 +22,6 @@ const QString kPreserveFrames = QStringLiteral("preserve-frames");
 const QString kLazy = QStringLiteral("lazy");
 const QString kBeautify = QStringLiteral("beautify");
 const QString kHelp = QStringLiteral("help");
-
-void write(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-}
 
 // Used parts in the terminal's own colour, unused parts in red.
 QString ansiColoured(const VKAttributedString &text)
@@ -107,21 +102,21 @@ bool VKTimecodeCalculatorTool::process(VKCalc &calc, const QString &expression,
                                        const Settings &settings, bool echoColoured)
 {
     if (settings.beautify) {
-        write(stdout, calc.beautifyExpression(expression) + u'\n');
+        vkToolWrite(stdout, calc.beautifyExpression(expression) + u'\n');
         return true;
     }
     if (echoColoured && settings.lazy) {
         const VKAttributedString coloured =
             calc.colorizeLazyEvaluatedString(VKAttributedString(expression));
-        write(stdout, QStringLiteral("  ") + ansiColoured(coloured) + u'\n');
+        vkToolWrite(stdout, QStringLiteral("  ") + ansiColoured(coloured) + u'\n');
     }
     const QString result =
         calc.evaluate(expression, settings.displayMode, settings.preservingTime, settings.lazy);
     if (result.isNull()) {
-        write(stderr, QStringLiteral("vktc: cannot evaluate: ") + expression + u'\n');
+        vkToolWrite(stderr, QStringLiteral("vktc: cannot evaluate: ") + expression + u'\n');
         return false;
     }
-    write(stdout, result + u'\n');
+    vkToolWrite(stdout, result + u'\n');
     return true;
 }
 
@@ -133,7 +128,7 @@ int VKTimecodeCalculatorTool::readStandardInput(VKCalc &calc, const Settings &se
     std::string line;
     for (;;) {
         if (interactive) {
-            write(stdout, QStringLiteral("vktc> "));
+            vkToolWrite(stdout, QStringLiteral("vktc> "));
             std::fflush(stdout);
         }
         if (!std::getline(std::cin, line))
@@ -148,21 +143,17 @@ int VKTimecodeCalculatorTool::readStandardInput(VKCalc &calc, const Settings &se
         std::fflush(stdout);
     }
     if (interactive)
-        write(stdout, QStringLiteral("\n"));
+        vkToolWrite(stdout, QStringLiteral("\n"));
     return failed ? 1 : 0;
 }
 
 void VKTimecodeCalculatorTool::application(VKApplication &application,
                                            const std::shared_ptr<VKApplicationArguments> &arguments)
 {
-    const auto finish = [&application](int code) {
-        std::fflush(stdout);
-        application.setExitCode(code);
-        application.setFinished(true);
-    };
+    const auto finish = [&application](int code) { vkToolFinish(application, code); };
     const auto usageError = [&](const QString &message) {
-        write(stderr, QStringLiteral("vktc: ") + message + u'\n');
-        write(stderr, VKApplication::usageText(applicationConfiguration()));
+        vkToolWrite(stderr, QStringLiteral("vktc: ") + message + u'\n');
+        vkToolWrite(stderr, VKApplication::usageText(applicationConfiguration()));
         finish(2);
     };
 
@@ -181,9 +172,10 @@ void VKTimecodeCalculatorTool::application(VKApplication &application,
         if (const std::optional<qint32> code = VKFrameRate::codeForTextCode(rate)) {
             calc.setFps(*code);
             if (drop)
-                write(stderr, QStringLiteral("vktc: --drop applies to measured rates only; rate "
-                                             "code %1 already says whether it drops\n")
-                                  .arg(rate));
+                vkToolWrite(stderr,
+                            QStringLiteral("vktc: --drop applies to measured rates only; rate "
+                                           "code %1 already says whether it drops\n")
+                                .arg(rate));
         } else {
             bool ok = false;
             const double measured = rate.toDouble(&ok);
