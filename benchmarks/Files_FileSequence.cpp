@@ -8,7 +8,7 @@
 // startup so that both measure the same work.
 #include "Files/VKFileSequence.h"
 #include "Foundation/VKNumericStringCompare.h"
-#include "Foundation/VKPath.h"
+#include "Foundation/VKPathString.h"
 #include "Foundation/VKStringRanges.h"
 
 #include <benchmark/benchmark.h>
@@ -235,7 +235,7 @@ int referenceCompare(const QString &a, const QString &b)
 
 qint64 referenceFrame(const QString &path)
 {
-    const QString name = VKPath::lastPathComponent(path);
+    const QString name = VKPathString::lastPathComponent(path);
     const QString left =
         VKStringRanges::stringByDeletingSuffix(name, VKStringRanges::nonDecimalDigitSuffix(name));
     const QString digits = VKStringRanges::decimalDigitSuffix(left);

@@ -4,7 +4,7 @@
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKNumericStringCompare.h"
-#include "Foundation/VKPath.h"
+#include "Foundation/VKPathString.h"
 
 #include <QDir>
 
@@ -230,7 +230,7 @@ bool VKFileSequence::parseIdentifier(const QString &identifier)
         static const VKCharacterSet digits = VKCharacterSet::decimalDigitCharacterSet();
         constexpr unsigned justBefore = VKBackwardsSearch | VKAnchoredSearch;
 
-        const qsizetype lastComponent = identifier.lastIndexOf(VKPath::lastPathComponent(identifier));
+        const qsizetype lastComponent = identifier.lastIndexOf(VKPathString::lastPathComponent(identifier));
         const VKRange hashRun =
             VKStringRanges::rangeOfCharactersFromSet(identifier, hashes, VKBackwardsSearch);
         if (!hashRun.isFound() || lastComponent < 0 || lastComponent > hashRun.location)
@@ -351,7 +351,7 @@ QList<QUrl> VKFileSequence::allFileURLs() const
     QList<QUrl> urls;
     const QDir current = QDir::current();
     for (const QString &path : allFilePaths())
-        urls.append(QUrl::fromLocalFile(VKPath::isAbsolutePath(path) ? path
+        urls.append(QUrl::fromLocalFile(VKPathString::isAbsolutePath(path) ? path
                                                                      : current.absoluteFilePath(path)));
     return urls;
 }

@@ -2,7 +2,7 @@
 
 #include "Files/VKFileSequence.h"
 #include "Foundation/VKFileSystem.h"
-#include "Foundation/VKPath.h"
+#include "Foundation/VKPathString.h"
 
 #include <QSet>
 
@@ -17,7 +17,7 @@ enum class Question { All, Any, Count };
 std::optional<QSet<QString>> folderNames(const QString &identifier, bool *folderExists,
                                          VKError *error)
 {
-    const QString folder = VKPath::deletingLastPathComponent(identifier);
+    const QString folder = VKPathString::deletingLastPathComponent(identifier);
     *folderExists = VKFileSystem::fileExistsAtPath(folder);
     if (!*folderExists)
         return std::nullopt;
@@ -76,7 +76,7 @@ quint64 membersFound(const VKFileSequence *sequence, const QSet<QString> &names,
     }
     for (quint64 index = 0; index < count; ++index) {
         const QString path = sequence->filePathForRelativeFrameNumber(index);
-        if (names.contains(VKPath::lastPathComponent(path))) {
+        if (names.contains(VKPathString::lastPathComponent(path))) {
             ++found;
             if (question == Question::Any)
                 break;

@@ -1,5 +1,6 @@
 #include "Foundation/VKDate.h"
-#include "Foundation/VKPath.h"
+#include "Foundation/VKPathString.h"
+#include "Foundation/VKSearchPaths.h"
 
 #include <QDir>
 
@@ -9,17 +10,17 @@
 
 using L = QStringList;
 
-TEST(VKPath, ComponentsKeepRootAndTrailingSlash)
+TEST(VKPathString, ComponentsKeepRootAndTrailingSlash)
 {
-    EXPECT_EQ(VKPath::pathComponents("/Volumes/A"), (L{"/", "Volumes", "A"}));
-    EXPECT_EQ(VKPath::pathComponents("/Volumes/A/"), (L{"/", "Volumes", "A", "/"}));
-    EXPECT_EQ(VKPath::pathComponents("/"), (L{"/"}));
-    EXPECT_EQ(VKPath::pathComponents("a//b"), (L{"a", "b"}));
-    EXPECT_EQ(VKPath::pathComponents("//a"), (L{"/", "a"}));
-    EXPECT_EQ(VKPath::pathComponents(""), L{});
-    EXPECT_EQ(VKPath::pathComponents("~"), (L{"~"}));
-    EXPECT_EQ(VKPath::pathWithComponents({"/", "Volumes", "A"}), QStringLiteral("/Volumes/A"));
-    EXPECT_EQ(VKPath::pathWithComponents({"a", "b", "/"}), QStringLiteral("a/b"));
+    EXPECT_EQ(VKPathString::pathComponents("/Volumes/A"), (L{"/", "Volumes", "A"}));
+    EXPECT_EQ(VKPathString::pathComponents("/Volumes/A/"), (L{"/", "Volumes", "A", "/"}));
+    EXPECT_EQ(VKPathString::pathComponents("/"), (L{"/"}));
+    EXPECT_EQ(VKPathString::pathComponents("a//b"), (L{"a", "b"}));
+    EXPECT_EQ(VKPathString::pathComponents("//a"), (L{"/", "a"}));
+    EXPECT_EQ(VKPathString::pathComponents(""), L{});
+    EXPECT_EQ(VKPathString::pathComponents("~"), (L{"~"}));
+    EXPECT_EQ(VKPathString::pathWithComponents({"/", "Volumes", "A"}), QStringLiteral("/Volumes/A"));
+    EXPECT_EQ(VKPathString::pathWithComponents({"a", "b", "/"}), QStringLiteral("a/b"));
 }
 
 namespace {
@@ -38,75 +39,101 @@ void expectEach(QString (*function)(const QString &), std::initializer_list<Path
 
 } // namespace
 
-TEST(VKPath, LastComponentExtensionAndDeletingThem)
+TEST(VKPathString, LastComponentExtensionAndDeletingThem)
 {
-    expectEach(VKPath::lastPathComponent, {{"/tmp/scratch.tiff", "scratch.tiff"},
+    expectEach(VKPathString::lastPathComponent, {{"/tmp/scratch.tiff", "scratch.tiff"},
                                            {"/Volumes/A/", "A"},
                                            {"/", "/"},
                                            {"a//b", "b"},
                                            {"", ""},
                                            {"~", "~"}});
-    expectEach(VKPath::deletingLastPathComponent, {{"/tmp/scratch.tiff", "/tmp"},
+    expectEach(VKPathString::deletingLastPathComponent, {{"/tmp/scratch.tiff", "/tmp"},
                                                    {"/Volumes/A/", "/Volumes"},
                                                    {"/tmp", "/"},
                                                    {"/", "/"},
                                                    {"a//b", "a"},
                                                    {"scratch.tiff", ""},
                                                    {"", ""}});
-    expectEach(VKPath::pathExtension, {{"clip.0001.dpx", "dpx"},
+    expectEach(VKPathString::pathExtension, {{"clip.0001.dpx", "dpx"},
                                        {"/tmp/scratch..tiff", "tiff"},
                                        {".profile", ""},
                                        {"/a.b/c", ""},
                                        {"/tmp/x.mov/", "mov"},
                                        {"", ""},
                                        {"/", ""}});
-    expectEach(VKPath::deletingPathExtension, {{"clip.0001.dpx", "clip.0001"},
+    expectEach(VKPathString::deletingPathExtension, {{"clip.0001.dpx", "clip.0001"},
                                                {"scratch..tiff", "scratch."},
                                                {".tiff", ".tiff"},
                                                {"/tmp/", "/tmp"},
                                                {"/", "/"}});
-    EXPECT_EQ(VKPath::appendingPathExtension("a", "txt"), QStringLiteral("a.txt"));
-    EXPECT_EQ(VKPath::appendingPathComponent("/tmp/", "scratch.tiff"), "/tmp/scratch.tiff");
-    EXPECT_EQ(VKPath::appendingPathComponent("/", "a"), QStringLiteral("/a"));
-    EXPECT_EQ(VKPath::appendingPathComponent("", "a"), QStringLiteral("a"));
-    EXPECT_EQ(VKPath::appendingPathComponent("/tmp", ""), QStringLiteral("/tmp"));
-    EXPECT_EQ(VKPath::appendingPathComponent("a//b", "c/"), QStringLiteral("a/b/c"));
+    EXPECT_EQ(VKPathString::appendingPathExtension("a", "txt"), QStringLiteral("a.txt"));
+    EXPECT_EQ(VKPathString::appendingPathComponent("/tmp/", "scratch.tiff"), "/tmp/scratch.tiff");
+    EXPECT_EQ(VKPathString::appendingPathComponent("/", "a"), QStringLiteral("/a"));
+    EXPECT_EQ(VKPathString::appendingPathComponent("", "a"), QStringLiteral("a"));
+    EXPECT_EQ(VKPathString::appendingPathComponent("/tmp", ""), QStringLiteral("/tmp"));
+    EXPECT_EQ(VKPathString::appendingPathComponent("a//b", "c/"), QStringLiteral("a/b/c"));
 }
 
-TEST(VKPath, TildeAndUserFolders)
+TEST(VKPathString, Tilde)
 {
-    const QString home = VKPath::homeDirectory();
-    EXPECT_EQ(VKPath::expandingTildeInPath("~"), home);
-    EXPECT_EQ(VKPath::expandingTildeInPath("~/"), home);
-    EXPECT_EQ(VKPath::expandingTildeInPath("~/Movies//a"), home + "/Movies/a");
-    EXPECT_EQ(VKPath::expandingTildeInPath("~root/x"), QStringLiteral("/root/x"));
-    EXPECT_EQ(VKPath::expandingTildeInPath("~no-such-user-here/x"),
+    const QString home = VKSearchPaths::homeDirectory();
+    EXPECT_EQ(VKPathString::expandingTildeInPath("~"), home);
+    EXPECT_EQ(VKPathString::expandingTildeInPath("~/"), home);
+    EXPECT_EQ(VKPathString::expandingTildeInPath("~/Movies//a"), home + "/Movies/a");
+    EXPECT_EQ(VKPathString::expandingTildeInPath("~root/x"), QStringLiteral("/root/x"));
+    EXPECT_EQ(VKPathString::expandingTildeInPath("~no-such-user-here/x"),
               QStringLiteral("~no-such-user-here/x"));
-    EXPECT_EQ(VKPath::expandingTildeInPath("/a~"), QStringLiteral("/a~"));
-    EXPECT_EQ(VKPath::expandingTildeInPath(""), QStringLiteral(""));
+    EXPECT_EQ(VKPathString::expandingTildeInPath("/a~"), QStringLiteral("/a~"));
+    EXPECT_EQ(VKPathString::expandingTildeInPath(""), QStringLiteral(""));
+}
 
-    const QByteArray savedData = qgetenv("XDG_DATA_HOME");
-    const QByteArray savedCache = qgetenv("XDG_CACHE_HOME");
-    const QByteArray savedTmp = qgetenv("TMPDIR");
+TEST(VKSearchPaths, EnvironmentAndTestingRoot)
+{
+    const QString home = VKSearchPaths::homeDirectory();
+    const char *names[] = {"XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME", "TMPDIR"};
+    QByteArray saved[4];
+    for (int i = 0; i < 4; ++i)
+        saved[i] = qgetenv(names[i]);
     qputenv("XDG_DATA_HOME", "/srv/data/");
     qputenv("XDG_CACHE_HOME", "relative/ignored");
+    qputenv("XDG_STATE_HOME", "/srv//state");
     qputenv("TMPDIR", "/var/tmp//");
-    EXPECT_EQ(VKPath::applicationSupportDirectory(), QStringLiteral("/srv/data"));
-    EXPECT_EQ(VKPath::cachesDirectory(), home + "/.cache");
-    EXPECT_EQ(VKPath::temporaryDirectory(), QStringLiteral("/var/tmp/"));
+    EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), QStringLiteral("/srv/data"));
+    EXPECT_EQ(VKSearchPaths::cachesDirectory(), home + "/.cache");
+    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/var/tmp/"));
+    EXPECT_EQ(VKSearchPaths::libraryDirectory(VKSearchPathDomain::User),
+              QStringLiteral("/srv/state/Vessan"));
+    EXPECT_EQ(VKSearchPaths::libraryDirectories(7),
+              QStringList({"/srv/state/Vessan", "/var/lib/Vessan"}));
+    EXPECT_TRUE(VKSearchPaths::libraryDirectory(VKSearchPathDomain::Network).isNull());
     qunsetenv("XDG_DATA_HOME");
+    qputenv("XDG_STATE_HOME", "");
     qunsetenv("TMPDIR");
-    EXPECT_EQ(VKPath::applicationSupportDirectory(), home + "/.local/share");
-    EXPECT_EQ(VKPath::temporaryDirectory(), QStringLiteral("/tmp/"));
-    auto restore = [](const char *name, const QByteArray &value) {
-        if (value.isNull())
-            qunsetenv(name);
+    EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), home + "/.local/share");
+    EXPECT_EQ(VKSearchPaths::libraryDirectory(VKSearchPathDomain::User),
+              home + "/.local/state/Vessan");
+    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/tmp/"));
+    {
+        VKSearchPaths::TestingRoot outer("/t/a/");
+        {
+            VKSearchPaths::TestingRoot inner("/t/b");
+            EXPECT_EQ(VKSearchPaths::cachesDirectory(), QStringLiteral("/t/b/home/.cache"));
+        }
+        qputenv("XDG_DATA_HOME", "/srv/data");
+        EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(),
+                  QStringLiteral("/t/a/home/.local/share"));
+        EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/t/a/home/tmp/"));
+        EXPECT_EQ(VKSearchPaths::libraryDirectories(3),
+                  QStringList({"/t/a/home/.local/state/Vessan", "/t/a/var/lib/Vessan"}));
+        EXPECT_EQ(VKPathString::expandingTildeInPath("~/x"), QStringLiteral("/t/a/home/x"));
+    }
+    EXPECT_EQ(VKSearchPaths::homeDirectory(), home);
+    for (int i = 0; i < 4; ++i) {
+        if (saved[i].isNull())
+            qunsetenv(names[i]);
         else
-            qputenv(name, value);
-    };
-    restore("XDG_DATA_HOME", savedData);
-    restore("XDG_CACHE_HOME", savedCache);
-    restore("TMPDIR", savedTmp);
+            qputenv(names[i], saved[i]);
+    }
 }
 
 TEST(VKDate, ReferenceDateConversions)

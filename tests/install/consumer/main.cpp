@@ -5,7 +5,7 @@
 int main()
 {
     std::printf("VessanUtilities %s\n", qPrintable(VKLibraryVersion()));
-    std::printf("%s\n", qPrintable(vkFormat("found: %@", VKPath::deletingLastPathComponent(
+    std::printf("%s\n", qPrintable(vkFormat("found: %@", VKPathString::deletingLastPathComponent(
                                                              QStringLiteral("/tmp//x/")))));
     VKCalc calc;
     calc.setFps(VDCalc25fps);

@@ -1,6 +1,6 @@
 // Path operations with the desktop platform's semantics, which several parts of the library
 // depend on to the letter. Paths are '/'-separated text; nothing here touches the disk except
-// tilde expansion (user database) and the folder look-ups.
+// tilde expansion (user database). The folders of the platform are VKSearchPaths'.
 //
 //   pathComponents("/Volumes/A/")  -> "/", "Volumes", "A", "/"   (a root and a trailing slash
 //                                     are components of their own)
@@ -15,7 +15,7 @@
 #include <QString>
 #include <QStringList>
 
-class VK_EXPORT VKPath
+class VK_EXPORT VKPathString
 {
 public:
     static QStringList pathComponents(const QString &path);
@@ -36,12 +36,4 @@ public:
     static bool isAbsolutePath(const QString &path);
     // Repeated slashes collapse to one and a trailing slash goes (except for the root "/").
     static QString fixingSlashes(const QString &path);
-
-    static QString homeDirectory();
-    // Per-user folders, following the XDG base directories: $XDG_DATA_HOME (default
-    // ~/.local/share) and $XDG_CACHE_HOME (default ~/.cache).
-    static QString applicationSupportDirectory();
-    static QString cachesDirectory();
-    // $TMPDIR or "/tmp", always ending with "/".
-    static QString temporaryDirectory();
 };

@@ -1,4 +1,6 @@
-#include "Foundation/VKPath.h"
+#include "Foundation/VKPathString.h"
+
+#include "Foundation/VKSearchPaths.h"
 
 #include <QDir>
 
@@ -7,7 +9,7 @@
 
 #include <vector>
 
-QString VKPath::fixingSlashes(const QString &path)
+QString VKPathString::fixingSlashes(const QString &path)
 {
     if (path.isEmpty())
         return path;
@@ -25,7 +27,7 @@ QString VKPath::fixingSlashes(const QString &path)
     return result;
 }
 
-QStringList VKPath::pathComponents(const QString &path)
+QStringList VKPathString::pathComponents(const QString &path)
 {
     QStringList result;
     if (path.isEmpty())
@@ -50,7 +52,7 @@ QStringList VKPath::pathComponents(const QString &path)
     return result;
 }
 
-QString VKPath::pathWithComponents(const QStringList &components)
+QString VKPathString::pathWithComponents(const QStringList &components)
 {
     QString result;
     for (const QString &component : components) {
@@ -63,7 +65,7 @@ QString VKPath::pathWithComponents(const QStringList &components)
     return fixingSlashes(result);
 }
 
-QString VKPath::lastPathComponent(const QString &path)
+QString VKPathString::lastPathComponent(const QString &path)
 {
     const QString fixed = fixingSlashes(path);
     if (fixed.size() <= 1)
@@ -72,7 +74,7 @@ QString VKPath::lastPathComponent(const QString &path)
     return slash < 0 ? fixed : fixed.mid(slash + 1);
 }
 
-QString VKPath::deletingLastPathComponent(const QString &path)
+QString VKPathString::deletingLastPathComponent(const QString &path)
 {
     const QString fixed = fixingSlashes(path);
     if (fixed.isEmpty() || fixed == QLatin1String("/"))
@@ -100,21 +102,21 @@ qsizetype extensionStart(const QString &fixed)
 
 } // namespace
 
-QString VKPath::pathExtension(const QString &path)
+QString VKPathString::pathExtension(const QString &path)
 {
     const QString fixed = fixingSlashes(path);
     const qsizetype start = extensionStart(fixed);
     return start < 0 ? QStringLiteral("") : fixed.mid(start);
 }
 
-QString VKPath::deletingPathExtension(const QString &path)
+QString VKPathString::deletingPathExtension(const QString &path)
 {
     const QString fixed = fixingSlashes(path);
     const qsizetype start = extensionStart(fixed);
     return start < 0 ? fixed : fixed.left(start - 1);
 }
 
-QString VKPath::appendingPathComponent(const QString &path, const QString &component)
+QString VKPathString::appendingPathComponent(const QString &path, const QString &component)
 {
     QString result = path;
     if (!result.isEmpty() && !result.endsWith(u'/') && !component.isEmpty())
@@ -123,7 +125,7 @@ QString VKPath::appendingPathComponent(const QString &path, const QString &compo
     return fixingSlashes(result);
 }
 
-QString VKPath::appendingPathExtension(const QString &path, const QString &extension)
+QString VKPathString::appendingPathExtension(const QString &path, const QString &extension)
 {
     if (extension.isEmpty())
         return path;
@@ -131,12 +133,7 @@ QString VKPath::appendingPathExtension(const QString &path, const QString &exten
     return fixed + u'.' + extension;
 }
 
-QString VKPath::homeDirectory()
-{
-    return fixingSlashes(QDir::homePath());
-}
-
-QString VKPath::expandingTildeInPath(const QString &path)
+QString VKPathString::expandingTildeInPath(const QString &path)
 {
     if (!path.startsWith(u'~'))
         return fixingSlashes(path);
@@ -146,7 +143,7 @@ QString VKPath::expandingTildeInPath(const QString &path)
     const QString user = path.mid(1, slash - 1);
     QString home;
     if (user.isEmpty()) {
-        home = homeDirectory();
+        home = VKSearchPaths::homeDirectory();
     } else {
         const QByteArray name = user.toUtf8();
         long size = sysconf(_SC_GETPW_R_SIZE_MAX);
@@ -161,34 +158,7 @@ QString VKPath::expandingTildeInPath(const QString &path)
     return fixingSlashes(home + path.mid(slash));
 }
 
-bool VKPath::isAbsolutePath(const QString &path)
+bool VKPathString::isAbsolutePath(const QString &path)
 {
     return path.startsWith(u'/') || path.startsWith(u'~');
-}
-
-QString VKPath::applicationSupportDirectory()
-{
-    const QString xdg = qEnvironmentVariable("XDG_DATA_HOME");
-    if (!xdg.isEmpty() && xdg.startsWith(u'/'))
-        return fixingSlashes(xdg);
-    return appendingPathComponent(homeDirectory(), QStringLiteral(".local/share"));
-}
-
-QString VKPath::cachesDirectory()
-{
-    const QString xdg = qEnvironmentVariable("XDG_CACHE_HOME");
-    if (!xdg.isEmpty() && xdg.startsWith(u'/'))
-        return fixingSlashes(xdg);
-    return appendingPathComponent(homeDirectory(), QStringLiteral(".cache"));
-}
-
-QString VKPath::temporaryDirectory()
-{
-    QString tmp = qEnvironmentVariable("TMPDIR");
-    if (tmp.isEmpty())
-        tmp = QStringLiteral("/tmp");
-    tmp = fixingSlashes(tmp);
-    if (!tmp.endsWith(u'/'))
-        tmp += u'/';
-    return tmp;
 }
