@@ -40,7 +40,7 @@ std::function<QString()> &libraryNameFunction()
 void defaultTerminate(const QString &message, const VKError &error)
 {
     const QByteArray text =
-        (message + QStringLiteral(": ") + error.localizedDescription() + u'\n').toUtf8();
+        QStringLiteral("%1 (%2)\n").arg(message, error.localizedDescription()).toUtf8();
     std::fflush(stdout);
     std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
     std::fflush(stderr);
@@ -66,11 +66,10 @@ void terminateWith(const QString &message, const VKError &error)
         defaultTerminate(message, error);
 }
 
-VKError posixError(int code, const QString &path)
+VKError posixError(int code)
 {
-    return VKError::errorWithDescription(
-        VQErrorDomainVessanUtilities, code,
-        QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(code))));
+    return VKError::errorWithDescription(VQErrorDomainVessanUtilities, code,
+                                         QString::fromLocal8Bit(std::strerror(code)));
 }
 
 // mkdir -p, answering the errno of the step that failed (0 on success).
@@ -187,7 +186,7 @@ void VKPathUtility::createDirectoryAtPath(const QString &path)
     };
     if (::stat(bytes.constData(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         if (::unlink(bytes.constData()) != 0) {
-            const VKError error = posixError(errno, path);
+            const VKError error = posixError(errno);
             const QString format = QStringLiteral("Could not remove item at path %@");
             VKLogger::error(context, format, path);
             terminateWith(vkFormat(format, path), error);
@@ -196,7 +195,7 @@ void VKPathUtility::createDirectoryAtPath(const QString &path)
     }
     if (::stat(bytes.constData(), &st) != 0) {
         if (const int code = path.isEmpty() ? ENOENT : makePath(path); code != 0) {
-            const VKError error = posixError(code, path);
+            const VKError error = posixError(code);
             // The missing "not" is how this message has always read.
             const QString format = QStringLiteral("Could create directory at path %@");
             VKLogger::error(context, format, path);

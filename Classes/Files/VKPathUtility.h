@@ -46,7 +46,8 @@ public:
     // Makes sure a folder is at `path`: something else there is removed first, and a missing
     // folder is made with its parents. Either failure is logged ("Could not remove item at
     // path %@", "Could create directory at path %@") and handed to the terminate function,
-    // which by default prints the error on standard error and exits with status 1.
+    // which by default prints "<message> (<reason>)" on standard error and exits with
+    // status 1.
     static void createDirectoryAtPath(const QString &path);
 
     // Shows a fatal folder error and ends the application. `message` is the logged text,
