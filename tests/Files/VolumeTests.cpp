@@ -13,9 +13,12 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QStorageInfo>
+#include <QThread>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
+
+#include <atomic>
 
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -360,6 +363,32 @@ TEST(VolumeInfoCache, PathsOutsideMediaRootsBelongToTheRootVolume)
     for (const char *path :
          {"/media/VK_NOT_MOUNTED/x", "/Volumes/VK_NOT_MOUNTED/x", "/run/media/ann/VK_NOT_MOUNTED"})
         EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), nullptr) << path;
+}
+
+TEST(VolumeInfoCache, LookupsAndReloadsFromSeveralThreads)
+{
+    VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
+    ASSERT_NE(cache, nullptr);
+    std::atomic<int> wrong{0};
+    QList<QThread *> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.append(QThread::create([cache, t, &wrong] {
+            for (int i = 0; i < 100; ++i) {
+                if (t == 0 && i % 10 == 0)
+                    cache->reloadVolumeInfos();
+                const std::shared_ptr<VKVolumeInfo> info =
+                    cache->volumeInfoForPath(QStringLiteral("/home/ann/clip.mov"));
+                if (!info || info->path() != u"/")
+                    ++wrong;
+            }
+        }));
+        threads.last()->start();
+    }
+    for (QThread *thread : threads) {
+        EXPECT_TRUE(thread->wait(60000));
+        delete thread;
+    }
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST(VolumeInfoCache, PathRecords)
