@@ -4,6 +4,9 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(Oniguruma REQUIRED IMPORTED_TARGET oniguruma)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
+# Volume labels and device properties (Files).
+pkg_check_modules(Blkid REQUIRED IMPORTED_TARGET blkid)
+pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
 find_package(Threads REQUIRED)
 
 if(VK_BUILD_TESTS)

@@ -1,0 +1,482 @@
+// Volumes on real file systems: small ext4 and ext2 images, loop-mounted under the media root
+// inside a private mount namespace, so nothing reaches the machine's own mounts.
+//
+// MountNamespace.RunsTheVolumeTests starts this binary again under `unshare --mount` with
+// VK_TEST_MOUNT_NAMESPACE set; only there do the MountedVolumes tests run (they skip elsewhere).
+#include "Files/VKFileSize.h"
+#include "Files/VKPath.h"
+#include "Files/VKStatInfo.h"
+#include "Files/VKVolumeInfoCache.h"
+#include "VKTestSupport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QStorageInfo>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace {
+
+const char kNamespaceVariable[] = "VK_TEST_MOUNT_NAMESPACE";
+const char kParentNamespaceVariable[] = "VK_TEST_PARENT_MOUNT_NAMESPACE";
+// 2009-02-13 23:31:30 UTC, the time the first image is made at.
+const qint64 kImageTime = 1234567890;
+
+bool inNamespace()
+{
+    return qEnvironmentVariableIsSet(kNamespaceVariable);
+}
+
+QString mountNamespace()
+{
+    return QFile::symLinkTarget(QStringLiteral("/proc/self/ns/mnt"));
+}
+
+QString findProgram(const QString &name)
+{
+    const QString path = QStandardPaths::findExecutable(name);
+    return path.isEmpty() ? QStandardPaths::findExecutable(
+                                name, {QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")})
+                          : path;
+}
+
+struct ProcessRun
+{
+    int status = -1;
+    QByteArray output;
+};
+
+ProcessRun run(const QString &program, const QStringList &arguments,
+               const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    ProcessRun result;
+    if (!process.waitForFinished(300000))
+        return result;
+    result.output = process.readAll();
+    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return result;
+}
+
+TEST(MountNamespace, RunsTheVolumeTests)
+{
+    if (inNamespace())
+        GTEST_SKIP() << "this is the run inside the namespace";
+    if (geteuid() != 0)
+        GTEST_SKIP() << "mounting images needs root";
+    for (const char *tool : {"unshare", "mount", "umount", "mke2fs"}) {
+        if (findProgram(QString::fromLatin1(tool)).isEmpty())
+            GTEST_SKIP() << tool << " is not installed";
+    }
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(kNamespaceVariable), QStringLiteral("1"));
+    environment.insert(QString::fromLatin1(kParentNamespaceVariable), mountNamespace());
+    // A fixed zone an hour east of UTC (no zone database needed).
+    environment.insert(QStringLiteral("TZ"), QStringLiteral("CET-1"));
+    const ProcessRun child =
+        run(findProgram(QStringLiteral("unshare")),
+            {QStringLiteral("--mount"), QStringLiteral("--propagation"), QStringLiteral("private"),
+             QCoreApplication::applicationFilePath(),
+             QStringLiteral("--gtest_filter=MountedVolumes.*")},
+            environment);
+    if (child.status != 0 && child.output.startsWith("unshare:"))
+        GTEST_SKIP() << "no private mount namespace here: " << child.output.constData();
+    ASSERT_EQ(child.status, 0) << child.output.constData();
+    const qsizetype skipped = child.output.indexOf("mounting is not possible here");
+    if (skipped >= 0)
+        GTEST_SKIP()
+            << child.output.mid(skipped, child.output.indexOf('\n', skipped) - skipped).constData();
+    EXPECT_TRUE(child.output.contains("[  PASSED  ]")) << child.output.constData();
+}
+
+class MountedVolumes : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        if (!inNamespace())
+            return;
+        if (mountNamespace() == qEnvironmentVariable(kParentNamespaceVariable)) {
+            skipReason = QStringLiteral("not in a mount namespace of its own; nothing is mounted");
+            return;
+        }
+        images = new VKTempDir;
+        media = QDir(QStringLiteral("/media")).exists() ? QStringLiteral("/media")
+                                                        : QStringLiteral("/mnt");
+        // ramfs hides the media root itself from the list of mounted volumes, like a folder.
+        ProcessRun ramfs =
+            run(findProgram(QStringLiteral("mount")),
+                {QStringLiteral("-t"), QStringLiteral("ramfs"), QStringLiteral("vkmedia"), media});
+        if (ramfs.status != 0) {
+            skipReason = QStringLiteral("mounting is not possible here: ") +
+                         QString::fromLocal8Bit(ramfs.output).trimmed();
+            return;
+        }
+        QProcessEnvironment fixedTime = QProcessEnvironment::systemEnvironment();
+        fixedTime.insert(QStringLiteral("E2FSPROGS_FAKE_TIME"), QString::number(kImageTime));
+        const struct
+        {
+            const char *label;
+            QStringList options;
+        } made[] = {
+            {"CARD_A", {QStringLiteral("-t"), QStringLiteral("ext4")}},
+            // 128-byte inodes have no room for a birth time.
+            {"CARD_B",
+             {QStringLiteral("-t"), QStringLiteral("ext2"), QStringLiteral("-I"),
+              QStringLiteral("128")}},
+            {"CARD_C", {QStringLiteral("-t"), QStringLiteral("ext4")}},
+        };
+        for (const auto &image : made) {
+            const QString file = images->filePath(QString::fromLatin1(image.label) + ".img");
+            QFile(file).open(QIODevice::WriteOnly);
+            QFile::resize(file, 8 << 20);
+            const ProcessRun mkfs =
+                run(findProgram(QStringLiteral("mke2fs")),
+                    QStringList{QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-L"),
+                                QString::fromLatin1(image.label)} +
+                        image.options + QStringList(file),
+                    fixedTime);
+            if (mkfs.status != 0) {
+                skipReason =
+                    QStringLiteral("mke2fs failed: ") + QString::fromLocal8Bit(mkfs.output);
+                return;
+            }
+        }
+        for (const char *label : {"CARD_A", "CARD_B"}) {
+            const QString error = mountImage(QString::fromLatin1(label), mountPoint(label));
+            if (!error.isEmpty()) {
+                skipReason = QStringLiteral("mounting is not possible here: ") + error;
+                return;
+            }
+        }
+    }
+
+    void SetUp() override
+    {
+        if (!inNamespace())
+            GTEST_SKIP() << "runs inside a private mount namespace (MountNamespace test)";
+        if (!skipReason.isEmpty())
+            GTEST_SKIP() << qPrintable(skipReason);
+    }
+
+    static QString mountPoint(const char *name) { return media + u'/' + QString::fromLatin1(name); }
+
+    // Mounts the image of `label` at `where`; answers the failure text, or nothing.
+    static QString mountImage(const QString &label, const QString &where)
+    {
+        QDir().mkpath(where);
+        const ProcessRun mount =
+            run(findProgram(QStringLiteral("mount")), {QStringLiteral("-o"), QStringLiteral("loop"),
+                                                       images->filePath(label + ".img"), where});
+        return mount.status == 0 ? QString() : QString::fromLocal8Bit(mount.output).trimmed();
+    }
+
+    static bool unmount(const QString &where)
+    {
+        return run(findProgram(QStringLiteral("umount")), {where}).status == 0;
+    }
+
+    static quint64 statfsTotal(const QString &path)
+    {
+        struct statfs st
+        {
+        };
+        EXPECT_EQ(statfs(QFile::encodeName(path).constData(), &st), 0);
+        return quint64(st.f_bsize) * st.f_blocks;
+    }
+
+    static inline QString skipReason;
+    static inline QString media;
+    static inline VKTempDir *images = nullptr; // lives for the process, like the mounts
+};
+
+TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
+{
+    const QString a = mountPoint("CARD_A");
+    QDir().mkpath(a + "/DCIM");
+    QDir().mkpath(mountPoint("CARD_AB") + "/x");
+    // A volume mounted inside CARD_A comes later in the list, so CARD_A still answers.
+    ASSERT_EQ(mountImage(QStringLiteral("CARD_C"), a + "/NESTED"), QString());
+    QDir().mkpath(a + "/NESTED/clips");
+    struct Case
+    {
+        const char *name;
+        QString path;
+        QString expected;
+    } cases[] = {
+        {"the mount path", a, a},
+        {"with a trailing slash", a + "/", a},
+        {"a folder on it", a + "/DCIM", a},
+        {"longer name is another volume", mountPoint("CARD_AB") + "/x", QStringLiteral("/")},
+        {"the first match, not the longest", a + "/NESTED/clips", a},
+        {"even the nested mount path", a + "/NESTED", a},
+        {"the media root", media, QStringLiteral("/")},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(VKStatInfo::mountPathForPath(c.path), c.expected) << c.name;
+    EXPECT_TRUE(VKStatInfo::mountedVolumePaths().contains(a + "/NESTED"));
+    EXPECT_TRUE(unmount(a + "/NESTED"));
+}
+
+TEST_F(MountedVolumes, FiguresNamesDatesAndIdentity)
+{
+    const struct
+    {
+        const char *card;
+        const char *type;
+        QDateTime created;
+        const char *createdText;
+    } cases[] = {
+        {"CARD_A", "ext4", QDateTime::fromSecsSinceEpoch(kImageTime, Qt::UTC),
+         "2009-02-14_00:31:30_+0100"},
+        {"CARD_B", "ext2", QDateTime(), "1904-01-01"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.card);
+        const QString mount = mountPoint(c.card);
+        const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(mount + "/");
+        ASSERT_NE(info, nullptr);
+        EXPECT_EQ(info->mountPath(), mount);
+        EXPECT_EQ(info->fsType(), QString::fromLatin1(c.type));
+        EXPECT_EQ(info->volumeName(), QString::fromLatin1(c.card));
+        EXPECT_EQ(info->displayName(), QStorageInfo(mount).displayName());
+        struct statfs st
+        {
+        };
+        ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
+        EXPECT_EQ(info->totalBytes(), quint64(st.f_bsize) * st.f_blocks);
+        EXPECT_EQ(info->freeBytes(), quint64(st.f_bsize) * st.f_bfree);
+        EXPECT_EQ(info->availableBytes(), quint64(st.f_bsize) * st.f_bavail);
+        EXPECT_EQ(info->createDate(), c.created);
+        // A loop device sits on no bus: unmountable, not removable, no share.
+        EXPECT_FALSE(info->isRemovable());
+        EXPECT_TRUE(info->isUnmountable());
+        EXPECT_FALSE(info->isNetworkShare());
+        EXPECT_EQ(info->vessanVolumeID(), QStringLiteral("label=%1_created=%2_size=%3_fsType=%4")
+                                              .arg(c.card, c.createdText)
+                                              .arg(info->totalBytes())
+                                              .arg(c.type));
+
+        struct stat device
+        {
+        };
+        ASSERT_EQ(stat(QStorageInfo(mount).device().constData(), &device), 0);
+        const std::optional<QVariantMap> description =
+            VKStatInfo::diskArbitrationInfoForVolumeAtPath(device.st_rdev);
+        ASSERT_TRUE(description.has_value());
+        EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), QString::fromLatin1(c.card));
+        EXPECT_EQ(description->value(QStringLiteral("DEVNAME")),
+                  QString::fromLatin1(QStorageInfo(mount).device()));
+    }
+    EXPECT_FALSE(VKStatInfo::diskArbitrationInfoForVolumeAtPath(makedev(7, 250)).has_value());
+}
+
+TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
+{
+    QDateTime clock = QDateTime::currentDateTimeUtc();
+    VKStatInfo::TestingClock testingClock([&clock] { return clock; });
+    const QString a = mountPoint("CARD_A");
+    const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(a);
+    ASSERT_NE(info, nullptr);
+    const QString identity = info->vessanVolumeID();
+    const quint64 total = info->totalBytes();
+
+    ASSERT_TRUE(unmount(a));
+    clock = clock.addSecs(11);
+    {
+        VKLogCapture log;
+        EXPECT_EQ(info->totalBytes(), total) << "a failed read keeps the cached value";
+        EXPECT_EQ(info->fsType(), u"ext4");
+        EXPECT_EQ(log.messages().value(0),
+                  QStringLiteral("Could not execute statfs for path ") + a);
+        EXPECT_EQ(info->vessanVolumeID(), identity);
+        EXPECT_TRUE(log.messages().contains(QStringLiteral("Can't FSPathMakeRef for ") + a));
+    }
+
+    // The same card elsewhere, and back at its place, is the same volume.
+    const QString elsewhere = mountPoint("CARD_A_AGAIN");
+    ASSERT_EQ(mountImage(QStringLiteral("CARD_A"), elsewhere), QString());
+    const std::shared_ptr<VKStatInfo> moved = VKStatInfo::statInfoForPath(elsewhere);
+    ASSERT_NE(moved, nullptr);
+    EXPECT_NE(moved, info);
+    EXPECT_EQ(moved->vessanVolumeID(), identity);
+    ASSERT_TRUE(unmount(elsewhere));
+    ASSERT_EQ(mountImage(QStringLiteral("CARD_A"), a), QString());
+    clock = clock.addSecs(11);
+    EXPECT_EQ(VKStatInfo::statInfoForPath(a), info);
+    EXPECT_EQ(info->vessanVolumeID(), identity);
+}
+
+TEST_F(MountedVolumes, SpaceIsReadAgainOnlyAfterTenSeconds)
+{
+    QDateTime clock = QDateTime::currentDateTimeUtc();
+    VKStatInfo::TestingClock testingClock([&clock] { return clock; });
+    const QString b = mountPoint("CARD_B");
+    const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(b);
+    ASSERT_NE(info, nullptr);
+    clock = clock.addSecs(60); // whatever earlier tests read is stale now
+    const quint64 before = info->freeBytes();
+    const QDateTime firstRead = info->lastUpdateForStatfs();
+    EXPECT_EQ(firstRead, clock);
+
+    QFile file(b + "/clip.mov");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray(1 << 20, 'x'));
+    file.close();
+    ::sync();
+
+    clock = clock.addMSecs(10000);
+    EXPECT_EQ(info->freeBytes(), before) << "10 s old is still fresh";
+    EXPECT_EQ(info->lastUpdateForStatfs(), firstRead);
+    clock = clock.addMSecs(1);
+    EXPECT_LT(info->freeBytes(), before - (1 << 20) + 1);
+    EXPECT_EQ(info->lastUpdateForStatfs(), clock);
+    QFile::remove(b + "/clip.mov");
+}
+
+TEST_F(MountedVolumes, VolumeCacheMatchesCharacterPrefixesAndReloads)
+{
+    VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
+    ASSERT_NE(cache, nullptr);
+    const QString a = mountPoint("CARD_A");
+    const std::shared_ptr<VKVolumeInfo> cardA = cache->volumeInfoForPath(a + "/DCIM/C001.mov");
+    ASSERT_NE(cardA, nullptr);
+    EXPECT_EQ(cardA->path(), a);
+    EXPECT_EQ(cardA->name(), u"CARD_A");
+    // Characters, not components: CARD_A also answers for CARD_AX.
+    EXPECT_EQ(cache->volumeInfoForPath(mountPoint("CARD_AX") + "/clip.mov"), cardA);
+    EXPECT_EQ(cache->volumeInfoForPath(mountPoint("NOT_MOUNTED") + "/clip.mov"), nullptr);
+    EXPECT_EQ(VKPath::pathWithAbsoluteFilePath(mountPoint("NOT_MOUNTED") + "/clip.mov"), nullptr);
+
+    // Mounted after the table was read: found through the automatic reload.
+    const QString c = mountPoint("CARD_C");
+    ASSERT_FALSE(cache->volumeInfos().contains(c));
+    ASSERT_EQ(mountImage(QStringLiteral("CARD_C"), c), QString());
+    const std::shared_ptr<VKPath> path = VKPath::pathWithAbsoluteFilePath(c + "/Day1/");
+    ASSERT_NE(path, nullptr);
+    EXPECT_EQ(path->volumeMountPath(), c);
+    EXPECT_EQ(path->volumeInfo()->name(), u"CARD_C");
+    EXPECT_EQ(path->relativeFilePath(), u"Day1/");
+    EXPECT_TRUE(path->isDirectory());
+    EXPECT_TRUE(unmount(c));
+}
+
+// --- vkvol on the mounted cards, compared byte for byte ---
+
+#ifdef VKVOL_PATH
+
+QString field(const char *name, const QString &value)
+{
+    return QStringLiteral("  ") + QString::fromLatin1(name).append(u':').leftJustified(15) + u' ' +
+           value + u'\n';
+}
+
+QString sizeField(const char *name, quint64 bytes)
+{
+    return field(name, QStringLiteral("%1 (%2 bytes)")
+                           .arg(VKFileSize::humanReadableFileSizeStringFromByteCount(bytes))
+                           .arg(bytes));
+}
+
+TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
+{
+    VKTempDir home;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.path());
+    QString expected;
+    const struct
+    {
+        const char *card;
+        const char *type;
+        const char *created;
+        const char *createdId;
+    } cards[] = {{"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
+                 {"CARD_B", "ext2", "none", "1904-01-01"}};
+    QStringList arguments;
+    for (const auto &card : cards) {
+        const QString mount = mountPoint(card.card);
+        struct statfs st
+        {
+        };
+        ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
+        const quint64 total = quint64(st.f_bsize) * st.f_blocks;
+        if (!expected.isEmpty())
+            expected += u'\n';
+        expected +=
+            mount + "/\n" + field("mount path", mount) +
+            field("type", QString::fromLatin1(card.type)) +
+            field("display name", QStorageInfo(mount).displayName()) +
+            field("volume name", QString::fromLatin1(card.card)) + sizeField("total", total) +
+            sizeField("free", quint64(st.f_bsize) * st.f_bfree) +
+            sizeField("available", quint64(st.f_bsize) * st.f_bavail) +
+            field("removable", QStringLiteral("no")) + field("unmountable", QStringLiteral("yes")) +
+            field("network share", QStringLiteral("no")) +
+            field("created", QString::fromLatin1(card.created)) +
+            field("identity", QStringLiteral("label=%1_created=%2_size=%3_fsType=%4")
+                                  .arg(card.card, card.createdId)
+                                  .arg(total)
+                                  .arg(card.type));
+        arguments.append(mount + u'/');
+    }
+    arguments.append(mountPoint("CARD_A") + "/missing");
+    QProcess vkvol;
+    vkvol.setProcessEnvironment(environment);
+    vkvol.start(QStringLiteral(VKVOL_PATH), arguments);
+    ASSERT_TRUE(vkvol.waitForFinished(60000));
+    EXPECT_EQ(QString::fromUtf8(vkvol.readAllStandardOutput()), expected);
+    EXPECT_EQ(vkvol.readAllStandardError(),
+              QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
+                             "path %1/missing. File does not exist.\n")
+                  .arg(mountPoint("CARD_A"))
+                  .toUtf8());
+    EXPECT_EQ(vkvol.exitCode(), 1);
+
+    // JSON: the same figures, numbers as numbers.
+    const ProcessRun json = run(QStringLiteral(VKVOL_PATH),
+                                {QStringLiteral("--json"), mountPoint("CARD_A")}, environment);
+    ASSERT_EQ(json.status, 0) << json.output.constData();
+    const QJsonArray volumes = QJsonDocument::fromJson(json.output).array();
+    ASSERT_EQ(volumes.size(), 1);
+    const QJsonObject a = volumes[0].toObject();
+    EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(statfsTotal(mountPoint("CARD_A"))));
+    EXPECT_EQ(a.value("createDate").toString(), u"2009-02-13T23:31:30Z");
+    EXPECT_EQ(a.value("isUnmountable"), QJsonValue(true));
+    EXPECT_EQ(a.value("volumeName"), QJsonValue("CARD_A"));
+    EXPECT_EQ(a.value("vessanVolumeID").toString(),
+              QStringLiteral("label=CARD_A_created=2009-02-14_00:31:30_+0100_size=%1_fsType=ext4")
+                  .arg(statfsTotal(mountPoint("CARD_A"))));
+
+    // Short labels: the same file on two cards is told apart by its card only.
+    for (const char *file :
+         {"CARD_A/Day1/C001.mov", "CARD_B/Day1/C001.mov", "CARD_A/Day2/C001.mov"}) {
+        QDir().mkpath(QFileInfo(mountPoint(file)).path());
+        QFile(mountPoint(file)).open(QIODevice::WriteOnly);
+    }
+    const ProcessRun shortLines =
+        run(QStringLiteral(VKVOL_PATH),
+            {QStringLiteral("--short"), mountPoint("CARD_A/Day1/C001.mov"),
+             mountPoint("CARD_B/Day1/C001.mov"), mountPoint("CARD_A/Day2/C001.mov")},
+            environment);
+    EXPECT_EQ(shortLines.status, 0);
+    EXPECT_EQ(QString::fromUtf8(shortLines.output),
+              QStringLiteral("CARD_A \u2014 C001.mov\nCARD_B \u2014 C001.mov\n"
+                             "CARD_A \u2014 Day2 \u2014 C001.mov\n"));
+}
+
+#endif
+
+} // namespace
