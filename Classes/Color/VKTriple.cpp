@@ -9,13 +9,36 @@
 
 #include <cmath>
 
-float VDClamp(float value, float minimum, float maximum)
+namespace {
+
+// The conversions run per pixel: these stay inside this file so that the compiler inlines them
+// instead of calling through the library's exported symbols.
+inline float clampValue(float value, float minimum, float maximum)
 {
     if (value > maximum)
         return maximum;
     if (minimum > value)
         return minimum;
     return value;
+}
+
+inline float largest(float x, float y, float z)
+{
+    const float xy = x > y ? x : y;
+    return xy > z ? xy : z;
+}
+
+inline float smallest(float x, float y, float z)
+{
+    const float xy = x < y ? x : y;
+    return xy < z ? xy : z;
+}
+
+} // namespace
+
+float VDClamp(float value, float minimum, float maximum)
+{
+    return clampValue(value, minimum, maximum);
 }
 
 VKTriple VKTriple::tripleByAdding(float s) const
@@ -40,20 +63,18 @@ VKTriple VKTriple::tripleByDividing(float s) const
 
 float VKTriple::maximum() const
 {
-    const float xy = m_x > m_y ? m_x : m_y;
-    return xy > m_z ? xy : m_z;
+    return largest(m_x, m_y, m_z);
 }
 
 float VKTriple::minimum() const
 {
-    const float xy = m_x < m_y ? m_x : m_y;
-    return xy < m_z ? xy : m_z;
+    return smallest(m_x, m_y, m_z);
 }
 
 VKTriple VKTriple::clampToMinimum(float minimum, float maximum) const
 {
-    return VKTriple(m_class, VDClamp(m_x, minimum, maximum), VDClamp(m_y, minimum, maximum),
-                    VDClamp(m_z, minimum, maximum));
+    return VKTriple(m_class, clampValue(m_x, minimum, maximum), clampValue(m_y, minimum, maximum),
+                    clampValue(m_z, minimum, maximum));
 }
 
 bool VKTriple::isEqual(const VKTriple &other) const
@@ -143,22 +164,21 @@ std::optional<VKTriple> VKTriple::fromVariant(const QVariant &value)
 VKHSVTriple VKRGBTriple::hsvTriple() const
 {
     const float r = m_x, g = m_y, b = m_z;
-    const float max = maximum();
-    const float min = minimum();
+    const float max = largest(r, g, b);
+    const float min = smallest(r, g, b);
     const float d = max - min;
 
     float hue = 0.0f;
     if (max != min) {
-        // The quotient in float, the rest in double, stored as float.
-        const float fromRed = float(60.0 * (0.0 + double((g - b) / d)));
-        const float fromGreen = float(60.0 * (2.0 + double((b - r) / d)));
-        const float fromBlue = float(60.0 * (4.0 + double((r - g) / d)));
-        if (max == r)
-            hue = fromRed;
-        if (max == g)
-            hue = fromGreen;
+        // The candidate of the last channel equal to the largest wins (equal channels give
+        // equal candidates), so only that one is computed. The quotient in float, the rest in
+        // double, stored as float.
         if (max == b)
-            hue = fromBlue;
+            hue = float(60.0 * (4.0 + double((r - g) / d)));
+        else if (max == g)
+            hue = float(60.0 * (2.0 + double((b - r) / d)));
+        else if (max == r)
+            hue = float(60.0 * (0.0 + double((g - b) / d)));
     }
     if (hue < 0.0f)
         hue = hue + 360.0f;
@@ -171,9 +191,9 @@ VKHSVTriple VKRGBTriple::hsvTriple() const
 VKTTLTriple VKRGBTriple::ttlTriple() const
 {
     // The offset and the clamp keep every denominator above zero.
-    const VKRGBTriple c =
-        tripleByAdding(0.5f).clampToMinimum(0.00001f, 0.99999f).tripleByMultiplying(0.05f);
-    const float r = c.red(), g = c.green(), b = c.blue();
+    // tripleByAdding 0.5, clampToMinimum 0.00001 .. 0.99999, tripleByMultiplying 0.05.
+    const auto channel = [](float x) { return clampValue(x + 0.5f, 0.00001f, 0.99999f) * 0.05f; };
+    const float r = channel(m_x), g = channel(m_y), b = channel(m_z);
     const float tint = g / (g + r);
     const float temperature = r / (b + r);
     const float level = (r + b + g) / 8.0f + (b * g) / (8.0f * r);
@@ -182,18 +202,20 @@ VKTTLTriple VKRGBTriple::ttlTriple() const
 
 VKRGBTriple VKHSVTriple::rgbTriple() const
 {
-    const VKHSVTriple c = clampToMinimum(0.0f, 1.0f);
-    const double h6 = 360.0 * double(c.hue()) / 60.0;
-    float i = float(std::floor(h6));
+    const float hue = clampValue(m_x, 0.0f, 1.0f);
+    const float s = clampValue(m_y, 0.0f, 1.0f);
+    const float value = clampValue(m_z, 0.0f, 1.0f);
+    const double h6 = 360.0 * double(hue) / 60.0;
+    // h6 is 0..6 or NaN here: truncation is floor, and avoids a call into the maths library.
+    float i = h6 >= 0.0 ? float(static_cast<int>(h6)) : float(std::floor(h6));
     if (i == 6.0f)
         i = 5.0f; // hue 1 is the end of the last sector, not the start of a seventh
     const float f = float(h6 - double(i));
 
-    const float s = c.saturation();
-    const float v = c.value() * 1.0f;
-    const float p = c.value() * (1.0f - s);
-    const float q = c.value() * (1.0f - s * f);
-    const float t = c.value() * (1.0f - s * (1.0f - f));
+    const float v = value * 1.0f;
+    const float p = value * (1.0f - s);
+    const float q = value * (1.0f - s * f);
+    const float t = value * (1.0f - s * (1.0f - f));
 
     // Compared as floats: a NaN sector must not be converted to an integer.
     if (i == 0.0f)
@@ -241,6 +263,7 @@ VKRGBTriple VKTTLTriple::rgbTriple() const
     const float r = float(tp * (1.0 - tn) * lv * 8.0);
     const float g = float(tp * tn * lv * 8.0);
     const float b = float((1.0 - tp) * (1.0 - tn) * lv * 8.0);
-    return VKRGBTriple(r, g, b).tripleByAdding(0.5f).tripleByMultiplying(0.05f).clampToMinimum(
-        0.0f, 1.0f);
+    // tripleByAdding 0.5, tripleByMultiplying 0.05, clampToMinimum 0 .. 1.
+    const auto channel = [](float x) { return clampValue((x + 0.5f) * 0.05f, 0.0f, 1.0f); };
+    return VKRGBTriple(channel(r), channel(g), channel(b));
 }
