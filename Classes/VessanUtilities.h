@@ -45,3 +45,16 @@
 #include "Application/VKApplicationDelegate.h"
 #include "Application/VKLenientNumber.h"
 #include "Application/VKPrint.h"
+
+// Colour triples and colour value transformers
+#include "Color/VKColorValueTransformers.h"
+#include "Color/VKTriple.h"
+
+// Profiler
+#include "Timing/VQTimeEvent.h"
+#include "Timing/VQTimeRecorder.h"
+#include "Timing/VQTiming.h"
+
+// Display value transformers
+#include "Interface/VKDisplayValueTransformers.h"
+#include "Interface/VKOrderedSet.h"

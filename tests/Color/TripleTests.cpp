@@ -1,0 +1,276 @@
+#include "Color/VKTriple.h"
+
+#include <QRegularExpression>
+#include <QVariant>
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
+
+namespace {
+
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+struct Expected
+{
+    float x, y, z;
+};
+
+// Bit for bit, except that any NaN matches a NaN.
+::testing::AssertionResult sameBits(const VKTriple &actual, const Expected &expected)
+{
+    const float a[3] = {actual.x(), actual.y(), actual.z()};
+    const float e[3] = {expected.x, expected.y, expected.z};
+    for (int i = 0; i < 3; ++i) {
+        const bool same = std::isnan(e[i])
+                              ? std::isnan(a[i])
+                              : std::bit_cast<quint32>(a[i]) == std::bit_cast<quint32>(e[i]);
+        if (!same)
+            return ::testing::AssertionFailure()
+                   << "component " << i << ": " << std::hexfloat << a[i] << " expected " << e[i];
+    }
+    return ::testing::AssertionSuccess();
+}
+
+struct ConversionCase
+{
+    const char *name;
+    Expected input;
+    Expected output;
+};
+
+} // namespace
+
+TEST(VKTriple, RGBToHSV)
+{
+    const ConversionCase cases[] = {
+        {"red", {1, 0, 0}, {0, 1, 1}},
+        {"blue", {0, 0, 1}, {0x1.555556p-1f, 1, 1}},
+        {"grey", {0.5f, 0.5f, 0.5f}, {0, 0, 0.5f}},
+        {"black", {0, 0, 0}, {0, 0, 0}},
+        {"yellowLastEqualWins", {1, 1, 0}, {0x1.555556p-3f, 1, 1}},
+        {"blueLargest", {0.2f, 0.4f, 0.6f}, {0x1.2aaaaap-1f, 0x1.555556p-1f, 0x1.333334p-1f}},
+        {"negativeHueWraps", {0.9f, 0.1f, 0.5f}, {0x1.d55556p-1f, 0x1.c71c7p-1f, 0x1.ccccccp-1f}},
+        {"unclamped", {-0.5f, 0.25f, 1.5f}, {0x1.355556p-1f, 0x1.555556p+0f, 1.5f}},
+        {"maxZeroHasNoSaturation", {0, 0, -1}, {0x1.555556p-3f, 0, 0}},
+        {"infiniteRed", {kInf, 0, 0}, {0, kNaN, kInf}},
+        // The candidate of the largest channel is 60 × (k + quotient) in double: an all-float
+        // sum rounds this one a bit higher.
+        {"doubleSum", {0.366f, 0.058f, 0.507f}, {0x1.8fde8cp-1f, 0x1.c56d92p-1f, 0x1.039582p-1f}},
+        {"doubleSumGreen",
+         {0.248f, 0.391f, 0.871f},
+         {0x1.41bf14p-1f, 0x1.6e37dap-1f, 0x1.bdf3b6p-1f}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const VKHSVTriple hsv = VKRGBTriple(c.input.x, c.input.y, c.input.z).hsvTriple();
+        EXPECT_TRUE(sameBits(hsv, c.output));
+        EXPECT_EQ(hsv.tripleClass(), VKTripleClass::HSV);
+    }
+}
+
+TEST(VKTriple, HSVToRGBSectorsAndClamps)
+{
+    const ConversionCase cases[] = {
+        {"hue0", {0, 1, 1}, {1, 0, 0}},
+        {"hueSixth", {1.0f / 6, 1, 1}, {1, 1, 0}},
+        {"hueThird", {1.0f / 3, 1, 1}, {0, 1, 0x1p-24f}},
+        {"hueHalf", {0.5f, 1, 1}, {0, 1, 1}},
+        {"hueTwoThirds", {2.0f / 3, 1, 1}, {0x1p-23f, 0, 1}},
+        {"hueFiveSixths", {5.0f / 6, 1, 1}, {0x1.fffffcp-1f, 0, 1}},
+        {"hue1IsLastSector", {1, 1, 1}, {1, 0, 0}},
+        {"grey", {0.5f, 0, 0.7f}, {0x1.666666p-1f, 0x1.666666p-1f, 0x1.666666p-1f}},
+        {"black", {0.3f, 0.8f, 0}, {0, 0, 0}},
+        {"clampedAbove", {kInf, 2, 5}, {1, 0, 0}},
+        {"clampedBelow", {-3, 0.5f, -1}, {0, 0, 0}},
+        {"nanHueHasNoSector", {kNaN, 1, 1}, {0, 0, 0}},
+        {"nanSaturation", {0.5f, kNaN, 1}, {kNaN, kNaN, 1}},
+        {"sector4", {0.7f, 0.3f, 0.8f}, {0x1.374bc6p-1f, 0x1.1eb852p-1f, 0x1.99999ap-1f}},
+        // f = h6 - i is kept as a float: in double this one ends a bit higher.
+        {"floatFraction",
+         {0.366f, 0.058f, 0.507f},
+         {0x1.e90e6ap-2f, 0x1.039582p-1f, 0x1.eef54cp-2f}},
+        // 1 - saturation × f in float: with all-float sector arithmetic this one differs.
+        {"floatProducts",
+         {0.639f, 0.372f, 0.548f},
+         {0x1.606748p-2f, 0x1.830e42p-2f, 0x1.189374p-1f}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(sameBits(VKHSVTriple(c.input.x, c.input.y, c.input.z).rgbTriple(), c.output));
+    }
+}
+
+TEST(VKTriple, TTLBothWays)
+{
+    const ConversionCase toTTL[] = {
+        {"black", {0, 0, 0}, {0.5f, 0.5f, 0x1.99999cp-7f}},
+        {"clampedAtTop", {1, 1, 1}, {0.5f, 0.5f, 0x1.99988ep-6f}},
+        {"halfAlsoAtTop", {0.5f, 0.5f, 0.5f}, {0.5f, 0.5f, 0x1.99988ep-6f}},
+        {"clampedAtBottom", {-1, -1, -1}, {0.5f, 0.5f, 0x1.0c6f7ap-22f}},
+        {"infinityClamped", {kInf, kInf, kInf}, {0.5f, 0.5f, 0x1.99988ep-6f}},
+        {"colour", {0.2f, 0.4f, 0.6f}, {0.5625f, 0x1.a5a648p-2f, 0x1.8de512p-6f}},
+        {"nanPassesTheClamp", {kNaN, 0, 0}, {kNaN, kNaN, kNaN}},
+    };
+    for (const auto &c : toTTL) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(sameBits(VKRGBTriple(c.input.x, c.input.y, c.input.z).ttlTriple(), c.output));
+    }
+    const ConversionCase toRGB[] = {
+        {"neutral", {0.5f, 0.5f, 1}, {0.125f, 0.125f, 0.125f}},
+        {"zeroGivesOffset", {0, 0, 0}, {0x1.99999ap-6f, 0x1.99999ap-6f, 0x1.99999ap-6f}},
+        {"clampedAtOne", {1, 1, 100}, {0x1.99999ap-6f, 1, 0x1.99999ap-6f}},
+        {"clampedAtZero", {0, 0, -100}, {0x1.99999ap-6f, 0x1.99999ap-6f, 0}},
+        {"colour", {0.3f, 0.6f, 0.7f}, {0x1.240b78p-3f, 0x1.34d6a2p-4f, 0x1.a786cp-4f}},
+        // (1 - x) in double carries the blue product in double; all in float it differs.
+        {"doubleBlue", {0.489f, 0.039f, 0.668f}, {0x1.f0d864p-6f, 0x1.ed16d0p-6f, 0x1.3fed36p-3f}},
+        {"doubleBlue2", {0.456f, 0.84f, 0.945f}, {0x1.94f3eep-3f, 0x1.5bba66p-3f, 0x1.da5376p-5f}},
+    };
+    for (const auto &c : toRGB) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(sameBits(VKTTLTriple(c.input.x, c.input.y, c.input.z).rgbTriple(), c.output));
+    }
+    // Not inverses of each other.
+    const VKRGBTriple colour(0.2f, 0.4f, 0.6f);
+    EXPECT_FALSE(colour.ttlTriple().rgbTriple().isEqual(colour));
+}
+
+TEST(VKTriple, ARLBothWays)
+{
+    const VKARLTriple arl = VKHSVTriple(0.25f, 0.5f, 1).arlTriple();
+    EXPECT_TRUE(sameBits(arl, {90, 0.5f, 0}));
+    EXPECT_TRUE(sameBits(arl.hsvTriple(), {0.25f, 0.5f, 1}));
+    EXPECT_TRUE(sameBits(VKHSVTriple(0.25f, 0.5f, 0).arlTriple(), {90, 0.5f, -kInf}));
+    EXPECT_TRUE(sameBits(VKHSVTriple(0.25f, 0.5f, 0.3f).arlTripleWithLogarithmicLevel(false),
+                         {90, 0.5f, 0.3f}));
+    // Hues are not wrapped: an angle of 450 gives 1.25.
+    EXPECT_TRUE(sameBits(VKARLTriple(450, 0.5f, -1).hsvTriple(), {1.25f, 0.5f, 0x1.99999ap-4f}));
+    EXPECT_TRUE(sameBits(VKARLTriple(450, 0.5f, -1).hsvTripleWithExponentialValue(false),
+                         {1.25f, 0.5f, -1}));
+}
+
+TEST(VKTriple, ClampArithmeticAndExtremes)
+{
+    struct ClampCase
+    {
+        const char *name;
+        float value, minimum, maximum, expected;
+    } clamps[] = {
+        {"above", 2, 0, 1, 1},
+        {"below", -1, 0, 1, 0},
+        {"inside", 0.5f, 0, 1, 0.5f},
+        {"upperFirst", 0.5f, 1, 0, 0},
+        {"bothBroken", -5, 1, 0, 1},
+        {"nan", kNaN, 0, 1, kNaN},
+        {"plusInf", kInf, 0, 1, 1},
+        {"minusInf", -kInf, 0, 1, 0},
+        {"nanBound", 0.5f, kNaN, 1, 0.5f},
+    };
+    for (const auto &c : clamps) {
+        SCOPED_TRACE(c.name);
+        const float r = VDClamp(c.value, c.minimum, c.maximum);
+        EXPECT_TRUE(std::isnan(c.expected) ? std::isnan(r) : r == c.expected) << r;
+    }
+
+    const VKRGBTriple t(1, 0, -1);
+    EXPECT_TRUE(sameBits(t.tripleByDividing(0), {kInf, kNaN, -kInf}));
+    EXPECT_TRUE(sameBits(t.tripleByAdding(0.5f), {1.5f, 0.5f, -0.5f}));
+    EXPECT_TRUE(sameBits(t.tripleBySubstracting(0.5f), {0.5f, -0.5f, -1.5f}));
+    EXPECT_TRUE(sameBits(t.tripleByMultiplying(-2), {-2, -0.0f, 2}));
+    EXPECT_TRUE(sameBits(t.clampToMinimum(-0.5f, 0.5f), {0.5f, 0, -0.5f}));
+    EXPECT_EQ(t.maximum(), 1);
+    EXPECT_EQ(t.minimum(), -1);
+    // The operations answer the receiver's class, even through the plain type.
+    const VKTriple plain = VKHSVTriple::tripleOne();
+    EXPECT_EQ(plain.tripleByAdding(1).tripleClass(), VKTripleClass::HSV);
+    EXPECT_EQ(VKTriple::tripleZero().tripleClass(), VKTripleClass::Triple);
+    EXPECT_TRUE(sameBits(VKTTLTriple::tripleOne().tripleWithTemperature(3), {1, 3, 1}));
+}
+
+TEST(VKTriple, TolerantEqualityFollowsTheClass)
+{
+    const VKRGBTriple base(0.5f, 0.5f, 0.5f);
+    struct EqualityCase
+    {
+        const char *name;
+        VKTriple receiver;
+        VKTriple other;
+        bool equal;
+    } cases[] = {
+        {"within", base, base.tripleWithGreen(0.500009f), true},
+        {"beyond", base, base.tripleWithBlue(0.5001f), false},
+        {"hsvIsNotRGB", base, VKHSVTriple(0.5f, 0.5f, 0.5f), false},
+        {"rgbIsNotHSV", VKHSVTriple(0.5f, 0.5f, 0.5f), base, false},
+        {"subclassOfPlain", VKTriple(0.5f, 0.5f, 0.5f), base, true},
+        {"plainIsNoRGB", base, VKTriple(0.5f, 0.5f, 0.5f), false},
+        {"arlIsNotTTL", VKARLTriple(1, 2, 3), VKTTLTriple(1, 2, 3), false},
+        {"nanNeverEqual", VKRGBTriple(kNaN, 0, 0), VKRGBTriple(kNaN, 0, 0), false},
+        {"infinities", VKRGBTriple(kInf, 0, 0), VKRGBTriple(kInf, 0, 0), false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.receiver.isEqual(c.other), c.equal);
+    }
+    // A difference just below 1e-5 in float counts as equal, 1e-5 itself (as a float, above
+    // the double 1e-5) does not.
+    EXPECT_TRUE(VKRGBTriple(0, 0, 0).isEqual(VKRGBTriple(0, 0, 0x1.4f8b58p-17f)));
+    EXPECT_FALSE(VKRGBTriple(0, 0, 0).isEqual(VKRGBTriple(0, 0, 0x1.4f8b5ap-17f)));
+}
+
+TEST(VKTriple, DescriptionAndVariants)
+{
+    const QRegularExpression object(QStringLiteral("^<(\\w+): 0x[0-9a-f]+>"));
+    struct DescriptionCase
+    {
+        const char *name;
+        VKTriple triple;
+        const char *text;
+    } cases[] = {
+        {"rgb", VKRGBTriple(0.5f, 1, -0.25f),
+         "<VKRGBTriple: P>\n\t red: 0.50000000\n\t green: 1.00000000\n\t blue: -0.25000000\n"},
+        {"hsv", VKHSVTriple(0.1f, 0, 1),
+         "<VKHSVTriple: P>\n\t hue: 0.10000000\n\t saturation: 0.00000000\n\t value: 1.00000000\n"},
+        {"arl", VKARLTriple(90, 0.5f, -kInf),
+         "<VKARLTriple: P>\n\t angle: 90.00000000\n\t radius: 0.50000000\n\t level: -inf\n"},
+        {"ttl", VKTTLTriple(kNaN, 2, 3),
+         "<VKTTLTriple: P>\n\t tint: nan\n\t temperature: 2.00000000\n\t level: 3.00000000\n"},
+        {"plain", VKTriple(1, 2, 3), "<VKTriple: P>"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QString text = c.triple.description();
+        EXPECT_TRUE(object.match(text).hasMatch()) << text.toStdString();
+        text.replace(QRegularExpression(QStringLiteral("0x[0-9a-f]+")), QStringLiteral("P"));
+        EXPECT_EQ(text, QString::fromLatin1(c.text));
+
+        // A variant holds the triple as its own class's type and gives back the same class.
+        const QVariant v = c.triple.toVariant();
+        const std::optional<VKTriple> back = VKTriple::fromVariant(v);
+        ASSERT_TRUE(back);
+        EXPECT_EQ(back->tripleClass(), c.triple.tripleClass());
+        EXPECT_EQ(v.metaType().name(), c.triple.className().toLatin1());
+    }
+    EXPECT_FALSE(VKTriple::fromVariant(QVariant(QStringLiteral("red"))));
+    EXPECT_FALSE(VKRGBTriple::fromVariant(VKHSVTriple(1, 1, 1).toVariant()));
+    EXPECT_TRUE(VKRGBTriple::fromTriple(VKTriple(VKRGBTriple(1, 1, 1))));
+    EXPECT_FALSE(VKRGBTriple::fromTriple(VKTriple(1, 1, 1)));
+}
+
+TEST(VKTriple, HSVRoundTripOfRandomColours)
+{
+    std::mt19937 random(20240305);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    int failures = 0;
+    for (int i = 0; i < 100000 && failures < 5; ++i) {
+        const VKRGBTriple c(unit(random), unit(random), unit(random));
+        const VKRGBTriple back = c.hsvTriple().rgbTriple();
+        if (!back.isEqual(c)) {
+            ++failures;
+            ADD_FAILURE() << c.description().toStdString() << back.description().toStdString();
+        }
+    }
+}
