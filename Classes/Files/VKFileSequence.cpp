@@ -8,8 +8,11 @@
 
 #include <QDir>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <limits>
+#include <vector>
 
 namespace {
 
@@ -97,61 +100,379 @@ quint64 VKFileSequence::paddingForFile(const QString &path)
     return 1;
 }
 
+namespace {
+
+// Paths are numbered with 32 bits inside the grouping; the top bit marks a path without frame.
+constexpr quint32 noFrameBit = 0x80000000u;
+// A frame value at or beyond this is not kept; such paths tie and their strings decide.
+constexpr quint32 valueCeiling = 0xFFFFFFFFu;
+
+// Distinct texts by exact contents, each with a small id. The texts are views into strings the
+// caller keeps alive. Listings repeat the same prefix many times in a row, so the last answer is
+// tried before hashing.
+class TextIds
+{
+public:
+    quint32 idOf(QStringView text)
+    {
+        if (!m_texts.empty() && m_texts[m_last] == text)
+            return m_last;
+        if ((m_texts.size() + 1) * 2 > m_slots.size())
+            grow();
+        const quint32 hash = quint32(qHash(text));
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+            Slot &s = m_slots[slot];
+            if (s.id == empty) {
+                s = {quint32(m_texts.size()), hash};
+                m_texts.push_back(text);
+                return m_last = s.id;
+            }
+            if (s.hash == hash && m_texts[s.id] == text)
+                return m_last = s.id;
+        }
+    }
+
+    const std::vector<QStringView> &texts() const { return m_texts; }
+
+private:
+    static constexpr quint32 empty = 0xFFFFFFFFu;
+    struct Slot
+    {
+        quint32 id = empty;
+        quint32 hash = 0;
+    };
+
+    void grow()
+    {
+        std::vector<Slot> old(std::max<std::size_t>(16, m_slots.size() * 2));
+        old.swap(m_slots);
+        const std::size_t mask = m_slots.size() - 1;
+        for (const Slot &s : old) {
+            if (s.id == empty)
+                continue;
+            std::size_t slot = s.hash & mask;
+            while (m_slots[slot].id != empty)
+                slot = (slot + 1) & mask;
+            m_slots[slot] = s;
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    std::vector<QStringView> m_texts;
+    quint32 m_last = 0;
+};
+
+// Plain UTF-16 code unit order, a string that ends first sorting first.
+bool codeUnitLess(QStringView a, QStringView b)
+{
+    return std::lexicographical_compare(a.utf16(), a.utf16() + a.size(), b.utf16(),
+                                        b.utf16() + b.size());
+}
+
+// Whether `key` starts with the tokens of `prefix` (digit runs equal in value, other code units
+// equal) and then goes on with a digit. Paths of a prefix sort against such a key by their frame
+// number, so their places cannot be told from the prefix alone.
+bool continuesWithDigitAfter(QStringView prefix, QStringView key)
+{
+    qsizetype i = 0, j = 0;
+    int units = 1;
+    while (i < prefix.size()) {
+        if (j >= key.size())
+            return false;
+        const bool digitA = VKStringRanges::digitValueAt(prefix, i, &units) >= 0;
+        const bool digitB = VKStringRanges::digitValueAt(key, j, &units) >= 0;
+        if (digitA != digitB)
+            return false;
+        if (!digitA) {
+            if (prefix[i] != key[j])
+                return false;
+            ++i;
+            ++j;
+            continue;
+        }
+        qsizetype endA = i, endB = j;
+        while (endA < prefix.size() && VKStringRanges::digitValueAt(prefix, endA, &units) >= 0)
+            endA += units;
+        while (endB < key.size() && VKStringRanges::digitValueAt(key, endB, &units) >= 0)
+            endB += units;
+        if (VKNumericStringCompare::compareNumerically(prefix.sliced(i, endA - i),
+                                                       key.sliced(j, endB - j))
+            != 0)
+            return false;
+        i = endA;
+        j = endB;
+    }
+    return j < key.size() && VKStringRanges::digitValueAt(key, j, &units) >= 0;
+}
+
+// Groups paths into runs without comparing whole paths in the common case.
+//
+// Every path with a frame number is prefix + frame digits + postfix, where the prefix ends with a
+// non-digit and the postfix holds no digit at all. Paths of one prefix therefore sort by (frame
+// value, postfix) and only ties need their strings; and different prefixes mostly sort as the
+// prefixes followed by a digit run would. So each path is read once into (prefix id, postfix id,
+// frame value); the distinct prefixes and the paths without frame are sorted as strings; paths
+// are placed per prefix by counting and sorted inside their prefix on integers.
+//
+// Prefixes whose order depends on the frame number (clip_ against clip_1_, whose paths interleave:
+// clip_1_5 sorts before clip_2) lie next to each other in that order, the shortest first followed
+// by all keys that continue it with a digit. Such a cluster is merged with whole-path comparisons.
+class Grouping
+{
+public:
+    explicit Grouping(const QStringList &files) : m_files(files) {}
+
+    // The files' indexes in sorted order, and the length of every run in that order.
+    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    {
+        readPaths();
+        sortBuckets();
+        placePaths(order);
+        sortInsideBuckets(order);
+        mergeClusters(order);
+        findRuns(order, runLengths);
+    }
+
+private:
+    struct Info
+    {
+        quint32 bucket;  // prefix id, or noFrameBit | number of the path without frame
+        quint32 postfix; // postfix id, later its rank
+        quint32 value;   // frame value, at most valueCeiling
+    };
+
+    QStringView path(quint32 index) const { return m_files.at(index); }
+
+    bool lessPath(quint32 a, quint32 b) const
+    {
+        return VKNumericStringCompare::compare(path(a), path(b)) < 0;
+    }
+
+    void readPaths()
+    {
+        const qsizetype count = m_files.size();
+        m_info.resize(std::size_t(count));
+        for (qsizetype i = 0; i < count; ++i) {
+            const QStringView p = m_files.at(i);
+            const FrameDigits digits = frameDigitsOf(p);
+            if (!digits.found()) {
+                m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
+                m_noFrame.push_back(quint32(i));
+                continue;
+            }
+            quint64 value = 0;
+            int units = 1;
+            for (qsizetype k = digits.digitsStart; k < digits.digitsEnd && value < valueCeiling;
+                 k += units)
+                value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
+            m_info[std::size_t(i)] = {m_prefixes.idOf(p.first(digits.digitsStart)),
+                                      m_postfixes.idOf(p.sliced(digits.digitsEnd)),
+                                      quint32(std::min<quint64>(value, valueCeiling))};
+        }
+        // Postfixes hold no digits: their rank is their code unit order.
+        const std::vector<QStringView> &postfixes = m_postfixes.texts();
+        std::vector<quint32> byText(postfixes.size());
+        for (std::size_t k = 0; k < byText.size(); ++k)
+            byText[k] = quint32(k);
+        std::sort(byText.begin(), byText.end(), [&postfixes](quint32 a, quint32 b) {
+            return codeUnitLess(postfixes[a], postfixes[b]);
+        });
+        std::vector<quint32> rank(postfixes.size());
+        for (std::size_t k = 0; k < byText.size(); ++k)
+            rank[byText[k]] = quint32(k);
+        for (Info &info : m_info) {
+            if (!(info.bucket & noFrameBit))
+                info.postfix = rank[info.postfix];
+        }
+    }
+
+    quint32 &rankOf(quint32 bucket)
+    {
+        return bucket & noFrameBit ? m_noFrameRank[bucket & ~noFrameBit] : m_prefixRank[bucket];
+    }
+
+    // Orders prefixes (as if a frame number followed) and paths without frame together, and
+    // finds the clusters of prefixes that interleave.
+    void sortBuckets()
+    {
+        const std::vector<QStringView> &prefixes = m_prefixes.texts();
+        QStringList keys;
+        keys.reserve(qsizetype(prefixes.size() + m_noFrame.size()));
+        for (QStringView prefix : prefixes) {
+            QString key;
+            key.reserve(prefix.size() + 1);
+            key.append(prefix);
+            key.append(u'0');
+            keys.append(std::move(key));
+        }
+        for (quint32 index : m_noFrame)
+            keys.append(m_files.at(index));
+        const QList<qsizetype> sorted = VKNumericStringCompare::sortedIndexes(keys);
+
+        m_buckets.resize(std::size_t(sorted.size()));
+        m_prefixRank.resize(prefixes.size());
+        m_noFrameRank.resize(m_noFrame.size());
+        const quint32 prefixCount = quint32(prefixes.size());
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const quint32 key = quint32(sorted[qsizetype(r)]);
+            m_buckets[r] = key < prefixCount ? key : noFrameBit | (key - prefixCount);
+            rankOf(m_buckets[r]) = quint32(r);
+        }
+        for (std::size_t r = 0; r < m_buckets.size();) {
+            std::size_t s = r + 1;
+            if (!(m_buckets[r] & noFrameBit)) {
+                const QStringView prefix = prefixes[m_buckets[r]];
+                while (s < m_buckets.size()
+                       && continuesWithDigitAfter(prefix, keys.at(sorted[qsizetype(s)])))
+                    ++s;
+            }
+            if (s - r > 1)
+                m_clusters.push_back({quint32(r), quint32(s)});
+            r = s;
+        }
+    }
+
+    // Puts the paths in bucket order by counting; inside a bucket they keep the input order.
+    void placePaths(std::vector<quint32> &order)
+    {
+        m_bucketStart.assign(m_buckets.size() + 1, 0);
+        for (const Info &info : m_info)
+            ++m_bucketStart[rankOf(info.bucket) + 1];
+        for (std::size_t r = 1; r < m_bucketStart.size(); ++r)
+            m_bucketStart[r] += m_bucketStart[r - 1];
+        std::vector<quint32> next(m_bucketStart.begin(), m_bucketStart.end() - 1);
+        order.resize(m_info.size());
+        for (std::size_t i = 0; i < m_info.size(); ++i)
+            order[next[rankOf(m_info[i].bucket)]++] = quint32(i);
+    }
+
+    // Frame value, then postfix; the strings decide what is left.
+    void sortInsideBuckets(std::vector<quint32> &order)
+    {
+        struct Entry
+        {
+            quint64 key;
+            quint32 index;
+        };
+        std::vector<Entry> entries;
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const quint32 begin = m_bucketStart[r], end = m_bucketStart[r + 1];
+            if (end - begin < 2)
+                continue;
+            entries.clear();
+            for (quint32 p = begin; p < end; ++p) {
+                const Info &info = m_info[order[p]];
+                const quint64 key = info.value == valueCeiling
+                                        ? ~quint64(0)
+                                        : quint64(info.value) << 32 | info.postfix;
+                entries.push_back({key, order[p]});
+            }
+            std::sort(entries.begin(), entries.end(),
+                      [](const Entry &a, const Entry &b) { return a.key < b.key; });
+            for (std::size_t k = 0; k < entries.size();) {
+                std::size_t l = k + 1;
+                while (l < entries.size() && entries[l].key == entries[k].key)
+                    ++l;
+                if (l - k > 1) {
+                    std::sort(entries.begin() + std::ptrdiff_t(k),
+                              entries.begin() + std::ptrdiff_t(l),
+                              [this](const Entry &a, const Entry &b) {
+                                  return lessPath(a.index, b.index);
+                              });
+                }
+                k = l;
+            }
+            for (std::size_t k = 0; k < entries.size(); ++k)
+                order[begin + k] = entries[k].index;
+        }
+    }
+
+    // Each bucket of a cluster is in order; merging them pairwise orders the cluster.
+    void mergeClusters(std::vector<quint32> &order)
+    {
+        auto less = [this](quint32 a, quint32 b) { return lessPath(a, b); };
+        for (const auto &[first, last] : m_clusters) {
+            for (quint32 width = 1; width < last - first; width *= 2) {
+                for (quint32 r = first; r + width < last; r += 2 * width) {
+                    const auto begin = order.begin() + m_bucketStart[r];
+                    const auto middle = order.begin() + m_bucketStart[r + width];
+                    const auto end = order.begin() + m_bucketStart[std::min(r + 2 * width, last)];
+                    std::inplace_merge(begin, middle, end, less);
+                }
+            }
+        }
+    }
+
+    void findRuns(const std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    {
+        auto frame = [](const Info &info) {
+            return qint64(std::min<quint32>(info.value, quint32(std::numeric_limits<qint32>::max())));
+        };
+        const std::size_t count = order.size();
+        for (std::size_t i = 0; i < count;) {
+            std::size_t j = i + 1;
+            const Info *previous = &m_info[order[i]];
+            if (!(previous->bucket & noFrameBit)) {
+                for (; j < count; ++j) {
+                    const Info &info = m_info[order[j]];
+                    // The bucket holds the prefix, and no path without frame shares one.
+                    if (info.bucket != previous->bucket || info.postfix != previous->postfix
+                        || frame(info) != frame(*previous) + 1)
+                        break;
+                    previous = &info;
+                }
+            }
+            runLengths.push_back(quint32(j - i));
+            i = j;
+        }
+    }
+
+    const QStringList &m_files;
+    std::vector<Info> m_info;
+    TextIds m_prefixes;
+    TextIds m_postfixes;
+    std::vector<quint32> m_noFrame;      // index of each path without frame
+    std::vector<quint32> m_buckets;      // buckets in sorted order
+    std::vector<quint32> m_prefixRank;   // place of each prefix in m_buckets
+    std::vector<quint32> m_noFrameRank;  // place of each path without frame in m_buckets
+    std::vector<quint32> m_bucketStart;  // where each bucket's paths start in the order
+    std::vector<std::pair<quint32, quint32>> m_clusters; // bucket ranges that interleave
+};
+
+} // namespace
+
 QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
 {
-    // The walk goes through the files in sorted order by index; each path is visited once for
-    // its frame, prefix and postfix and once more when its run is copied out.
-    const QList<qsizetype> order = VKNumericStringCompare::sortedIndexes(files);
-
-    // What the walk needs of one path; views into `files`, which outlives them.
-    struct Element
-    {
-        qint64 frame = notFound;
-        QStringView prefix;
-        QStringView postfix;
-    };
-    auto elementAt = [&files, &order](qsizetype position) {
-        // Sorted order jumps around in memory: fetch the paths a little ahead.
-        if (position + 8 < order.size())
-            __builtin_prefetch(files.at(order.at(position + 8)).constData());
-        const QStringView path = files.at(order.at(position));
-        const FrameDigits digits = frameDigitsOf(path);
-        if (!digits.found())
-            return Element{notFound, {}, {}};
-        return Element{frameNumberOf(path, digits), path.first(digits.digitsStart),
-                       path.sliced(digits.digitsEnd)};
-    };
-
     QList<QStringList> runs;
-    const qsizetype count = order.size();
-    qsizetype i = 0;
-    Element first = count > 0 ? elementAt(0) : Element{};
-    while (i < count) {
-        qsizetype j = i + 1;
-        if (first.frame != notFound) {
-            Element previous = first;
-            while (j < count) {
-                const Element element = elementAt(j);
-                const bool continues = element.frame != notFound
-                                       && element.frame == previous.frame + 1
-                                       && element.postfix == previous.postfix
-                                       && element.prefix == previous.prefix;
-                if (!continues) {
-                    first = element; // opens the next run; no need to work it out again
-                    break;
-                }
-                previous = element;
-                ++j;
+    if (files.size() >= qsizetype(noFrameBit)) {
+        // Beyond what 32-bit numbering holds: sort whole paths and walk them.
+        const QStringList sorted = VKNumericStringCompare::sorted(files);
+        for (qsizetype i = 0; i < sorted.size();) {
+            qsizetype j = i + 1;
+            if (frameNumberForFile(sorted.at(i)) != notFound) {
+                while (j < sorted.size()
+                       && frameNumberForFile(sorted.at(j)) == frameNumberForFile(sorted.at(j - 1)) + 1
+                       && postfixStringForFile(sorted.at(j)) == postfixStringForFile(sorted.at(j - 1))
+                       && prefixStringForFile(sorted.at(j)) == prefixStringForFile(sorted.at(j - 1)))
+                    ++j;
             }
-        } else if (j < count) {
-            first = elementAt(j);
+            runs.append(sorted.mid(i, j - i));
+            i = j;
         }
+        return runs;
+    }
+    std::vector<quint32> order, runLengths;
+    Grouping(files).run(order, runLengths);
+    runs.reserve(qsizetype(runLengths.size()));
+    std::size_t position = 0;
+    for (const quint32 length : runLengths) {
         QStringList run;
-        run.reserve(j - i);
-        for (qsizetype k = i; k < j; ++k)
-            run.append(files.at(order.at(k)));
+        run.reserve(length);
+        for (quint32 k = 0; k < length; ++k)
+            run.append(files.at(order[position + k]));
+        position += length;
         runs.append(std::move(run));
-        i = j;
     }
     return runs;
 }
