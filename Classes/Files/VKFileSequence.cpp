@@ -9,6 +9,7 @@
 #include <QDir>
 
 #include <algorithm>
+#include <cstring>
 #include <cstdio>
 #include <exception>
 #include <limits>
@@ -115,21 +116,23 @@ class TextIds
 public:
     quint32 idOf(QStringView text)
     {
-        if (!m_texts.empty() && m_texts[m_last] == text)
-            return m_last;
+        for (const quint32 id : m_recent) {
+            if (id < m_texts.size() && equal(m_texts[id], text))
+                return id;
+        }
         if ((m_texts.size() + 1) * 2 > m_slots.size())
             grow();
-        const quint32 hash = quint32(qHash(text));
+        const quint32 hash = hashOf(text);
         const std::size_t mask = m_slots.size() - 1;
         for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
             Slot &s = m_slots[slot];
             if (s.id == empty) {
                 s = {quint32(m_texts.size()), hash};
                 m_texts.push_back(text);
-                return m_last = s.id;
+                return remember(s.id);
             }
-            if (s.hash == hash && m_texts[s.id] == text)
-                return m_last = s.id;
+            if (s.hash == hash && equal(m_texts[s.id], text))
+                return remember(s.id);
         }
     }
 
@@ -137,6 +140,41 @@ public:
 
 private:
     static constexpr quint32 empty = 0xFFFFFFFFu;
+
+    static bool equal(QStringView a, QStringView b)
+    {
+        return a.size() == b.size() && std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
+    }
+
+    // Eight bytes at a time, mixed by multiplication: the texts are paths, not adversaries.
+    static quint32 hashOf(QStringView text)
+    {
+        const char *bytes = reinterpret_cast<const char *>(text.utf16());
+        std::size_t length = std::size_t(text.size()) * 2;
+        quint64 h = 0x9E3779B97F4A7C15ull ^ length;
+        for (; length >= 8; length -= 8, bytes += 8) {
+            quint64 word;
+            std::memcpy(&word, bytes, 8);
+            h = (h ^ word) * 0xFF51AFD7ED558CCDull;
+            h ^= h >> 32;
+        }
+        quint64 tail = 0;
+        std::memcpy(&tail, bytes, length);
+        h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
+        return quint32(h ^ h >> 29);
+    }
+
+    // A folder lists a few runs, so its prefixes come back often: the last few answers are
+    // tried before hashing.
+    quint32 remember(quint32 id)
+    {
+        if (id != m_recent[0]) {
+            std::memmove(m_recent + 1, m_recent, sizeof m_recent - sizeof *m_recent);
+            m_recent[0] = id;
+        }
+        return id;
+    }
+
     struct Slot
     {
         quint32 id = empty;
@@ -160,7 +198,7 @@ private:
 
     std::vector<Slot> m_slots;
     std::vector<QStringView> m_texts;
-    quint32 m_last = 0;
+    quint32 m_recent[4] = {empty, empty, empty, empty};
 };
 
 // Plain UTF-16 code unit order, a string that ends first sorting first.
@@ -228,9 +266,9 @@ public:
     {
         readPaths();
         sortBuckets();
-        placePaths(order);
-        sortInsideBuckets(order);
-        mergeClusters(order);
+        placePaths();
+        sortInsideBuckets();
+        mergeClusters();
         findRuns(order, runLengths);
     }
 
@@ -333,8 +371,25 @@ private:
         }
     }
 
+    // One path in the order being made: its bucket, and its frame value and postfix rank as
+    // one number that sorts them.
+    struct Entry
+    {
+        quint64 key;
+        quint32 index;
+        quint32 bucket;
+
+        quint32 postfix() const { return quint32(key); }
+        // Values beyond 32 bits are not kept; their strings decide.
+        bool valueKept() const { return key >> 32 != valueCeiling; }
+        qint64 frame() const
+        {
+            return qint64(std::min<quint64>(key >> 32, quint64(std::numeric_limits<qint32>::max())));
+        }
+    };
+
     // Puts the paths in bucket order by counting; inside a bucket they keep the input order.
-    void placePaths(std::vector<quint32> &order)
+    void placePaths()
     {
         m_bucketStart.assign(m_buckets.size() + 1, 0);
         for (const Info &info : m_info)
@@ -342,96 +397,87 @@ private:
         for (std::size_t r = 1; r < m_bucketStart.size(); ++r)
             m_bucketStart[r] += m_bucketStart[r - 1];
         std::vector<quint32> next(m_bucketStart.begin(), m_bucketStart.end() - 1);
-        order.resize(m_info.size());
-        for (std::size_t i = 0; i < m_info.size(); ++i)
-            order[next[rankOf(m_info[i].bucket)]++] = quint32(i);
+        m_entries.resize(m_info.size());
+        for (std::size_t i = 0; i < m_info.size(); ++i) {
+            const Info &info = m_info[i];
+            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | info.postfix,
+                                                      quint32(i), info.bucket};
+        }
+        std::vector<Info>().swap(m_info);
     }
 
     // Frame value, then postfix; the strings decide what is left.
-    void sortInsideBuckets(std::vector<quint32> &order)
+    void sortInsideBuckets()
     {
-        struct Entry
-        {
-            quint64 key;
-            quint32 index;
-        };
-        std::vector<Entry> entries;
+        auto byKey = [](const Entry &a, const Entry &b) { return a.key < b.key; };
+        auto byPath = [this](const Entry &a, const Entry &b) { return lessPath(a.index, b.index); };
         for (std::size_t r = 0; r < m_buckets.size(); ++r) {
-            const quint32 begin = m_bucketStart[r], end = m_bucketStart[r + 1];
+            const auto begin = m_entries.begin() + m_bucketStart[r];
+            const auto end = m_entries.begin() + m_bucketStart[r + 1];
             if (end - begin < 2)
                 continue;
-            entries.clear();
-            for (quint32 p = begin; p < end; ++p) {
-                const Info &info = m_info[order[p]];
-                const quint64 key = info.value == valueCeiling
-                                        ? ~quint64(0)
-                                        : quint64(info.value) << 32 | info.postfix;
-                entries.push_back({key, order[p]});
-            }
-            std::sort(entries.begin(), entries.end(),
-                      [](const Entry &a, const Entry &b) { return a.key < b.key; });
-            for (std::size_t k = 0; k < entries.size();) {
-                std::size_t l = k + 1;
-                while (l < entries.size() && entries[l].key == entries[k].key)
-                    ++l;
-                if (l - k > 1) {
-                    std::sort(entries.begin() + std::ptrdiff_t(k),
-                              entries.begin() + std::ptrdiff_t(l),
-                              [this](const Entry &a, const Entry &b) {
-                                  return lessPath(a.index, b.index);
-                              });
+            std::sort(begin, end, byKey);
+            for (auto k = begin; k != end;) {
+                auto l = k + 1;
+                if (k->valueKept()) {
+                    while (l != end && l->key == k->key)
+                        ++l;
+                } else {
+                    l = end; // the values that were not kept all sort last
                 }
+                if (l - k > 1)
+                    std::sort(k, l, byPath);
                 k = l;
             }
-            for (std::size_t k = 0; k < entries.size(); ++k)
-                order[begin + k] = entries[k].index;
         }
     }
 
     // Each bucket of a cluster is in order; merging them pairwise orders the cluster.
-    void mergeClusters(std::vector<quint32> &order)
+    void mergeClusters()
     {
-        auto less = [this](quint32 a, quint32 b) { return lessPath(a, b); };
+        auto byPath = [this](const Entry &a, const Entry &b) { return lessPath(a.index, b.index); };
         for (const auto &[first, last] : m_clusters) {
             for (quint32 width = 1; width < last - first; width *= 2) {
                 for (quint32 r = first; r + width < last; r += 2 * width) {
-                    const auto begin = order.begin() + m_bucketStart[r];
-                    const auto middle = order.begin() + m_bucketStart[r + width];
-                    const auto end = order.begin() + m_bucketStart[std::min(r + 2 * width, last)];
-                    std::inplace_merge(begin, middle, end, less);
+                    const auto begin = m_entries.begin() + m_bucketStart[r];
+                    const auto middle = m_entries.begin() + m_bucketStart[r + width];
+                    const auto end =
+                        m_entries.begin() + m_bucketStart[std::min(r + 2 * width, last)];
+                    std::inplace_merge(begin, middle, end, byPath);
                 }
             }
         }
     }
 
-    void findRuns(const std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    void findRuns(std::vector<quint32> &order, std::vector<quint32> &runLengths)
     {
-        auto frame = [](const Info &info) {
-            return qint64(std::min<quint32>(info.value, quint32(std::numeric_limits<qint32>::max())));
-        };
-        const std::size_t count = order.size();
+        const std::size_t count = m_entries.size();
         for (std::size_t i = 0; i < count;) {
             std::size_t j = i + 1;
-            const Info *previous = &m_info[order[i]];
-            if (!(previous->bucket & noFrameBit)) {
+            if (!(m_entries[i].bucket & noFrameBit)) {
+                // The bucket stands for the prefix; no path without frame shares one.
                 for (; j < count; ++j) {
-                    const Info &info = m_info[order[j]];
-                    // The bucket holds the prefix, and no path without frame shares one.
-                    if (info.bucket != previous->bucket || info.postfix != previous->postfix
-                        || frame(info) != frame(*previous) + 1)
+                    const Entry &previous = m_entries[j - 1];
+                    const Entry &entry = m_entries[j];
+                    if (entry.bucket != previous.bucket || entry.postfix() != previous.postfix()
+                        || entry.frame() != previous.frame() + 1)
                         break;
-                    previous = &info;
                 }
             }
             runLengths.push_back(quint32(j - i));
             i = j;
         }
+        order.resize(count);
+        for (std::size_t k = 0; k < count; ++k)
+            order[k] = m_entries[k].index;
+        std::vector<Entry>().swap(m_entries);
     }
 
     const QStringList &m_files;
     std::vector<Info> m_info;
     TextIds m_prefixes;
     TextIds m_postfixes;
+    std::vector<Entry> m_entries;        // the paths in the order being made
     std::vector<quint32> m_noFrame;      // index of each path without frame
     std::vector<quint32> m_buckets;      // buckets in sorted order
     std::vector<quint32> m_prefixRank;   // place of each prefix in m_buckets
@@ -465,13 +511,24 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
     std::vector<quint32> order, runLengths;
     Grouping(files).run(order, runLengths);
     runs.reserve(qsizetype(runLengths.size()));
+    // Sorted order jumps around in memory: fetch the list slots, then the string headers (just
+    // before the text) whose counts the copies raise, a little ahead.
+    constexpr std::size_t ahead = 8;
+    auto prefetch = [&files, &order](std::size_t position) {
+        if (position + 2 * ahead < order.size())
+            __builtin_prefetch(&files.at(order[position + 2 * ahead]));
+        if (position + ahead < order.size())
+            __builtin_prefetch(
+                reinterpret_cast<const char *>(files.at(order[position + ahead]).constData()) - 16);
+    };
     std::size_t position = 0;
     for (const quint32 length : runLengths) {
         QStringList run;
         run.reserve(length);
-        for (quint32 k = 0; k < length; ++k)
-            run.append(files.at(order[position + k]));
-        position += length;
+        for (quint32 k = 0; k < length; ++k, ++position) {
+            prefetch(position);
+            run.append(files.at(order[position]));
+        }
         runs.append(std::move(run));
     }
     return runs;
