@@ -488,50 +488,89 @@ private:
 
 } // namespace
 
-QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
+namespace {
+
+// Beyond what 32-bit numbering holds: sorts whole paths and walks them.
+void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
+                      std::vector<qsizetype> &runLengths)
+{
+    const QList<qsizetype> sorted = VKNumericStringCompare::sortedIndexes(files);
+    order.assign(sorted.begin(), sorted.end());
+    auto at = [&files, &order](qsizetype k) -> const QString & { return files.at(order[k]); };
+    for (qsizetype i = 0; i < qsizetype(order.size());) {
+        qsizetype j = i + 1;
+        if (VKFileSequence::frameNumberForFile(at(i)) != VKFileSequence::notFound) {
+            while (j < qsizetype(order.size())
+                   && VKFileSequence::frameNumberForFile(at(j))
+                          == VKFileSequence::frameNumberForFile(at(j - 1)) + 1
+                   && VKFileSequence::postfixStringForFile(at(j))
+                          == VKFileSequence::postfixStringForFile(at(j - 1))
+                   && VKFileSequence::prefixStringForFile(at(j))
+                          == VKFileSequence::prefixStringForFile(at(j - 1)))
+                ++j;
+        }
+        runLengths.push_back(j - i);
+        i = j;
+    }
+}
+
+template <typename Index>
+QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
+                               const std::vector<Index> &runLengths)
 {
     QList<QStringList> runs;
-    if (files.size() >= qsizetype(noFrameBit)) {
-        // Beyond what 32-bit numbering holds: sort whole paths and walk them.
-        const QStringList sorted = VKNumericStringCompare::sorted(files);
-        for (qsizetype i = 0; i < sorted.size();) {
-            qsizetype j = i + 1;
-            if (frameNumberForFile(sorted.at(i)) != notFound) {
-                while (j < sorted.size()
-                       && frameNumberForFile(sorted.at(j)) == frameNumberForFile(sorted.at(j - 1)) + 1
-                       && postfixStringForFile(sorted.at(j)) == postfixStringForFile(sorted.at(j - 1))
-                       && prefixStringForFile(sorted.at(j)) == prefixStringForFile(sorted.at(j - 1)))
-                    ++j;
-            }
-            runs.append(sorted.mid(i, j - i));
-            i = j;
-        }
-        return runs;
-    }
-    std::vector<quint32> order, runLengths;
-    Grouping(files).run(order, runLengths);
     runs.reserve(qsizetype(runLengths.size()));
     // Sorted order jumps around in memory: fetch the list slots, then the string headers (just
     // before the text) whose counts the copies raise, a little ahead.
     constexpr std::size_t ahead = 8;
     auto prefetch = [&files, &order](std::size_t position) {
         if (position + 2 * ahead < order.size())
-            __builtin_prefetch(&files.at(order[position + 2 * ahead]));
+            __builtin_prefetch(&files.at(qsizetype(order[position + 2 * ahead])));
         if (position + ahead < order.size())
             __builtin_prefetch(
-                reinterpret_cast<const char *>(files.at(order[position + ahead]).constData()) - 16);
+                reinterpret_cast<const char *>(files.at(qsizetype(order[position + ahead])).constData())
+                - 16);
     };
     std::size_t position = 0;
-    for (const quint32 length : runLengths) {
+    for (const Index length : runLengths) {
         QStringList run;
-        run.reserve(length);
-        for (quint32 k = 0; k < length; ++k, ++position) {
+        run.reserve(qsizetype(length));
+        for (Index k = 0; k < length; ++k, ++position) {
             prefetch(position);
-            run.append(files.at(order[position]));
+            run.append(files.at(qsizetype(order[position])));
         }
         runs.append(std::move(run));
     }
     return runs;
+}
+
+} // namespace
+
+QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
+{
+    if (files.size() >= qsizetype(noFrameBit)) {
+        std::vector<qsizetype> order, runLengths;
+        runsByComparison(files, order, runLengths);
+        return runsOfPaths(files, order, runLengths);
+    }
+    std::vector<quint32> order, runLengths;
+    Grouping(files).run(order, runLengths);
+    return runsOfPaths(files, order, runLengths);
+}
+
+QList<qsizetype> VKFileSequence::runLengthsWithFiles(const QStringList &files,
+                                                     QList<qsizetype> &order)
+{
+    if (files.size() >= qsizetype(noFrameBit)) {
+        std::vector<qsizetype> sorted, runLengths;
+        runsByComparison(files, sorted, runLengths);
+        order = QList<qsizetype>(sorted.begin(), sorted.end());
+        return QList<qsizetype>(runLengths.begin(), runLengths.end());
+    }
+    std::vector<quint32> sorted, runLengths;
+    Grouping(files).run(sorted, runLengths);
+    order = QList<qsizetype>(sorted.begin(), sorted.end());
+    return QList<qsizetype>(runLengths.begin(), runLengths.end());
 }
 
 QList<std::shared_ptr<VKFileSequence>>

@@ -34,7 +34,7 @@ QString joined(const QString &folder, const QString &name)
 
 struct Listing
 {
-    QStringList files;   // paths as they are printed
+    QStringList names;   // file names; joined() with the folder they are printed as paths
     QStringList folders; // subfolder paths, symbolic links to folders left out
     int error = 0;       // errno of a failed listing
 };
@@ -68,11 +68,10 @@ Listing readFolder(const QString &displayPath, bool progress)
                 isFolder = entry->d_type == DT_UNKNOWN && S_ISDIR(st.st_mode);
             }
         }
-        const QString path = joined(displayPath, QString::fromUtf8(name));
         if (isFile)
-            listing.files.append(path);
+            listing.names.append(QString::fromUtf8(name));
         else if (isFolder)
-            listing.folders.append(path);
+            listing.folders.append(joined(displayPath, QString::fromUtf8(name)));
         if (progress && ++seen % kProgressStep == 0) {
             vkToolWrite(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
                                     .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
@@ -133,21 +132,32 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
         return false;
     }
 
+    // The names of one folder group as their paths would: the folder is a common beginning
+    // that ends with "/", and frame numbers are read from the name alone.
+    QList<qsizetype> order;
+    const QList<qsizetype> runLengths = VKFileSequence::runLengthsWithFiles(listing.names, order);
     QString out;
-    for (const QStringList &run : VKFileSequence::sequencesWithFiles(listing.files)) {
+    qsizetype position = 0;
+    for (const qsizetype length : runLengths) {
+        // A sequence is made from its first and last members alone.
+        const QString first = joined(displayPath, listing.names.at(order.at(position)));
+        QStringList ends{first};
+        if (length > 1)
+            ends.append(joined(displayPath, listing.names.at(order.at(position + length - 1))));
+        position += length;
         const std::shared_ptr<VKFileSequence> sequence =
-            VKFileSequence::fileSequenceWithSequenceOfFiles(run);
+            VKFileSequence::fileSequenceWithSequenceOfFiles(ends);
         if (!sequence)
             continue;
         out += sequence->identifier();
         out += u'\t';
-        out += QString::number(run.size());
+        out += QString::number(length);
         if (sizes) {
             // A file without a frame number is measured directly; runs use the sampled total.
             const bool numbered =
-                VKFileSequence::frameNumberForFile(run.first()) != VKFileSequence::notFound;
+                VKFileSequence::frameNumberForFile(first) != VKFileSequence::notFound;
             const qint64 bytes =
-                numbered ? sequence->overallByteCount() : VKFileSystem::filesizeCFI(run.first());
+                numbered ? sequence->overallByteCount() : VKFileSystem::filesizeCFI(first);
             out += u'\t';
             out += VKFileSize::humanReadableFileSizeStringFromByteCount(
                 static_cast<quint64>(qMax<qint64>(bytes, 0)));
