@@ -32,6 +32,28 @@ struct FrameDigits
 
 FrameDigits frameDigitsOf(QStringView path)
 {
+    // Most names end in ASCII: find the digits with one scan from the end, and leave anything
+    // else to the general search below.
+    const char16_t *units = path.utf16();
+    qsizetype scan = path.size();
+    while (scan > 0 && units[scan - 1] == u'/')
+        --scan;
+    for (; scan > 0; --scan) {
+        const char16_t c = units[scan - 1];
+        if (c >= 0x80)
+            break;
+        if (c >= u'0' && c <= u'9') {
+            qsizetype start = scan - 1;
+            while (start > 0 && units[start - 1] >= u'0' && units[start - 1] <= u'9')
+                --start;
+            if (start > 0 && units[start - 1] >= 0x80)
+                break; // the run may go on with digits of other scripts
+            return {start, scan};
+        }
+        if (c == u'/')
+            return {};
+    }
+
     const qsizetype end = VKStringRanges::nonDecimalDigitSuffixStart(path);
     if (end == 0)
         return {};
@@ -406,6 +428,37 @@ private:
         std::vector<Info>().swap(m_info);
     }
 
+    // The frames of a bucket are mostly one run with a few gaps: when its keys span little more
+    // than its size, they are placed by counting, in linear time. Answers false otherwise.
+    bool sortByCounting(std::vector<Entry>::iterator begin, std::vector<Entry>::iterator end)
+    {
+        const std::size_t count = std::size_t(end - begin);
+        const quint64 postfixCount = m_postfixes.texts().size();
+        quint64 low = ~quint64(0), high = 0;
+        for (auto e = begin; e != end; ++e) {
+            if (!e->valueKept())
+                return false;
+            low = std::min(low, e->key >> 32);
+            high = std::max(high, e->key >> 32);
+        }
+        const quint64 span = (high - low + 1) * postfixCount;
+        if (span > 4 * count + 256)
+            return false;
+        auto slot = [low, postfixCount](const Entry &e) {
+            return std::size_t(((e.key >> 32) - low) * postfixCount + e.postfix());
+        };
+        m_counts.assign(std::size_t(span) + 1, 0);
+        for (auto e = begin; e != end; ++e)
+            ++m_counts[slot(*e) + 1];
+        for (std::size_t k = 1; k < m_counts.size(); ++k)
+            m_counts[k] += m_counts[k - 1];
+        m_scratch.resize(count);
+        for (auto e = begin; e != end; ++e)
+            m_scratch[m_counts[slot(*e)]++] = *e;
+        std::copy(m_scratch.begin(), m_scratch.end(), begin);
+        return true;
+    }
+
     // Frame value, then postfix; the strings decide what is left.
     void sortInsideBuckets()
     {
@@ -416,7 +469,8 @@ private:
             const auto end = m_entries.begin() + m_bucketStart[r + 1];
             if (end - begin < 2)
                 continue;
-            std::sort(begin, end, byKey);
+            if (!sortByCounting(begin, end))
+                std::sort(begin, end, byKey);
             for (auto k = begin; k != end;) {
                 auto l = k + 1;
                 if (k->valueKept()) {
@@ -478,6 +532,8 @@ private:
     TextIds m_prefixes;
     TextIds m_postfixes;
     std::vector<Entry> m_entries;        // the paths in the order being made
+    std::vector<Entry> m_scratch;        // for sorting by counting
+    std::vector<quint32> m_counts;       // for sorting by counting
     std::vector<quint32> m_noFrame;      // index of each path without frame
     std::vector<quint32> m_buckets;      // buckets in sorted order
     std::vector<quint32> m_prefixRank;   // place of each prefix in m_buckets

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -34,10 +36,33 @@ QString joined(const QString &folder, const QString &name)
 
 struct Listing
 {
-    QStringList names;   // file names; joined() with the folder they are printed as paths
+    // The file names, joined() with the folder they are printed as paths. They are views into
+    // `text`, which holds them all one after the other: a folder of a million frames costs one
+    // allocation instead of a million.
+    QStringList names;
+    std::vector<char16_t> text;
     QStringList folders; // subfolder paths, symbolic links to folders left out
     int error = 0;       // errno of a failed listing
 };
+
+// Appends a name read from the file system to `text`, as UTF-16.
+void appendName(std::vector<char16_t> &text, const char *name,
+                std::vector<std::pair<std::size_t, std::size_t>> &spans)
+{
+    const std::size_t offset = text.size();
+    const std::size_t length = std::strlen(name);
+    text.resize(offset + length);
+    char16_t *out = text.data() + offset;
+    std::size_t k = 0;
+    for (; k < length && static_cast<unsigned char>(name[k]) < 0x80; ++k)
+        out[k] = char16_t(name[k]);
+    if (k < length) { // not ASCII: decoded as a whole
+        text.resize(offset);
+        const QString decoded = QString::fromUtf8(name);
+        text.insert(text.end(), decoded.utf16(), decoded.utf16() + decoded.size());
+    }
+    spans.emplace_back(offset, text.size() - offset);
+}
 
 Listing readFolder(const QString &displayPath, bool progress)
 {
@@ -49,6 +74,7 @@ Listing readFolder(const QString &displayPath, bool progress)
         return listing;
     }
     const int dirFd = dirfd(dir);
+    std::vector<std::pair<std::size_t, std::size_t>> nameSpans; // where each name lies in text
     qsizetype seen = 0;
     errno = 0;
     while (dirent *entry = readdir(dir)) {
@@ -69,7 +95,7 @@ Listing readFolder(const QString &displayPath, bool progress)
             }
         }
         if (isFile)
-            listing.names.append(QString::fromUtf8(name));
+            appendName(listing.text, name, nameSpans);
         else if (isFolder)
             listing.folders.append(joined(displayPath, QString::fromUtf8(name)));
         if (progress && ++seen % kProgressStep == 0) {
@@ -83,6 +109,10 @@ Listing readFolder(const QString &displayPath, bool progress)
     if (errno != 0)
         listing.error = errno;
     closedir(dir);
+    listing.names.reserve(qsizetype(nameSpans.size()));
+    for (const auto &[offset, length] : nameSpans)
+        listing.names.append(QString::fromRawData(
+            reinterpret_cast<const QChar *>(listing.text.data() + offset), qsizetype(length)));
     if (progress && seen >= kProgressStep) {
         vkToolWrite(stderr, QStringLiteral("\r\x1b[K"));
         std::fflush(stderr);
@@ -139,8 +169,22 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
     QString out;
     qsizetype position = 0;
     for (const qsizetype length : runLengths) {
+        const QString &firstName = listing.names.at(order.at(position));
+        if (length == 1 && !sizes
+            && VKFileSequence::frameNumberForFile(firstName) == VKFileSequence::notFound) {
+            // A file without frame number (a side-car) is its own identifier.
+            if (!displayPath.isEmpty()) {
+                out += displayPath;
+                if (!displayPath.endsWith(u'/'))
+                    out += u'/';
+            }
+            out += firstName;
+            out += u"\t1\n";
+            ++position;
+            continue;
+        }
         // A sequence is made from its first and last members alone.
-        const QString first = joined(displayPath, listing.names.at(order.at(position)));
+        const QString first = joined(displayPath, firstName);
         QStringList ends{first};
         if (length > 1)
             ends.append(joined(displayPath, listing.names.at(order.at(position + length - 1))));
