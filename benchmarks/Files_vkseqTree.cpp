@@ -81,8 +81,8 @@ int buildTree(const std::string &root, long files)
 {
     constexpr int leafFolders = 1840;
     std::mt19937 random(20240601);
-    const char *sidecars[] = {"notes.txt", "metadata.xml", "Thumbs.db", "README", "clip.mov",
-                              "report.pdf", "LUT.cube", "checksum.sha"};
+    const char *sidecars[] = {"notes.txt", "metadata.xml", "Thumbs.db", "README",
+                              "clip.mov",  "report.pdf",   "LUT.cube",  "checksum.sha"};
     long written = 0;
     for (int leaf = 0; leaf < leafFolders; ++leaf) {
         const int kind = leaf % 4;
@@ -105,15 +105,16 @@ int buildTree(const std::string &root, long files)
         fs::create_directories(root + "/" + folder);
         const long remaining = files - written;
         const int left = leafFolders - leaf;
-        long count = left == 1 ? remaining
-                               : std::min<long>(remaining, remaining / left / 2
-                                                               + long(random() % (remaining / left + 1)));
+        long count = left == 1
+                         ? remaining
+                         : std::min<long>(remaining, remaining / left / 2 +
+                                                         long(random() % (remaining / left + 1)));
         const long sidecarCount = count / 20;
         for (long k = 0; k < sidecarCount; ++k) {
             const std::string name = sidecars[k % 8];
             const auto dot = name.find('.');
-            touch(root + "/" + folder + "/" + name.substr(0, dot) + "_" + letters(unsigned(k))
-                  + (dot == std::string::npos ? "" : name.substr(dot)));
+            touch(root + "/" + folder + "/" + name.substr(0, dot) + "_" + letters(unsigned(k)) +
+                  (dot == std::string::npos ? "" : name.substr(dot)));
         }
         long frames = count - sidecarCount;
         for (int s = 0; frames > 0; ++s) {
@@ -150,8 +151,8 @@ int buildTree(const std::string &root, long files)
             for (long k = 0; k < length; ++k, ++frame) {
                 if (gaps && random() % 50 == 0)
                     frame += 1 + long(random() % 5);
-                touch(root + "/" + folder + "/" + base
-                      + format("%0*ld", padding, frame) + extension);
+                touch(root + "/" + folder + "/" + base + format("%0*ld", padding, frame) +
+                      extension);
             }
         }
         written += count;
@@ -168,8 +169,8 @@ long bareWalk(const std::string &path)
         return 0;
     long count = 0;
     while (const dirent *entry = ::readdir(dir)) {
-        if (entry->d_name[0] == '.'
-            && (entry->d_name[1] == 0 || (entry->d_name[1] == '.' && entry->d_name[2] == 0)))
+        if (entry->d_name[0] == '.' &&
+            (entry->d_name[1] == 0 || (entry->d_name[1] == '.' && entry->d_name[2] == 0)))
             continue;
         ++count;
         if (entry->d_type == DT_DIR)
@@ -215,8 +216,8 @@ ChildRun runTool(const std::string &tool, const std::vector<std::string> &argume
     }
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     run.maxResidentKB = usage.ru_maxrss;
-    run.cpuSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
-                     + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    run.cpuSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                     double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     run.status = status;
     posix_spawn_file_actions_destroy(&actions);
     return run;
@@ -275,8 +276,8 @@ void BM_BareWalkVersusVkseq(benchmark::State &state)
                  "ratio %.2f (CPU %.2f); vkseq peak RSS %.1f MB for the tree, %.1f MB for a "
                  "quarter of it\n",
                  bestWalk, bestWalkCpu, bestTool, bestToolCpu, (long long)state.iterations(),
-                 bestTool / bestWalk, bestToolCpu / bestWalkCpu, double(last.maxResidentKB) / 1024.0,
-                 double(part.maxResidentKB) / 1024.0);
+                 bestTool / bestWalk, bestToolCpu / bestWalkCpu,
+                 double(last.maxResidentKB) / 1024.0, double(part.maxResidentKB) / 1024.0);
 }
 
 BENCHMARK(BM_BareWalkVersusVkseq)->Iterations(7)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -290,7 +291,8 @@ int main(int argc, char **argv)
         return 1;
 
     const fs::path self = fs::read_symlink("/proc/self/exe");
-    g_tool = environment("VKSEQ", (self.parent_path().parent_path() / "tools/vkseq/vkseq").string());
+    g_tool =
+        environment("VKSEQ", (self.parent_path().parent_path() / "tools/vkseq/vkseq").string());
     if (::access(g_tool.c_str(), X_OK) != 0) {
         std::fprintf(stderr, "no vkseq at %s: build it or set VKSEQ\n", g_tool.c_str());
         return 1;
@@ -312,8 +314,9 @@ int main(int argc, char **argv)
         const auto start = std::chrono::steady_clock::now();
         std::fprintf(stderr, "building %ld files in %s...\n", files, g_tree.c_str());
         const int folders = buildTree(g_tree, files);
-        std::fprintf(stderr, "built %d leaf folders in %.1f s\n", folders,
-                     std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        std::fprintf(
+            stderr, "built %d leaf folders in %.1f s\n", folders,
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
     bareWalk(g_tree); // warm the cache
     benchmark::RunSpecifiedBenchmarks();

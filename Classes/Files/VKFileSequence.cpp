@@ -9,8 +9,8 @@
 #include <QDir>
 
 #include <algorithm>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <vector>
@@ -71,15 +71,15 @@ qint64 frameNumberOf(QStringView path, const FrameDigits &digits)
 {
     if (!digits.found())
         return VKFileSequence::notFound;
-    return VKStringRanges::intValue(path.sliced(digits.digitsStart,
-                                                digits.digitsEnd - digits.digitsStart));
+    return VKStringRanges::intValue(
+        path.sliced(digits.digitsStart, digits.digitsEnd - digits.digitsStart));
 }
 
 QString identifierForRange(const QString &prefix, quint64 start, quint64 end, quint64 padding,
                            const QString &postfix)
 {
-    return prefix + QString::number(start) + u'-' + QString::number(end)
-           + QString(qsizetype(padding), u'#') + postfix;
+    return prefix + QString::number(start) + u'-' + QString::number(end) +
+           QString(qsizetype(padding), u'#') + postfix;
 }
 
 } // namespace
@@ -165,7 +165,8 @@ private:
 
     static bool equal(QStringView a, QStringView b)
     {
-        return a.size() == b.size() && std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
+        return a.size() == b.size() &&
+               std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
     }
 
     // Eight bytes at a time, mixed by multiplication: the texts are paths, not adversaries.
@@ -257,8 +258,7 @@ bool continuesWithDigitAfter(QStringView prefix, QStringView key)
         while (endB < key.size() && VKStringRanges::digitValueAt(key, endB, &units) >= 0)
             endB += units;
         if (VKNumericStringCompare::compareNumerically(prefix.sliced(i, endA - i),
-                                                       key.sliced(j, endB - j))
-            != 0)
+                                                       key.sliced(j, endB - j)) != 0)
             return false;
         i = endA;
         j = endB;
@@ -383,8 +383,8 @@ private:
             std::size_t s = r + 1;
             if (!(m_buckets[r] & noFrameBit)) {
                 const QStringView prefix = prefixes[m_buckets[r]];
-                while (s < m_buckets.size()
-                       && continuesWithDigitAfter(prefix, keys.at(sorted[qsizetype(s)])))
+                while (s < m_buckets.size() &&
+                       continuesWithDigitAfter(prefix, keys.at(sorted[qsizetype(s)])))
                     ++s;
             }
             if (s - r > 1)
@@ -406,7 +406,8 @@ private:
         bool valueKept() const { return key >> 32 != valueCeiling; }
         qint64 frame() const
         {
-            return qint64(std::min<quint64>(key >> 32, quint64(std::numeric_limits<qint32>::max())));
+            return qint64(
+                std::min<quint64>(key >> 32, quint64(std::numeric_limits<qint32>::max())));
         }
     };
 
@@ -513,8 +514,8 @@ private:
                 for (; j < count; ++j) {
                     const Entry &previous = m_entries[j - 1];
                     const Entry &entry = m_entries[j];
-                    if (entry.bucket != previous.bucket || entry.postfix() != previous.postfix()
-                        || entry.frame() != previous.frame() + 1)
+                    if (entry.bucket != previous.bucket || entry.postfix() != previous.postfix() ||
+                        entry.frame() != previous.frame() + 1)
                         break;
                 }
             }
@@ -531,14 +532,14 @@ private:
     std::vector<Info> m_info;
     TextIds m_prefixes;
     TextIds m_postfixes;
-    std::vector<Entry> m_entries;        // the paths in the order being made
-    std::vector<Entry> m_scratch;        // for sorting by counting
-    std::vector<quint32> m_counts;       // for sorting by counting
-    std::vector<quint32> m_noFrame;      // index of each path without frame
-    std::vector<quint32> m_buckets;      // buckets in sorted order
-    std::vector<quint32> m_prefixRank;   // place of each prefix in m_buckets
-    std::vector<quint32> m_noFrameRank;  // place of each path without frame in m_buckets
-    std::vector<quint32> m_bucketStart;  // where each bucket's paths start in the order
+    std::vector<Entry> m_entries;       // the paths in the order being made
+    std::vector<Entry> m_scratch;       // for sorting by counting
+    std::vector<quint32> m_counts;      // for sorting by counting
+    std::vector<quint32> m_noFrame;     // index of each path without frame
+    std::vector<quint32> m_buckets;     // buckets in sorted order
+    std::vector<quint32> m_prefixRank;  // place of each prefix in m_buckets
+    std::vector<quint32> m_noFrameRank; // place of each path without frame in m_buckets
+    std::vector<quint32> m_bucketStart; // where each bucket's paths start in the order
     std::vector<std::pair<quint32, quint32>> m_clusters; // bucket ranges that interleave
 };
 
@@ -556,13 +557,13 @@ void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
     for (qsizetype i = 0; i < qsizetype(order.size());) {
         qsizetype j = i + 1;
         if (VKFileSequence::frameNumberForFile(at(i)) != VKFileSequence::notFound) {
-            while (j < qsizetype(order.size())
-                   && VKFileSequence::frameNumberForFile(at(j))
-                          == VKFileSequence::frameNumberForFile(at(j - 1)) + 1
-                   && VKFileSequence::postfixStringForFile(at(j))
-                          == VKFileSequence::postfixStringForFile(at(j - 1))
-                   && VKFileSequence::prefixStringForFile(at(j))
-                          == VKFileSequence::prefixStringForFile(at(j - 1)))
+            while (j < qsizetype(order.size()) &&
+                   VKFileSequence::frameNumberForFile(at(j)) ==
+                       VKFileSequence::frameNumberForFile(at(j - 1)) + 1 &&
+                   VKFileSequence::postfixStringForFile(at(j)) ==
+                       VKFileSequence::postfixStringForFile(at(j - 1)) &&
+                   VKFileSequence::prefixStringForFile(at(j)) ==
+                       VKFileSequence::prefixStringForFile(at(j - 1)))
                 ++j;
         }
         runLengths.push_back(j - i);
@@ -583,9 +584,9 @@ QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index
         if (position + 2 * ahead < order.size())
             __builtin_prefetch(&files.at(qsizetype(order[position + 2 * ahead])));
         if (position + ahead < order.size())
-            __builtin_prefetch(
-                reinterpret_cast<const char *>(files.at(qsizetype(order[position + ahead])).constData())
-                - 16);
+            __builtin_prefetch(reinterpret_cast<const char *>(
+                                   files.at(qsizetype(order[position + ahead])).constData()) -
+                               16);
     };
     std::size_t position = 0;
     for (const Index length : runLengths) {
@@ -640,7 +641,8 @@ VKFileSequence::fileSequencesWithFiles(const QStringList &files)
 
 // --- Initialisers ---
 
-std::shared_ptr<VKFileSequence> VKFileSequence::fileSequenceWithIdentifier(const QString &identifier)
+std::shared_ptr<VKFileSequence>
+VKFileSequence::fileSequenceWithIdentifier(const QString &identifier)
 {
     auto sequence = std::make_shared<VKFileSequence>();
     sequence->m_startFrame = ~quint64(0);
@@ -667,8 +669,8 @@ VKFileSequence::fileSequenceWithSequenceOfFiles(const QStringList &files)
     const QString &first = files.first();
     sequence->m_startFrame = quint64(frameNumberForFile(first));
     sequence->m_endFrameInclusive = quint64(frameNumberForFile(files.last()));
-    if (sequence->m_startFrame != quint64(notFound)
-        && sequence->m_endFrameInclusive != quint64(notFound)) {
+    if (sequence->m_startFrame != quint64(notFound) &&
+        sequence->m_endFrameInclusive != quint64(notFound)) {
         sequence->m_prefix = prefixStringForFile(first);
         sequence->m_postfix = postfixStringForFile(first);
         sequence->m_padding = paddingForFile(first);
@@ -703,7 +705,8 @@ bool VKFileSequence::parseIdentifier(const QString &identifier)
         static const VKCharacterSet digits = VKCharacterSet::decimalDigitCharacterSet();
         constexpr unsigned justBefore = VKBackwardsSearch | VKAnchoredSearch;
 
-        const qsizetype lastComponent = identifier.lastIndexOf(VKPathString::lastPathComponent(identifier));
+        const qsizetype lastComponent =
+            identifier.lastIndexOf(VKPathString::lastPathComponent(identifier));
         const VKRange hashRun =
             VKStringRanges::rangeOfCharactersFromSet(identifier, hashes, VKBackwardsSearch);
         if (!hashRun.isFound() || lastComponent < 0 || lastComponent > hashRun.location)
@@ -737,8 +740,8 @@ bool VKFileSequence::parseIdentifier(const QString &identifier)
         const QString postfix =
             after.isFound() ? identifier.sliced(after.location, after.length) : QStringLiteral("");
         before = VKStringRanges::rangeBeforeRange(identifier, startDigits);
-        const QString prefix =
-            before.isFound() ? identifier.sliced(before.location, before.length) : QStringLiteral("");
+        const QString prefix = before.isFound() ? identifier.sliced(before.location, before.length)
+                                                : QStringLiteral("");
 
         const qint64 start = VKStringRanges::longLongValue(
             QStringView(identifier).sliced(startDigits.location, startDigits.length));
@@ -824,8 +827,8 @@ QList<QUrl> VKFileSequence::allFileURLs() const
     QList<QUrl> urls;
     const QDir current = QDir::current();
     for (const QString &path : allFilePaths())
-        urls.append(QUrl::fromLocalFile(VKPathString::isAbsolutePath(path) ? path
-                                                                     : current.absoluteFilePath(path)));
+        urls.append(QUrl::fromLocalFile(
+            VKPathString::isAbsolutePath(path) ? path : current.absoluteFilePath(path)));
     return urls;
 }
 
@@ -835,8 +838,9 @@ qint64 VKFileSequence::fileSizeOfFileAtIndex(quint64 index) const
 {
     const QString path = filePathForRelativeFrameNumber(index);
     if (path.isNull()) {
-        VKLogger::error({className, QStringLiteral("-[VKFileSequence fileSizeOfFileAtIndex:]"), this},
-                        "Could not get filePath for index %lu", index);
+        VKLogger::error(
+            {className, QStringLiteral("-[VKFileSequence fileSizeOfFileAtIndex:]"), this},
+            "Could not get filePath for index %lu", index);
         return 0;
     }
     return VKFileSystem::filesizeCFI(path);

@@ -108,8 +108,8 @@ Parts referenceParts(const QString &path)
     const QString postfix = VKStringRanges::nonDecimalDigitSuffix(path);
     const QString beforePostfix = VKStringRanges::stringByDeletingSuffix(path, postfix);
     return {VKStringRanges::intValue(digits),
-            VKStringRanges::stringByDeletingSuffix(beforePostfix,
-                                                   VKStringRanges::decimalDigitSuffix(beforePostfix)),
+            VKStringRanges::stringByDeletingSuffix(
+                beforePostfix, VKStringRanges::decimalDigitSuffix(beforePostfix)),
             postfix};
 }
 
@@ -123,10 +123,10 @@ QList<L> referenceSequences(const L &files)
         Parts previous;
         for (qsizetype j = i; j < sorted.size(); ++j) {
             const Parts parts = referenceParts(sorted[j]);
-            if (parts.frame == VKNotFound
-                || (!run.isEmpty()
-                    && (parts.frame != previous.frame + 1 || parts.postfix != previous.postfix
-                        || parts.prefix != previous.prefix)))
+            if (parts.frame == VKNotFound ||
+                (!run.isEmpty() &&
+                 (parts.frame != previous.frame + 1 || parts.postfix != previous.postfix ||
+                  parts.prefix != previous.prefix)))
                 break;
             run.append(sorted[j]);
             previous = parts;
@@ -182,8 +182,8 @@ private:
     // beginnings and digits.
     QString folder()
     {
-        return pickOf({"", "", "/V/", "/V/reel1/", "/V/reel01/", "/V/reel10/", "/V/Reel1/",
-                       "d/", "d/e//", "x7/"});
+        return pickOf({"", "", "/V/", "/V/reel1/", "/V/reel01/", "/V/reel10/", "/V/Reel1/", "d/",
+                       "d/e//", "x7/"});
     }
 
     QString number(quint64 value, int padding, char32_t zero)
@@ -193,15 +193,23 @@ private:
             return text;
         QString converted;
         for (QChar c : std::as_const(text))
-            converted += QString::fromUcs4(std::u32string(1, zero + char32_t(c.unicode() - u'0')).data(), 1);
+            converted +=
+                QString::fromUcs4(std::u32string(1, zero + char32_t(c.unicode() - u'0')).data(), 1);
         return converted;
     }
 
     QString noise(int length)
     {
-        static const QString pieces[] = {
-            "a", "A", "_", ".", "-", " ", "/", "é", "#", "0", "1", "9", "00", "٣", "１",
-            QString::fromUcs4(U"\U0001D7D9"), "😀", QString(QChar(0xD835)), "~", "\t"};
+        static const QString pieces[] = {"a",  "A",
+                                         "_",  ".",
+                                         "-",  " ",
+                                         "/",  "é",
+                                         "#",  "0",
+                                         "1",  "9",
+                                         "00", "٣",
+                                         "１", QString::fromUcs4(U"\U0001D7D9"),
+                                         "😀",  QString(QChar(0xD835)),
+                                         "~",  "\t"};
         QString s;
         for (int k = 0; k < length; ++k)
             s += pieces[pick(int(std::size(pieces)))];
@@ -213,8 +221,8 @@ private:
         QString base = pickOf({"clip_", "clip.", "Clip_", "CLIP_", "A001C002_", "shot 10 v", "",
                                "plate-", "r", "ä_"});
         if (pick(3) == 0) // a number inside the name that other runs may share or not
-            base += number(quint64(pick(3)), pick(3), digitZeros[pick(5) == 0 ? 1 : 0])
-                    + pickOf({"_", ".", "-", "a"});
+            base += number(quint64(pick(3)), pick(3), digitZeros[pick(5) == 0 ? 1 : 0]) +
+                    pickOf({"_", ".", "-", "a"});
         if (pick(8) == 0)
             base = noise(1 + pick(4)) + base;
         const QString postfix =
@@ -258,7 +266,8 @@ TEST(VKFileSequenceDifferential, ReferenceAgreesOnNamedCases)
         {"another postfix", {"x_001.tif", "x_001.dpx"}},
         {"another folder", {"b/0002.dpx", "a/0001.dpx"}},
         {"a name without digits", {"clip.dpx"}},
-        {"prefixes nested by a number", {"a_5.dpx", "a_1_3.dpx", "a_2.dpx", "a_1.dpx", "a_1_4.dpx"}},
+        {"prefixes nested by a number",
+         {"a_5.dpx", "a_1_3.dpx", "a_2.dpx", "a_1.dpx", "a_1_4.dpx"}},
         {"leading zeros tie", {"a_01.dpx", "a_1.dpx", "a_001.dpx", "a_0.dpx", "a_00.dpx"}},
         {"folders equal in value", {"r01/c_1.dpx", "r1/c_2.dpx", "r01/c_2.dpx", "r1/c_1.dpx"}},
         {"case", {"C_2.dpx", "c_1.dpx", "C_1.dpx", "c_2.dpx"}},
@@ -281,8 +290,11 @@ TEST(VKFileSequenceDifferential, RandomListingsGroupLikeTheReference)
         int listings;
         int files;
     };
-    const Size sizes[] = {{"empty", 1, 0}, {"single", 50, 1}, {"small", 1500, 12},
-                          {"medium", 300, 150}, {"large", 8, 5000}};
+    const Size sizes[] = {{"empty", 1, 0},
+                          {"single", 50, 1},
+                          {"small", 1500, 12},
+                          {"medium", 300, 150},
+                          {"large", 8, 5000}};
     ListingGenerator generator(15);
     for (const Size &size : sizes) {
         for (int k = 0; k < size.listings; ++k) {

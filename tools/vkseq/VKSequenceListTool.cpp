@@ -170,8 +170,8 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
     qsizetype position = 0;
     for (const qsizetype length : runLengths) {
         const QString &firstName = listing.names.at(order.at(position));
-        if (length == 1 && !sizes
-            && VKFileSequence::frameNumberForFile(firstName) == VKFileSequence::notFound) {
+        if (length == 1 && !sizes &&
+            VKFileSequence::frameNumberForFile(firstName) == VKFileSequence::notFound) {
             // A file without frame number (a side-car) is its own identifier.
             if (!displayPath.isEmpty()) {
                 out += displayPath;
