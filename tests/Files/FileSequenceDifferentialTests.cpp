@@ -63,11 +63,19 @@ std::vector<Token> tokens(const QString &s)
     return result;
 }
 
+// A string and its tokens, cut once before sorting.
+struct Tokenized
+{
+    QString text;
+    std::vector<Token> tokens;
+};
+
 // Digit runs by value, a digit run against a character as "0" would be, a string that ends
 // first before the other; when all that ties, the first differing code unit.
-bool referenceLess(const QString &a, const QString &b)
+bool referenceLess(const Tokenized &left, const Tokenized &right)
 {
-    const std::vector<Token> ta = tokens(a), tb = tokens(b);
+    const QString &a = left.text, &b = right.text;
+    const std::vector<Token> &ta = left.tokens, &tb = right.tokens;
     for (std::size_t k = 0; k < ta.size() && k < tb.size(); ++k) {
         const Token &x = ta[k], &y = tb[k];
         if (x.digits && y.digits) {
@@ -115,8 +123,13 @@ Parts referenceParts(const QString &path)
 
 QList<L> referenceSequences(const L &files)
 {
-    L sorted = files;
-    std::sort(sorted.begin(), sorted.end(), referenceLess);
+    std::vector<Tokenized> tokenized;
+    for (const QString &file : files)
+        tokenized.push_back({file, tokens(file)});
+    std::sort(tokenized.begin(), tokenized.end(), referenceLess);
+    L sorted;
+    for (const Tokenized &t : tokenized)
+        sorted.append(t.text);
     QList<L> runs;
     for (qsizetype i = 0; i < sorted.size();) {
         L run;
