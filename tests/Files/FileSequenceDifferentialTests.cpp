@@ -307,7 +307,7 @@ TEST(VKFileSequenceDifferential, RandomListingsGroupLikeTheReference)
                           {"single", 50, 1},
                           {"small", 1500, 12},
                           {"medium", 300, 150},
-                          {"large", 8, 5000}};
+                          {"large", 4, 5000}};
     ListingGenerator generator(15);
     for (const Size &size : sizes) {
         for (int k = 0; k < size.listings; ++k) {
