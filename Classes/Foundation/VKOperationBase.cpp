@@ -27,6 +27,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <typeindex>
+#include <unordered_map>
 
 namespace {
 const QString kIsReady = QStringLiteral("isReady");
@@ -48,6 +50,26 @@ QSet<QString> affectingKeys(const VKObservable &object, const QString &key)
             }
     }
     return result;
+}
+
+// Dependent keys are declared per class, so they are worked out once per class.
+const VKOperationAffectingKeys *affectingKeysOfClass(const VKOperationBase &operation)
+{
+    static std::mutex mutex;
+    static std::unordered_map<std::type_index, std::unique_ptr<VKOperationAffectingKeys>> classes;
+    const std::type_index type(typeid(operation));
+    {
+        std::lock_guard lock(mutex);
+        auto it = classes.find(type);
+        if (it != classes.end())
+            return it->second.get();
+    }
+    // Asked without the lock: the answers are the subclass's code.
+    auto keys = std::make_unique<VKOperationAffectingKeys>();
+    keys->ready = affectingKeys(operation, kIsReady);
+    keys->finished = affectingKeys(operation, kIsFinished);
+    std::lock_guard lock(mutex);
+    return classes.try_emplace(type, std::move(keys)).first->second.get();
 }
 } // namespace
 
@@ -161,13 +183,14 @@ void VKOperationBase::waitUntilFinished()
 
 void VKOperationBase::didAnnounceChangeForKey(const QString &key)
 {
-    std::call_once(d->affectingKeysOnce, [this] {
-        d->affectingReady = affectingKeys(*this, kIsReady);
-        d->affectingFinished = affectingKeys(*this, kIsFinished);
-    });
-    if (key == kIsReady || d->affectingReady.contains(key))
+    const VKOperationAffectingKeys *affecting = d->affectingKeys.load(std::memory_order_acquire);
+    if (!affecting) {
+        affecting = affectingKeysOfClass(*this);
+        d->affectingKeys.store(affecting, std::memory_order_release);
+    }
+    if (key == kIsReady || affecting->ready.contains(key))
         tellQueueOfReadiness();
-    if ((key == kIsFinished || d->affectingFinished.contains(key)) && isFinished())
+    if ((key == kIsFinished || affecting->finished.contains(key)) && isFinished())
         deliverEnd();
 }
 

@@ -27,6 +27,13 @@ protected:
     ~VKOperationQueueLink() = default;
 };
 
+// The keys whose announcements change "isReady" and "isFinished" for one class.
+struct VKOperationAffectingKeys
+{
+    QSet<QString> ready;
+    QSet<QString> finished;
+};
+
 struct VKOperationBase::Private
 {
     virtual ~Private() = default;
@@ -55,8 +62,6 @@ struct VKOperationBase::Private
     mutable std::mutex dependencyMutex;
     QList<std::shared_ptr<VKOperationBase>> dependencies;
 
-    // The keys whose announcements change "isReady" and "isFinished" (filled on first use).
-    std::once_flag affectingKeysOnce;
-    QSet<QString> affectingReady;
-    QSet<QString> affectingFinished;
+    // Shared by every operation of the class; looked up on first use.
+    std::atomic<const VKOperationAffectingKeys *> affectingKeys{nullptr};
 };

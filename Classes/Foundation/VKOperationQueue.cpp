@@ -170,54 +170,64 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
                         operation->name(), what);
     }
 
-    void run(const std::shared_ptr<VKOperationBase> &operation)
+    // Runs start() without the lock; answers whether it threw.
+    bool start(const std::shared_ptr<VKOperationBase> &operation)
     {
-        bool failed = true;
         try {
             operation->start();
-            failed = false;
+            return false;
         } catch (const std::exception &exception) {
             logFailure(operation, QStringLiteral(": ") + QString::fromUtf8(exception.what()));
         } catch (...) {
             logFailure(operation, QString());
         }
-        // Asked before taking the lock: the getters are the operation's code.
-        const bool untouched = failed && !operation->isExecuting() && !operation->isFinished();
-        const bool stillReady = untouched && operation->isReady();
-        std::unique_lock lock(mutex);
+        return true;
+    }
+
+    // After start() returned, with the lock held (it may be released and taken again).
+    void started(std::unique_lock<std::mutex> &lock,
+                 const std::shared_ptr<VKOperationBase> &operation, bool failed)
+    {
         auto it = entries.find(operation.get());
         if (it == entries.end() || it->operation != operation)
             return;
         it->starting = false;
         if (it->finishedWhileStarting) {
             retireLocked(it);
-        } else if (untouched && stillReady) {
+            return;
+        }
+        if (!failed)
+            return; // a concurrent operation: it keeps its slot until it finishes
+        // The getters are the operation's code: asked without the lock.
+        lock.unlock();
+        const bool untouched = !operation->isExecuting() && !operation->isFinished();
+        const bool stillReady = untouched && operation->isReady();
+        if (untouched && stillReady) {
             // Starting it again would fail again: give it up.
-            lock.unlock();
             detach(operation);
         } else if (untouched) {
             // It became not ready: it waits for its readiness to come back.
-            --running;
-            it->where = Waiting;
-            lock.unlock();
+            {
+                std::lock_guard relock(mutex);
+                it = entries.find(operation.get());
+                if (it != entries.end() && it->where == Running) {
+                    --running;
+                    it->where = Waiting;
+                }
+            }
             operation->tellQueueOfReadiness();
         }
+        lock.lock();
     }
 
     void work()
     {
         std::unique_lock lock(mutex);
         for (;;) {
-            if (!retired.empty()) {
-                std::vector<std::shared_ptr<VKOperationBase>> dropped;
-                dropped.swap(retired);
-                lock.unlock();
-                dropped.clear();
-                lock.lock();
-                continue;
-            }
             if (stopping)
                 return;
+            // Takes the next operation and the references to drop in one pass under the lock.
+            std::shared_ptr<VKOperationBase> next;
             if (!suspended && running < effectiveMax() && !ready.empty()) {
                 auto first = ready.begin();
                 Entry &entry = entries[first->second];
@@ -226,19 +236,36 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
                 entry.starting = true;
                 entry.finishedWhileStarting = false;
                 ++running;
-                std::shared_ptr<VKOperationBase> operation = entry.operation;
+                next = entry.operation;
                 if (idle > 0 && !ready.empty() && running < effectiveMax())
                     workAvailable.notify_one();
-                lock.unlock();
-                run(operation);
-                // The last reference may go here: drop it outside the lock.
-                operation.reset();
+            }
+            std::vector<std::shared_ptr<VKOperationBase>> dropped;
+            dropped.swap(retired);
+            if (!next && dropped.empty()) {
+                ++idle;
+                workAvailable.wait(lock);
+                --idle;
+                continue;
+            }
+            lock.unlock();
+            // The last reference may go here, outside the lock.
+            dropped.clear();
+            if (!next) {
                 lock.lock();
                 continue;
             }
-            ++idle;
-            workAvailable.wait(lock);
-            --idle;
+            const bool failed = start(next);
+            lock.lock();
+            started(lock, next, failed);
+            if (!retired.empty() && retired.back() == next) {
+                // Dropped with the next pass's references.
+                next.reset();
+            } else {
+                lock.unlock();
+                next.reset();
+                lock.lock();
+            }
         }
     }
 };
@@ -286,6 +313,8 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
                            "*** -[VKOperationQueue addOperation:]: operation is %@ and cannot be "
                            "enqueued",
                            executing ? QStringLiteral("executing") : QStringLiteral("finished"));
+    // Asked before the locks: the getter is the operation's code.
+    const bool isReady = operation->isReady();
     {
         std::lock_guard lock(operation->d->mutex);
         if (operation->d->queue)
@@ -301,9 +330,16 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
         Private::Entry entry;
         entry.operation = operation;
         entry.sequence = d->nextSequence++;
+        entry.where = isReady ? Private::Ready : Private::Waiting;
         d->entries.insert(operation.get(), std::move(entry));
+        if (isReady) {
+            d->ready.emplace(d->nextSequence - 1, operation.get());
+            d->spawnWorkersLocked();
+        }
     }
-    operation->tellQueueOfReadiness();
+    // A change since the first look was announced without reaching the queue.
+    if (operation->isReady() != isReady)
+        operation->tellQueueOfReadiness();
 }
 
 std::shared_ptr<VKOperationBase>
