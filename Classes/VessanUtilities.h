@@ -21,6 +21,7 @@
 #include "Foundation/VKOperationBase.h"
 #include "Foundation/VKOperationQueue.h"
 #include "Foundation/VKPathString.h"
+#include "Foundation/VKPropertyList.h"
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKStringRanges.h"
 #include "Foundation/VKUserDefaults.h"
