@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QStringList>
 #include <QtEndian>
@@ -115,6 +116,70 @@ plist_t newDate(double seconds)
     return node;
 }
 
+// libplist 2.2 asserts or crashes on strings holding a NUL character in some places (a binary
+// dictionary key, an XML character reference "&#0;"), so such input is refused before it is
+// parsed, as strings holding NUL are refused when writing.
+quint64 bigEndianUnsigned(const uchar *bytes, int size)
+{
+    quint64 value = 0;
+    for (int i = 0; i < size; ++i)
+        value = (value << 8) | bytes[i];
+    return value;
+}
+
+bool binaryHoldsNulString(const QByteArray &data)
+{
+    constexpr qsizetype kTrailerSize = 32;
+    if (data.size() < kHeaderSize + kTrailerSize)
+        return false; // the parser refuses it
+    const auto *bytes = reinterpret_cast<const uchar *>(data.constData());
+    const qsizetype size = data.size();
+    const uchar *trailer = bytes + size - kTrailerSize;
+    const int offsetSize = trailer[6];
+    const quint64 objectCount = bigEndianUnsigned(trailer + 8, 8);
+    const quint64 tableStart = bigEndianUnsigned(trailer + 24, 8);
+    if (offsetSize < 1 || offsetSize > 8 || tableStart >= quint64(size) ||
+        objectCount > (quint64(size) - tableStart) / quint64(offsetSize))
+        return false; // the parser refuses it
+    for (quint64 i = 0; i < objectCount; ++i) {
+        const quint64 offset =
+            bigEndianUnsigned(bytes + tableStart + i * quint64(offsetSize), offsetSize);
+        if (offset >= quint64(size))
+            continue;
+        const uchar marker = bytes[offset];
+        const int kind = marker >> 4;
+        if (kind != 0x5 && kind != 0x6) // ASCII and UTF-16 strings
+            continue;
+        quint64 count = marker & 0x0F;
+        quint64 start = offset + 1;
+        if (count == 0x0F) { // the length follows as an integer object
+            if (start >= quint64(size) || (bytes[start] >> 4) != 0x1)
+                continue;
+            const int width = 1 << (bytes[start] & 0x0F);
+            if (width > 8 || start + 1 + quint64(width) > quint64(size))
+                continue;
+            count = bigEndianUnsigned(bytes + start + 1, width);
+            start += 1 + quint64(width);
+        }
+        const int unit = kind == 0x5 ? 1 : 2;
+        if (count > (quint64(size) - start) / unit)
+            continue;
+        for (quint64 j = 0; j < count; ++j) {
+            const uchar *at = bytes + start + j * unit;
+            if (at[0] == 0 && (unit == 1 || at[1] == 0))
+                return true;
+        }
+    }
+    return false;
+}
+
+bool xmlHoldsNulReference(const QByteArray &data)
+{
+    static const QRegularExpression reference(QStringLiteral("&#(x0*|0+);"),
+                                              QRegularExpression::CaseInsensitiveOption);
+    return data.contains("&#") && reference.match(QString::fromLatin1(data)).hasMatch();
+}
+
 struct Reader
 {
     QString failure;
@@ -168,11 +233,19 @@ struct Reader
             plist_dict_iter iterator = nullptr;
             plist_dict_new_iter(node, &iterator);
             while (failure.isNull()) {
-                char *key = nullptr;
+                // The value first: libplist asserts on a key that is no string, which the
+                // binary reader lets through.
                 plist_t value = nullptr;
-                plist_dict_next_item(node, iterator, &key, &value);
-                if (!key)
+                plist_dict_next_item(node, iterator, nullptr, &value);
+                if (!value)
                     break;
+                const plist_t keyNode = plist_dict_item_get_key(value);
+                if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY) {
+                    failure = QStringLiteral("a dictionary key that is no string");
+                    break;
+                }
+                char *key = nullptr;
+                plist_get_key_val(keyNode, &key);
                 map.insert(QString::fromUtf8(key), read(value, depth + 1));
                 std::free(key);
             }
@@ -338,6 +411,10 @@ QVariant VKPropertyList::propertyListWithData(const QByteArray &data, VKProperty
     }
     const auto length = uint32_t(data.size());
     const bool binary = plist_is_binary(data.constData(), length) != 0;
+    if (binary ? binaryHoldsNulString(data) : xmlHoldsNulReference(data)) {
+        VKError::fill(error, corruptError(QStringLiteral("a string holding a NUL character")));
+        return {};
+    }
     plist_t raw = nullptr;
     if (!data.isEmpty())
         plist_from_memory(data.constData(), length, &raw);

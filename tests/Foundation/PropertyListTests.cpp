@@ -164,6 +164,13 @@ TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
         {"binary magic only", "bplist00"},
         {"truncated binary", binary.left(binary.size() - 10)},
         {"unclosed xml", "<?xml version=\"1.0\"?><plist><dict><key>a</key>"},
+        {"NUL in an xml key", "<plist><dict><key>a&#x00;b</key><true/></dict></plist>"},
+        // {"a\0b": 1}: libplist asserts on such a key.
+        {"NUL in a binary key", QByteArray("bplist00\xd1\x01\x02\x53"
+                                           "a\0b\x10\x01\x08\x0b\x0f",
+                                           20) +
+                                    QByteArray(6, '\0') + QByteArray("\x01\x01", 2) +
+                                    QByteArray(7, '\0') + "\x03" + QByteArray(15, '\0') + "\x11"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
