@@ -93,7 +93,7 @@ const QList<Conversion> &conversions()
         {"MinusInfinity", -inf, "d", -inf},
         {"MinusZero", -0.0, "d", -0.0},
         {"Float", 0.25f, "d", 0.25},
-        {"Int16IsDouble", QVariant::fromValue(short(-7)), "d", -7.0},
+        {"Int16IsDouble", QVariant::fromValue(short(-32768)), "d", -32768.0},
         {"UInt16IsDouble", QVariant::fromValue(ushort(65535)), "d", 65535.0},
         {"UCharIsDouble", QVariant::fromValue(uchar(200)), "d", 200.0},
         {"DateTruncated", at(1900), "(x)", at(1000)},

@@ -166,20 +166,20 @@ std::shared_ptr<VKApplicationConfiguration> VKMetadataServiceTool::applicationCo
         QStringLiteral("The bus name to own (default %1)").arg(QLatin1String(defaultName)),
         VKApplicationParameterTypeString, QStringLiteral("name")));
     list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
-        kExitMidCall, QString(),
+        kExitMidCall, QStringLiteral("x"),
         QStringLiteral("Testing: exit on the first request without answering it")));
     list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
         kHelp, QStringLiteral("h"), QStringLiteral("Print this text")));
     return std::make_shared<VKApplicationConfiguration>(
-        QStringLiteral("usage: vkmetad [options]\n\n"
-                       "Answers metadata requests on the session bus: method Send of interface\n"
-                       "org.vessan.Utilities.Request at object path /, with a dictionary of "
-                       "string\nparameters (a{ss}) holding \"path\", an absolute file path. "
-                       "The reply (a{sv}) holds\npath, size, modificationDate, "
-                       "modificationTime, header (the first 16 bytes) and\nisSequenceMember; "
-                       "for a member of a numbered file sequence also\nsequenceIdentifier, "
-                       "sequenceFrameCount and frameNumber. Other parameters are answered "
-                       "back\nunchanged. Runs until SIGTERM; exits when the bus goes."),
+        QStringLiteral(
+            "usage: vkmetad [options]\n\n"
+            "Answers metadata requests on the session bus: method Send of interface\n"
+            "org.vessan.Utilities.Request at object path /, with a dictionary of string\n"
+            "parameters (a{ss}) holding \"path\", an absolute file path. The reply (a{sv})\n"
+            "holds path, size, modificationDate, modificationTime, header (the first 16\n"
+            "bytes) and isSequenceMember; for a member of a numbered file sequence also\n"
+            "sequenceIdentifier, sequenceFrameCount and frameNumber. Other parameters are\n"
+            "answered back unchanged. Runs until SIGTERM; exits when the bus goes."),
         QStringLiteral(
             "EXAMPLE\n"
             "\tgdbus call --session --dest org.vessan.Utilities.Metadata "
