@@ -61,9 +61,8 @@ void BM_RequestRoundTripFreshConnection(benchmark::State &state)
     int n = 0;
     for (auto _ : state) {
         const QString name = QStringLiteral("bench-%1").arg(++n);
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(kService, "/", XPCRequest::interfaceName,
-                                           XPCRequest::methodName);
+        QDBusMessage call = QDBusMessage::createMethodCall(kService, "/", XPCRequest::interfaceName,
+                                                           XPCRequest::methodName);
         call << QVariant::fromValue(parameters);
         {
             QDBusConnection connection = QDBusConnection::connectToBus(address, name);
