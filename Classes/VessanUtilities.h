@@ -11,6 +11,7 @@
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKFormat.h"
 #include "Foundation/VKHumanReadable.h"
+#include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKMainLoop.h"
 #include "Foundation/VKNotificationCenter.h"
@@ -43,5 +44,4 @@
 #include "Application/VKApplicationArguments.h"
 #include "Application/VKApplicationConfiguration.h"
 #include "Application/VKApplicationDelegate.h"
-#include "Application/VKLenientNumber.h"
 #include "Application/VKPrint.h"
