@@ -7,6 +7,7 @@
 // maximumDepth. Every failure sets `error` once and turns every later read into a no-op.
 #include "Foundation/VKKeyedUnarchiver.h"
 
+#include "Foundation/VKBinaryPropertyListCheck_p.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKCoding.h"
 #include "Foundation/VKDate.h"
@@ -70,6 +71,10 @@ struct ClassEntry
 
 } // namespace
 
+// An archive's own tables nest four levels (root, "$objects", an entry, its members); anything
+// much deeper is not an archive and could exhaust the stack of the property-list parser.
+constexpr int maximumTableDepth = 16;
+
 struct VKKeyedUnarchiver::Private
 {
     plist_t archive = nullptr;  // owned
@@ -99,7 +104,9 @@ struct VKKeyedUnarchiver::Private
     {
         const auto size = static_cast<quint64>(data.size());
         if (size < 8 || size > std::numeric_limits<uint32_t>::max() ||
-            !plist_is_binary(data.constData(), static_cast<uint32_t>(size)))
+            !plist_is_binary(data.constData(), static_cast<uint32_t>(size)) ||
+            !vkBinaryPropertyListIsShallow(data.constData(), static_cast<size_t>(data.size()),
+                                           maximumTableDepth))
             return fail(corrupt(QStringLiteral("The data is not a keyed archive")));
         plist_from_bin(data.constData(), static_cast<uint32_t>(size), &archive);
         if (!isType(archive, PLIST_DICT))

@@ -121,6 +121,35 @@ QByteArray edited(const QByteArray &data, const std::function<void(plist_t)> &ed
     return result;
 }
 
+// A binary property list of `levels` arrays, each holding the next; with `loop` the last holds
+// the first. Written by hand: the parser itself must never see such a file.
+QByteArray nestedArrays(uint32_t levels, bool loop)
+{
+    QByteArray bytes("bplist00");
+    QList<uint32_t> offsets;
+    auto bigEndian = [&](quint64 value, int width) {
+        for (int i = width - 1; i >= 0; --i)
+            bytes.append(char(value >> (8 * i)));
+    };
+    for (uint32_t i = 0; i < levels; ++i) {
+        offsets.append(uint32_t(bytes.size()));
+        bytes.append(char(0xA1));
+        bigEndian(i + 1 < levels ? i + 1 : (loop ? 0 : i + 1), 4);
+    }
+    offsets.append(uint32_t(bytes.size()));
+    bytes.append(char(0xA0));
+    const quint64 table = quint64(bytes.size());
+    for (uint32_t offset : offsets)
+        bigEndian(offset, 4);
+    bytes.append(QByteArray(6, '\0'));
+    bytes.append(char(4)); // offset size
+    bytes.append(char(4)); // reference size
+    bigEndian(quint64(offsets.size()), 8);
+    bigEndian(0, 8);
+    bigEndian(table, 8);
+    return bytes;
+}
+
 plist_t objectsOf(plist_t root)
 {
     return plist_dict_get_item(root, "$objects");
@@ -388,6 +417,8 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
         {"empty", QByteArray(), notArchive},
         {"text", QByteArray("bplist00 but not really"), notArchive},
         {"truncated", good.left(good.size() - 9), notArchive},
+        {"arrays nested 200000 deep", nestedArrays(200000, false), notArchive},
+        {"arrays that contain each other", nestedArrays(3, true), notArchive},
         {"other archiver",
          edited(good,
                 [](plist_t a) { plist_dict_set_item(a, "$archiver", plist_new_string("X")); }),
