@@ -102,8 +102,10 @@ QByteArray archive(const std::shared_ptr<VKCoding> &root)
 // Breaks the strong links of a decoded graph so that cycles do not leak.
 void unlink(const std::shared_ptr<ArchiveNode> &start)
 {
-    for (auto n = start; n;)
+    for (auto n = start; n;) {
+        n->payload.clear();
         n = std::exchange(n->next, nullptr);
+    }
 }
 
 // Edits an archive as a property list and writes it back, to make damaged archives.
