@@ -2,8 +2,11 @@
 #pragma once
 
 // Foundation: the platform layer
+#include "Foundation/VKApplicationLifecycle.h"
 #include "Foundation/VKAttributedString.h"
+#include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
+#include "Foundation/VKCoding.h"
 #include "Foundation/VKDate.h"
 #include "Foundation/VKError.h"
 #include "Foundation/VKException.h"
@@ -11,6 +14,8 @@
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKFormat.h"
 #include "Foundation/VKHumanReadable.h"
+#include "Foundation/VKKeyedArchiver.h"
+#include "Foundation/VKKeyedUnarchiver.h"
 #include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKMainLoop.h"

@@ -40,7 +40,8 @@ struct VK_EXPORT VKLogEntry
 
     // The context record: "class", "prettyFunctionOutput" and "pointer".
     QVariantMap context() const;
-    // One readable line: "<level> VessanUtilities <prettyFunctionOutput> <class> <pointer>: <message>".
+    // One readable line: "<level> VessanUtilities <prettyFunctionOutput> <class> <pointer>:
+    // <message>".
     QString line() const;
 };
 
@@ -77,12 +78,44 @@ private:
 };
 
 // Sends entries to the systemd journal: MESSAGE, PRIORITY (3 for error, 6 for info),
-// SYSLOG_IDENTIFIER "VessanUtilities" and the context as VK_MODULE, VK_CLASS,
-// VK_PRETTY_FUNCTION and VK_POINTER.
+// SYSLOG_IDENTIFIER (the main bundle's identifier, so that the application's entries can be
+// found by it) and the context as VK_MODULE, VK_CLASS, VK_PRETTY_FUNCTION and VK_POINTER.
 class VK_EXPORT VKJournalLogSink : public VKLogSink
 {
 public:
+    // A null identifier means the main bundle's identifier, read at each entry (it is complete
+    // only once the application object exists).
+    explicit VKJournalLogSink(QString identifier = {});
     void write(const VKLogEntry &entry) override;
+    // The fields sent for `entry`, each "NAME=value".
+    QList<QByteArray> fields(const VKLogEntry &entry) const;
+
+private:
+    QString m_identifier;
+};
+
+// The extension of run logs ("vqnLog"), which the run-log reader looks for.
+VK_EXPORT extern const QString VKRunLogFileExtension;
+
+// Writes the entries of this run into a new file in a folder the host gives (usually the user's
+// "Library/Logs/Vessan"), one line per entry as on standard error. The file is named
+// "<name>_<yyyy-MM-dd-HHmmss>_<pid>.vqnLog" (UTC), so that the newest run sorts last; it is
+// made at the first entry, and every entry is flushed at once so that a crash loses nothing.
+class VK_EXPORT VKFileLogSink : public VKLogSink
+{
+public:
+    // `name` defaults to the main bundle's "CFBundleName".
+    explicit VKFileLogSink(const QString &folder, const QString &name = {});
+    ~VKFileLogSink() override;
+    void write(const VKLogEntry &entry) override;
+    // The run log's path (the file may not exist yet).
+    QString filePath() const;
+    // Why the file could not be written; empty while it can.
+    QString errorString() const;
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
 };
 
 class VK_EXPORT VKLogger

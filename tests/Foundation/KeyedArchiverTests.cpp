@@ -1,0 +1,538 @@
+#include "Foundation/VKClassRegistry.h"
+#include "Foundation/VKCoding.h"
+#include "Foundation/VKDate.h"
+#include "Foundation/VKKeyedArchiver.h"
+#include "Foundation/VKKeyedUnarchiver.h"
+
+#include <QDateTime>
+#include <QSize>
+
+#include <plist/plist.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+
+namespace {
+
+// A node of a test graph: a few scalar fields, a strong link, and values that may hold nodes.
+class ArchiveNode : public VKCoding
+{
+    VK_CODING_CLASS(ArchiveNode)
+public:
+    QString name;
+    qint64 number = 0;
+    std::shared_ptr<ArchiveNode> next;
+    QVariant payload;
+
+    void encodeWithCoder(VKKeyedArchiver &coder) const override
+    {
+        coder.encodeString("name", name);
+        coder.encodeInteger("number", number);
+        coder.encodeObject("next", next);
+        coder.encodeValue("payload", payload);
+    }
+    bool initWithCoder(VKKeyedUnarchiver &coder) override
+    {
+        name = coder.decodeString("name");
+        number = coder.decodeInteger("number");
+        next = coder.decodeObjectOfClass<ArchiveNode>("next");
+        payload = coder.decodeValue("payload");
+        return true;
+    }
+};
+VK_REGISTER_CLASS(ArchiveNode, VKCoding)
+
+// Names the classes its child needs before reading the child, as filter graphs do to get
+// their plug-ins loaded first.
+class ArchiveLoader : public VKCoding
+{
+    VK_CODING_CLASS(ArchiveLoader)
+public:
+    static inline std::function<void(const QVariantList &)> needClasses;
+    QStringList classNames;
+    std::shared_ptr<VKCoding> child;
+
+    void encodeWithCoder(VKKeyedArchiver &coder) const override
+    {
+        coder.encodeSet("classNames", QVariant(classNames).toList());
+        coder.encodeObject("child", child);
+    }
+    bool initWithCoder(VKKeyedUnarchiver &coder) override
+    {
+        const QVariantList names = coder.decodeSet("classNames");
+        if (needClasses)
+            needClasses(names);
+        child = coder.decodeObject("child");
+        return true;
+    }
+};
+VK_REGISTER_CLASS(ArchiveLoader, VKCoding)
+
+// Registered only while a test needs it.
+class LateNode : public ArchiveNode
+{
+    VK_CODING_CLASS(LateNode)
+};
+
+// Registered, but not archivable.
+struct NotCoding
+{
+};
+VK_REGISTER_ROOT_CLASS(NotCoding)
+
+std::shared_ptr<ArchiveNode> node(const QString &name, qint64 number = 0)
+{
+    auto n = std::make_shared<ArchiveNode>();
+    n->name = name;
+    n->number = number;
+    return n;
+}
+
+QByteArray archive(const std::shared_ptr<VKCoding> &root)
+{
+    VKError error;
+    const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(root, &error);
+    EXPECT_TRUE(error.isNull()) << error.description().toStdString();
+    return data;
+}
+
+// Breaks the strong links of a decoded graph so that cycles do not leak.
+void unlink(const std::shared_ptr<ArchiveNode> &start)
+{
+    for (auto n = start; n;) {
+        n->payload.clear();
+        n = std::exchange(n->next, nullptr);
+    }
+}
+
+// Edits an archive as a property list and writes it back, to make damaged archives.
+QByteArray edited(const QByteArray &data, const std::function<void(plist_t)> &edit)
+{
+    plist_t root = nullptr;
+    plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
+    edit(root);
+    char *bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    QByteArray result(bytes, length);
+    plist_to_bin_free(bytes);
+    plist_free(root);
+    return result;
+}
+
+// A binary property list of `levels` arrays, each holding the next; with `loop` the last holds
+// the first. Written by hand: the parser itself must never see such a file.
+QByteArray nestedArrays(uint32_t levels, bool loop)
+{
+    QByteArray bytes("bplist00");
+    QList<uint32_t> offsets;
+    auto bigEndian = [&](quint64 value, int width) {
+        for (int i = width - 1; i >= 0; --i)
+            bytes.append(char(value >> (8 * i)));
+    };
+    for (uint32_t i = 0; i < levels; ++i) {
+        offsets.append(uint32_t(bytes.size()));
+        bytes.append(char(0xA1));
+        bigEndian(i + 1 < levels ? i + 1 : (loop ? 0 : i + 1), 4);
+    }
+    offsets.append(uint32_t(bytes.size()));
+    bytes.append(char(0xA0));
+    const quint64 table = quint64(bytes.size());
+    for (uint32_t offset : offsets)
+        bigEndian(offset, 4);
+    bytes.append(QByteArray(6, '\0'));
+    bytes.append(char(4)); // offset size
+    bytes.append(char(4)); // reference size
+    bigEndian(quint64(offsets.size()), 8);
+    bigEndian(0, 8);
+    bigEndian(table, 8);
+    return bytes;
+}
+
+plist_t objectsOf(plist_t root)
+{
+    return plist_dict_get_item(root, "$objects");
+}
+
+// The table index of the entry whose "name" reference leads to the string `name`.
+uint32_t indexOfNode(plist_t root, const char *name)
+{
+    plist_t objects = objectsOf(root);
+    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
+        plist_t entry = plist_array_get_item(objects, i);
+        plist_t ref =
+            plist_get_node_type(entry) == PLIST_DICT ? plist_dict_get_item(entry, "name") : nullptr;
+        if (!ref)
+            continue;
+        uint64_t uid = 0;
+        plist_get_uid_val(ref, &uid);
+        if (plist_string_val_compare(plist_array_get_item(objects, uint32_t(uid)), name) == 0)
+            return i;
+    }
+    return 0;
+}
+
+} // namespace
+
+TEST(KeyedArchiver, SharedObjectsDecodeToOneObject)
+{
+    auto shared = node("shared", 7);
+    auto root = node("root");
+    root->next = shared;
+    root->payload = QVariantList{VKCoding::variantWithObject(shared),
+                                 QVariantMap{{"again", VKCoding::variantWithObject(shared)}}};
+
+    VKError error;
+    auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(root), &error);
+    ASSERT_TRUE(decoded) << error.description().toStdString();
+    ASSERT_TRUE(decoded->next);
+    EXPECT_EQ(decoded->next->name, "shared");
+    EXPECT_EQ(decoded->next->number, 7);
+    const QVariantList list = decoded->payload.toList();
+    ASSERT_EQ(list.size(), 2);
+    EXPECT_EQ(VKCoding::objectFromVariant(list[0]), decoded->next);
+    EXPECT_EQ(VKCoding::objectFromVariant(list[1].toMap().value("again")), decoded->next);
+}
+
+TEST(KeyedArchiver, CyclesDecodeToTheSameCycle)
+{
+    struct Case
+    {
+        const char *name;
+        int length;
+    };
+    for (const Case &c : {Case{"self", 1}, Case{"pair", 2}, Case{"ring of five", 5}}) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::shared_ptr<ArchiveNode>> ring;
+        for (int i = 0; i < c.length; ++i)
+            ring.push_back(node(QString::number(i), i));
+        for (int i = 0; i < c.length; ++i)
+            ring[i]->next = ring[(i + 1) % c.length];
+        // The payload refers back into the ring, through a value.
+        ring[0]->payload = QVariantList{VKCoding::variantWithObject(ring.back())};
+
+        auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(ring[0]));
+        unlink(ring[0]);
+        ASSERT_TRUE(decoded);
+        auto walk = decoded;
+        for (int i = 0; i < c.length; ++i) {
+            ASSERT_TRUE(walk);
+            EXPECT_EQ(walk->number, i);
+            if (i == c.length - 1) {
+                EXPECT_EQ(VKCoding::objectFromVariant(decoded->payload.toList().value(0)), walk);
+            }
+            walk = walk->next;
+        }
+        EXPECT_EQ(walk, decoded) << "the ring closes on the first node";
+        unlink(decoded);
+    }
+}
+
+TEST(KeyedArchiver, ValuesRoundTrip)
+{
+    const QDateTime date = VKDate::dateWithTimeIntervalSinceReferenceDate(-12.5);
+    struct Case
+    {
+        const char *name;
+        QVariant value;
+    };
+    const Case cases[] = {
+        {"nil", QVariant()},
+        {"true", true},
+        {"largest integer", qlonglong(std::numeric_limits<qint64>::max())},
+        {"smallest integer", qlonglong(std::numeric_limits<qint64>::min())},
+        {"minus one", qlonglong(-1)},
+        {"double", -0.1},
+        {"infinity", std::numeric_limits<double>::infinity()},
+        {"empty string", QString("")},
+        {"unicode string", QString::fromUtf8("Grüße 🎬 ‘1:30:00’")},
+        {"data with zero bytes", QByteArray("\0\1\0\xff", 4)},
+        {"empty data", QByteArray("")},
+        {"date before the reference date", date},
+        {"nested list", QVariantList{1LL, QVariantList{QString("a"), QVariant()}, 2.5}},
+        {"map with odd keys",
+         QVariantMap{{"$class", 1LL}, {"", QString("empty key")}, {"a/b", QVariantList{}}}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        auto root = node("values");
+        root->payload = c.value;
+        auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(root));
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(decoded->payload, c.value);
+        EXPECT_EQ(decoded->payload.typeId(), c.value.typeId());
+    }
+}
+
+TEST(KeyedArchiver, TopLevelKeysAndScalars)
+{
+    VKKeyedArchiver archiver;
+    archiver.encodeBool("flag", true);
+    archiver.encodeInteger("big", qint64(1) << 40);
+    archiver.encodeDouble("ratio", 0.25);
+    archiver.encodeString("null", QString());
+    archiver.encodeString("empty", QString(""));
+    archiver.encodeData("bytes", QByteArray("x\0y", 3));
+    archiver.encodeSet("names", {QString("A"), QString("B")});
+    archiver.encodeInteger("$version", 3); // a caller's key that looks like the layout's own
+    const QByteArray data = archiver.encodedData();
+
+    VKKeyedUnarchiver coder(data);
+    EXPECT_TRUE(coder.decodeBool("flag"));
+    EXPECT_EQ(coder.decodeInteger("big"), qint64(1) << 40);
+    EXPECT_EQ(coder.decodeDouble("ratio"), 0.25);
+    EXPECT_EQ(coder.decodeDouble("big"), double(qint64(1) << 40));
+    EXPECT_TRUE(coder.decodeString("null").isNull());
+    EXPECT_FALSE(coder.decodeString("empty").isNull());
+    EXPECT_EQ(coder.decodeData("bytes"), QByteArray("x\0y", 3));
+    EXPECT_EQ(coder.decodeSet("names"), (QVariantList{QString("A"), QString("B")}));
+    EXPECT_EQ(coder.decodeInteger("$version"), 3);
+    EXPECT_FALSE(coder.containsValueForKey("missing"));
+    EXPECT_EQ(coder.decodeInteger("missing"), 0);
+    EXPECT_FALSE(coder.decodeObject("missing"));
+    EXPECT_TRUE(coder.finishDecoding());
+
+    // A wrong type fails the whole decoding, and later reads answer nothing.
+    EXPECT_EQ(coder.decodeInt32("big"), 0);
+    EXPECT_EQ(coder.error().code(), VKCoderReadCorruptError);
+    EXPECT_EQ(coder.error().localizedDescription(),
+              "The value for key \"big\" does not fit 32 bits");
+    EXPECT_FALSE(coder.decodeBool("flag"));
+}
+
+TEST(KeyedArchiver, UnarchivableValuesFailTheArchive)
+{
+    VKKeyedArchiver archiver;
+    archiver.encodeValue("point", QVariant::fromValue(QSize(1, 2)));
+    VKError error;
+    EXPECT_TRUE(archiver.encodedData(&error).isEmpty());
+    EXPECT_EQ(error.code(), VKCoderInvalidValueError);
+    EXPECT_EQ(error.localizedDescription(), "A value of type QSize cannot be archived");
+}
+
+TEST(KeyedArchiver, ClassesNamedFirstCanBeLoadedBeforeTheirObjects)
+{
+    auto late = std::make_shared<LateNode>();
+    late->name = "late";
+    auto loader = std::make_shared<ArchiveLoader>();
+    loader->classNames = {"LateNode"};
+    loader->child = late;
+    const QByteArray data = archive(loader);
+
+    VKError error;
+    ArchiveLoader::needClasses = nullptr;
+    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectWithData(data, &error));
+    EXPECT_EQ(error.localizedDescription(),
+              "Cannot decode an object of class \"LateNode\" for key \"child\": the class is "
+              "unknown or not archivable");
+
+    // Registering the class when its name is read is in time for the object.
+    QVariantList seen;
+    ArchiveLoader::needClasses = [&](const QVariantList &names) {
+        seen = names;
+        VKClassRegistry::registerClass<LateNode, ArchiveNode>("LateNode", "ArchiveNode");
+    };
+    auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveLoader>(data, &error);
+    ArchiveLoader::needClasses = nullptr;
+    VKClassRegistry::unregisterClass("LateNode");
+    ASSERT_TRUE(decoded) << error.description().toStdString();
+    EXPECT_EQ(seen, QVariantList{QString("LateNode")});
+    auto child = std::dynamic_pointer_cast<LateNode>(decoded->child);
+    ASSERT_TRUE(child);
+    EXPECT_EQ(child->name, "late");
+}
+
+TEST(KeyedArchiver, DecodeHookComesBeforeTheRegistry)
+{
+    auto root = node("root");
+    root->next = node("child");
+    QStringList asked;
+    auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(
+        archive(root), nullptr, [&](const QString &name, const QStringList &classes) {
+            asked << name + ":" + classes.join(',');
+            // The root is made by the hook, the child falls back to the registry.
+            return asked.size() == 1 ? std::make_shared<LateNode>() : nullptr;
+        });
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(asked, QStringList(
+                         {"ArchiveNode:ArchiveNode,VKCoding", "ArchiveNode:ArchiveNode,VKCoding"}));
+    EXPECT_TRUE(std::dynamic_pointer_cast<LateNode>(decoded));
+    EXPECT_FALSE(std::dynamic_pointer_cast<LateNode>(decoded->next));
+    EXPECT_EQ(decoded->next->name, "child");
+}
+
+TEST(KeyedArchiver, RepeatedCollectionsAreReadOnce)
+{
+    // Forty levels, each a list that names the next level twice: 2^40 members if expanded.
+    // Archived lists are not shared, so write one member per level and double it by hand.
+    QVariant level = QString("bottom");
+    for (int i = 0; i < 40; ++i)
+        level = QVariantList{level};
+    auto root = node("deep");
+    root->payload = level;
+    const QByteArray data = edited(archive(root), [](plist_t archive) {
+        plist_t objects = objectsOf(archive);
+        for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
+            plist_t entry = plist_array_get_item(objects, i);
+            plist_t list = plist_get_node_type(entry) == PLIST_DICT
+                               ? plist_dict_get_item(entry, "VK.objects")
+                               : nullptr;
+            if (list)
+                plist_array_append_item(list, plist_copy(plist_array_get_item(list, 0)));
+        }
+    });
+    auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(data);
+    ASSERT_TRUE(decoded);
+    QVariant walk = decoded->payload;
+    for (int i = 0; i < 40; ++i)
+        walk = walk.toList().value(1);
+    EXPECT_EQ(walk, QString("bottom"));
+}
+
+TEST(KeyedArchiver, HostileArchivesFailWithAnError)
+{
+    auto root = node("root", 5);
+    root->next = node("child");
+    root->payload = QVariantList{QString("x")};
+    const QByteArray good = archive(root);
+    auto setRoot = [](plist_t archive, plist_t value) {
+        plist_dict_set_item(plist_dict_get_item(archive, "$top"), "root", value);
+    };
+    auto setInChild = [](const char *key, plist_t value) {
+        return [=](plist_t archive) {
+            plist_dict_set_item(
+                plist_array_get_item(objectsOf(archive), indexOfNode(archive, "child")), key,
+                value);
+        };
+    };
+    struct Case
+    {
+        const char *name;
+        QByteArray data;
+        QString description;
+    };
+    const QString notArchive = "The data is not a keyed archive";
+    const Case cases[] = {
+        {"empty", QByteArray(), notArchive},
+        {"text", QByteArray("bplist00 but not really"), notArchive},
+        {"truncated", good.left(good.size() - 9), notArchive},
+        {"arrays nested 200000 deep", nestedArrays(200000, false), notArchive},
+        {"arrays that contain each other", nestedArrays(3, true), notArchive},
+        {"other archiver",
+         edited(good,
+                [](plist_t a) { plist_dict_set_item(a, "$archiver", plist_new_string("X")); }),
+         notArchive},
+        {"other version",
+         edited(good, [](plist_t a) { plist_dict_set_item(a, "$version", plist_new_uint(1)); }),
+         "The archive's version is not supported"},
+        {"no object table", edited(good, [](plist_t a) { plist_dict_remove_item(a, "$objects"); }),
+         "The archive has no object table"},
+        {"no $null",
+         edited(good,
+                [](plist_t a) { plist_array_set_item(objectsOf(a), plist_new_string("nil"), 0); }),
+         "The archive's object table does not begin with \"$null\""},
+        {"root out of range", edited(good, [&](plist_t a) { setRoot(a, plist_new_uid(1u << 30)); }),
+         "A reference points outside the archive's object table"},
+        {"root is a string", edited(good, [&](plist_t a) { setRoot(a, plist_new_string("r")); }),
+         "The value for key \"root\" is not a reference"},
+        {"root names $null's string",
+         edited(good,
+                [&](plist_t a) { plist_array_set_item(objectsOf(a), plist_new_string("s"), 1); }),
+         "The value for key \"root\" is not an object"},
+        {"unknown class",
+         edited(good,
+                [](plist_t a) {
+                    plist_t objects = objectsOf(a);
+                    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
+                        if (plist_t n =
+                                plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
+                            plist_set_string_val(n, "Gone");
+                }),
+         "Cannot decode an object of class \"Gone\" for key \"root\": the class is unknown or "
+         "not archivable"},
+        {"class not archivable",
+         edited(good,
+                [](plist_t a) {
+                    plist_t objects = objectsOf(a);
+                    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
+                        if (plist_t n =
+                                plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
+                            plist_set_string_val(n, "NotCoding");
+                }),
+         "Cannot decode an object of class \"NotCoding\" for key \"root\": the class is unknown "
+         "or not archivable"},
+        {"object without class", edited(good, setInChild("$class", plist_new_uid(0))),
+         "A class entry of the archive has no name"},
+        {"string where an integer goes", edited(good, setInChild("number", plist_new_string("1"))),
+         "The value for key \"number\" is not an integer"},
+        {"integer where a string goes", edited(good, setInChild("name", plist_new_uint(1))),
+         "The value for key \"name\" is not a string"},
+        {"collection where an object goes",
+         edited(good,
+                [](plist_t a) {
+                    // The child's link points at the root's payload list.
+                    plist_t objects = objectsOf(a);
+                    plist_t rootEntry = plist_array_get_item(objects, indexOfNode(a, "root"));
+                    plist_dict_set_item(plist_array_get_item(objects, indexOfNode(a, "child")),
+                                        "next",
+                                        plist_copy(plist_dict_get_item(rootEntry, "payload")));
+                }),
+         "The value for key \"next\" is not an object"},
+        {"list that contains itself",
+         edited(good,
+                [](plist_t a) {
+                    plist_t objects = objectsOf(a);
+                    plist_t rootEntry = plist_array_get_item(objects, indexOfNode(a, "root"));
+                    plist_t payload = plist_dict_get_item(rootEntry, "payload");
+                    uint64_t uid = 0;
+                    plist_get_uid_val(payload, &uid);
+                    plist_t list = plist_dict_get_item(plist_array_get_item(objects, uint32_t(uid)),
+                                                       "VK.objects");
+                    plist_array_append_item(list, plist_new_uid(uid));
+                }),
+         "The value for key \"payload\" contains itself"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKError error;
+        EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectWithData(c.data, &error));
+        EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
+        EXPECT_EQ(error.code(), VKCoderReadCorruptError);
+        EXPECT_EQ(error.localizedDescription().toStdString(), c.description.toStdString());
+    }
+}
+
+TEST(KeyedArchiver, NestingBeyondTheLimitFails)
+{
+    for (int length : {VKKeyedUnarchiver::maximumDepth, VKKeyedUnarchiver::maximumDepth + 1}) {
+        SCOPED_TRACE(length);
+        auto head = node("0");
+        auto tail = head;
+        for (int i = 1; i < length; ++i)
+            tail = tail->next = node(QString::number(i));
+        const QByteArray data = archive(head);
+        unlink(head);
+        VKError error;
+        auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(data, &error);
+        EXPECT_EQ(bool(decoded), length == VKKeyedUnarchiver::maximumDepth);
+        if (!decoded) {
+            EXPECT_EQ(error.localizedDescription(),
+                      "Objects are nested deeper than 1000 levels (key \"next\")");
+        }
+        unlink(decoded);
+    }
+}
+
+TEST(KeyedArchiver, RootOfAnotherClassFails)
+{
+    auto loader = std::make_shared<ArchiveLoader>();
+    VKError error;
+    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(loader), &error));
+    EXPECT_EQ(error.localizedDescription(),
+              "The object for key \"root\" is of the unexpected class \"ArchiveLoader\"");
+    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectWithData(archive(nullptr), &error));
+    EXPECT_EQ(error.code(), VKCoderValueNotFoundError);
+}
