@@ -1,5 +1,7 @@
 #include "Foundation/VKPropertyList.h"
 
+#include "Foundation/VKBinaryPropertyListCheck_p.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
@@ -413,6 +415,14 @@ QVariant VKPropertyList::propertyListWithData(const QByteArray &data, VKProperty
     const bool binary = plist_is_binary(data.constData(), length) != 0;
     if (binary ? binaryHoldsNulString(data) : xmlHoldsNulReference(data)) {
         VKError::fill(error, corruptError(QStringLiteral("a string holding a NUL character")));
+        return {};
+    }
+    // libplist follows binary object references recursively; a hostile file of nested (or
+    // self-containing) arrays would overflow the stack, so the structure is checked first.
+    if (binary && !vkBinaryPropertyListIsShallow(data.constData(), size_t(data.size()),
+                                                 kMaximumDepth)) {
+        VKError::fill(error, corruptError(QStringLiteral("a malformed or too deeply nested "
+                                                         "binary property list")));
         return {};
     }
     plist_t raw = nullptr;

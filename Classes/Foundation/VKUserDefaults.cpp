@@ -15,6 +15,8 @@
 // (QSaveFile), never rewritten in place; `pending` is cleared only once the file holds it.
 #include "Foundation/VKUserDefaults.h"
 
+#include "Foundation/VKBundle.h"
+
 #include "Foundation/VKException.h"
 #include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKLogger.h"
@@ -600,6 +602,13 @@ QString VKUserDefaults::standardUserDefaultsFolder()
 
 QString VKUserDefaults::applicationIdentifier()
 {
+    // The main bundle's identifier (its Info.plist, or the application object's names); the
+    // same rule by hand when there is no main bundle yet.
+    if (const auto bundle = VKBundle::mainBundle()) {
+        const QString identifier = bundle->bundleIdentifier();
+        if (!identifier.isEmpty())
+            return identifier;
+    }
     QString name = QCoreApplication::applicationName();
     if (name.isEmpty())
         name = QStringLiteral("VessanUtilities");

@@ -123,6 +123,32 @@ QByteArray edited(const QByteArray &data, const std::function<void(plist_t)> &ed
     return result;
 }
 
+plist_t objectsOf(plist_t root)
+{
+    return plist_dict_get_item(root, "$objects");
+}
+
+// The table index of the entry whose "name" reference leads to the string `name`.
+uint32_t indexOfNode(plist_t root, const char *name)
+{
+    plist_t objects = objectsOf(root);
+    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
+        plist_t entry = plist_array_get_item(objects, i);
+        plist_t ref =
+            plist_get_node_type(entry) == PLIST_DICT ? plist_dict_get_item(entry, "name") : nullptr;
+        if (!ref)
+            continue;
+        uint64_t uid = 0;
+        plist_get_uid_val(ref, &uid);
+        if (plist_string_val_compare(plist_array_get_item(objects, uint32_t(uid)), name) == 0)
+            return i;
+    }
+    return 0;
+}
+
+} // namespace
+
+// Shared with the property-list tests of this suite.
 // A binary property list of `levels` arrays, each holding the next; with `loop` the last holds
 // the first. Written by hand: the parser itself must never see such a file.
 QByteArray nestedArrays(uint32_t levels, bool loop)
@@ -152,30 +178,6 @@ QByteArray nestedArrays(uint32_t levels, bool loop)
     return bytes;
 }
 
-plist_t objectsOf(plist_t root)
-{
-    return plist_dict_get_item(root, "$objects");
-}
-
-// The table index of the entry whose "name" reference leads to the string `name`.
-uint32_t indexOfNode(plist_t root, const char *name)
-{
-    plist_t objects = objectsOf(root);
-    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
-        plist_t entry = plist_array_get_item(objects, i);
-        plist_t ref =
-            plist_get_node_type(entry) == PLIST_DICT ? plist_dict_get_item(entry, "name") : nullptr;
-        if (!ref)
-            continue;
-        uint64_t uid = 0;
-        plist_get_uid_val(ref, &uid);
-        if (plist_string_val_compare(plist_array_get_item(objects, uint32_t(uid)), name) == 0)
-            return i;
-    }
-    return 0;
-}
-
-} // namespace
 
 TEST(KeyedArchiver, SharedObjectsDecodeToOneObject)
 {

@@ -150,6 +150,9 @@ TEST(PropertyList, WhatCannotBeWrittenFailsNamingWhere)
     }
 }
 
+// Hand-made nested binary lists; defined with the keyed-archive tests.
+QByteArray nestedArrays(uint32_t levels, bool loop);
+
 TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
 {
     const QByteArray binary = VKPropertyList::dataWithPropertyList(
@@ -171,6 +174,9 @@ TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
                                            20) +
                                     QByteArray(6, '\0') + QByteArray("\x01\x01", 2) +
                                     QByteArray(7, '\0') + "\x03" + QByteArray(15, '\0') + "\x11"},
+        // libplist recurses without a limit on both of these and overflows the stack.
+        {"arrays nested 200000 deep", nestedArrays(200000, false)},
+        {"arrays that contain each other", nestedArrays(3, true)},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
