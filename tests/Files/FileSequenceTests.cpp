@@ -196,6 +196,7 @@ TEST(VKFileSequence, Identifiers)
         // The last "#" run must be in the last path component; earlier ones are plain text.
         {"/V/take#2/c_7-9##.dpx", "/V/take#2/c_|7|9|2|.dpx"},
         {"/V/a##/c_1-2#.dpx", "/V/a##/c_|1|2|1|.dpx"}, {"dir##/clip_1-2.dpx", "none"},
+        {"/V/c_1-2##/notes.txt", "none"},
         {"##/1-2", "none"}, {"clip_100-1##.dpx", "none"}, {"clip_1-100.dpx", "none"},
         {"clip_1_100##.dpx", "none"}, {"#", "none"}, {"1#", "none"}, {"-1#", "none"},
         {"a-1#", "none"}, {"1--2#", "none"}, {"1-2", "none"},
