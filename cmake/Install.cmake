@@ -2,6 +2,23 @@
 # a CMake package config and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
+# Installed programs find the library through a run path relative to themselves ($ORIGIN/../lib
+# for the usual layout), so that a prefix outside the system's library path works as it is.
+file(RELATIVE_PATH _vk_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(_vk_tool_dirs "")
+if(VK_BUILD_TOOLS)
+    get_property(_vk_tool_dirs DIRECTORY ${PROJECT_SOURCE_DIR}/tools PROPERTY SUBDIRECTORIES)
+endif()
+foreach(dir IN LISTS _vk_tool_dirs)
+    get_property(_vk_targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+    foreach(target IN LISTS _vk_targets)
+        get_target_property(_vk_type ${target} TYPE)
+        if(_vk_type STREQUAL "EXECUTABLE")
+            set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${_vk_bin_to_lib}")
+        endif()
+    endforeach()
+endforeach()
+
 install(TARGETS VessanUtilities EXPORT VessanUtilitiesTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}

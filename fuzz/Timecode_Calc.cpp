@@ -16,14 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // The first byte picks how the rest becomes text: UTF-8, or raw UTF-16 code units (which
     // reaches lone surrogates and every code point).
     const bool utf16 = data[0] & 1;
-    const QString text = utf16 ? QString::fromUtf16(reinterpret_cast<const char16_t *>(data + 1),
-                                                     qsizetype((size - 1) / 2))
-                               : QString::fromUtf8(reinterpret_cast<const char *>(data + 1),
-                                                   qsizetype(size - 1));
+    const QString text =
+        utf16 ? QString::fromUtf16(reinterpret_cast<const char16_t *>(data + 1),
+                                   qsizetype((size - 1) / 2))
+              : QString::fromUtf8(reinterpret_cast<const char *>(data + 1), qsizetype(size - 1));
     static VKCalc calc;
     for (qint32 code = 0; code <= 11; ++code) {
-        calc.setFps(code);
-        for (qint32 mode : {VDCalcTime, VDCalcFilmLength, VDCalcDiskSpace, VKCalcFrameCount}) {
+        calc.setFps(VKFrameRateCode(code));
+        for (VKDisplayMode mode :
+             {VDCalcTime, VDCalcFilmLength, VDCalcDiskSpace, VKCalcFrameCount}) {
             calc.evalPT(text, mode);
             calc.evalPF(text, mode);
             calc.lazyevalPT(text, mode);

@@ -10,11 +10,14 @@
 #include <QDateTime>
 #include <QEventLoop>
 #include <QFile>
+#include <QPointer>
 #include <QThread>
 #include <QTimer>
 
+#include <atomic>
 #include <cstdio>
 #include <limits>
+#include <optional>
 #include <typeinfo>
 
 namespace {
@@ -40,7 +43,7 @@ VKApplicationOptionConfigurationList configurationsFromGroups(const QStringList 
     return result;
 }
 
-qint32 parameterTypeFromName(const QString &name)
+VKApplicationParameterType parameterTypeFromName(const QString &name)
 {
     if (name == QLatin1String("float"))
         return VKApplicationParameterTypeFloat;
@@ -78,65 +81,128 @@ void requireLongIdentifier(const VKApplicationOptionConfiguration &configuration
                            token);
 }
 
+VKLogContext logContext(const VKApplication *application, const char *operation)
+{
+    return {QStringLiteral("VKApplication"), QString::fromLatin1(operation), application};
+}
+
 } // namespace
 
-VKApplication::VKApplication() = default;
+class VKApplicationPrivate
+{
+public:
+    std::shared_ptr<VKApplicationDelegate> delegate;
+    std::optional<VKApplicationDelegateClass> delegateClass;
+    // Set from the delegate's thread or any other; read once per turn of the wait.
+    std::atomic<bool> finished{false};
+    std::atomic<qint64> exitCode{0};
+    std::atomic<VKApplication::State> state{VKApplication::State::Created};
+    // Only touched on the waiting thread; set while the wait runs.
+    QPointer<QEventLoop> waitLoop;
+    std::atomic<const void *> waitThread{nullptr};
+};
+
+VKApplication::VKApplication() : d(std::make_unique<VKApplicationPrivate>()) {}
 
 VKApplication::~VKApplication() = default;
 
+std::shared_ptr<VKApplicationDelegate> VKApplication::delegate() const
+{
+    return d->delegate;
+}
+
+void VKApplication::setDelegate(const std::shared_ptr<VKApplicationDelegate> &delegate)
+{
+    d->delegate = delegate;
+}
+
+bool VKApplication::isFinished() const
+{
+    return d->finished.load();
+}
+
+qint64 VKApplication::exitCode() const
+{
+    return d->exitCode.load();
+}
+
+void VKApplication::setExitCode(qint64 exitCode)
+{
+    d->exitCode.store(exitCode);
+}
+
+VKApplication::State VKApplication::state() const
+{
+    return d->state.load();
+}
+
 void VKApplication::setFinished(bool finished)
 {
-    m_finished.store(finished);
-    if (!finished || m_waitThread.load() != QThread::currentThread() || !m_waitLoop)
+    d->finished.store(finished);
+    if (!finished || d->waitThread.load() != QThread::currentThread() || !d->waitLoop)
         return;
     // Let the events queued so far run, then stop waiting without the rest of the poll slice.
-    QMetaObject::invokeMethod(m_waitLoop.data(), &QEventLoop::quit, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(d->waitLoop.data(), &QEventLoop::quit, Qt::QueuedConnection);
 }
 
 qint64 VKApplication::runWithDelegateClass(const VKApplicationDelegateClass &delegateClass,
                                            const QStringList &rawArguments)
 {
-    m_delegateClass = delegateClass;
-    m_state.store(State::DelegateRunning);
-    setDelegate(delegateClass.createDelegate());
-    if (!m_delegate) {
-        m_state.store(State::Created);
+    d->delegateClass = delegateClass;
+    const std::shared_ptr<VKApplicationDelegate> delegate = delegateClass.createDelegate();
+    if (!delegate)
         VKException::raise(VKInvalidArgumentException,
                            QStringLiteral("the delegate class %@ created no delegate"),
                            delegateClass.className());
+    setDelegate(delegate);
+    d->state.store(State::DelegateRunning);
+    try {
+        const auto arguments =
+            parseRawArguments(rawArguments, delegateClass.applicationConfiguration());
+        delegate->application(*this, arguments);
+        waitUntilFinished();
+    } catch (...) {
+        // Whatever the delegate had set, a run that an exception ends has failed.
+        d->exitCode.store(1);
+        d->finished.store(true);
+        d->state.store(State::Finished);
+        throw;
     }
-    const auto arguments =
-        parseRawArguments(rawArguments, delegateClass.applicationConfiguration());
-    m_delegate->application(*this, arguments);
-    waitUntilFinished();
-    m_state.store(State::Finished);
+    d->state.store(State::Finished);
     return exitCode();
 }
 
 void VKApplication::waitUntilFinished()
 {
-    if (m_finished.load())
+    if (d->finished.load())
         return;
     if (!QCoreApplication::instance())
         VKException::raise(VKInternalInconsistencyException,
                            QStringLiteral("VKApplication needs a QCoreApplication to wait for its "
                                           "delegate; run tools with "
                                           "VKRunApplicationWithDelegateClass"));
-    m_state.store(State::Waiting);
+    d->state.store(State::Waiting);
     QEventLoop loop;
     QTimer poll;
     poll.setInterval(VKApplicationPollInterval);
     QObject::connect(&poll, &QTimer::timeout, &loop, [this, &loop] {
-        if (m_finished.load())
+        if (d->finished.load())
             loop.quit();
     });
-    m_waitLoop = &loop;
-    m_waitThread.store(QThread::currentThread());
+    d->waitLoop = &loop;
+    d->waitThread.store(QThread::currentThread());
+    struct EndOfWait
+    {
+        VKApplicationPrivate *d;
+        ~EndOfWait()
+        {
+            d->waitThread.store(nullptr);
+            d->waitLoop = nullptr;
+        }
+    } endOfWait{d.get()};
     poll.start();
-    while (!m_finished.load())
+    while (!d->finished.load())
         loop.exec();
-    m_waitThread.store(nullptr);
-    m_waitLoop = nullptr;
 }
 
 std::shared_ptr<VKApplicationArguments>
@@ -161,12 +227,13 @@ VKApplication::parseRawArguments(const QStringList &rawArguments,
             arguments.append(token);
             continue;
         }
-        requireLongIdentifier(*match, token);
         // Parameters first: a parameter configuration is a kind of option configuration.
         if (const auto *parameter =
                 dynamic_cast<const VKApplicationParameterConfiguration *>(match.get())) {
+            // A parameter without a value is dropped before anything else is asked of it.
             if (i + 1 >= count)
-                continue; // a parameter without a value is dropped
+                continue;
+            requireLongIdentifier(*match, token);
             const QString &text = rawArguments.at(++i);
             QVariant value;
             if (parameter->parameterType() == VKApplicationParameterTypeFloat)
@@ -177,6 +244,7 @@ VKApplication::parseRawArguments(const QStringList &rawArguments,
                 value = QVariant(text);
             parameters.insert(parameter->longIdentifier(), value);
         } else {
+            requireLongIdentifier(*match, token);
             options.append(match->longIdentifier());
         }
     }
@@ -199,9 +267,9 @@ std::shared_ptr<VKApplicationOptionConfiguration> VKApplication::configurationWi
 
 void VKApplication::printUsage() const
 {
-    if (!m_delegateClass)
+    if (!d->delegateClass)
         return;
-    const QByteArray text = usageText(m_delegateClass->applicationConfiguration()).toUtf8();
+    const QByteArray text = usageText(d->delegateClass->applicationConfiguration()).toUtf8();
     std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
     std::fflush(stdout);
 }
@@ -311,14 +379,15 @@ int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegate
             result =
                 static_cast<int>(application.runWithDelegateClass(delegateClass, rawArguments));
         } catch (const VKException &exception) {
-            VKLogger::error({QStringLiteral("VKApplication"),
-                             QStringLiteral("VKRunApplicationWithDelegateClass"), &application},
+            VKLogger::error(logContext(&application, "VKRunApplicationWithDelegateClass"),
                             QStringLiteral("%@ stopped the run: %@"), exception.name(),
                             exception.reason());
         } catch (const std::exception &exception) {
-            VKLogger::error({QStringLiteral("VKApplication"),
-                             QStringLiteral("VKRunApplicationWithDelegateClass"), &application},
+            VKLogger::error(logContext(&application, "VKRunApplicationWithDelegateClass"),
                             QStringLiteral("an exception stopped the run: %s"), exception.what());
+        } catch (...) {
+            VKLogger::error(logContext(&application, "VKRunApplicationWithDelegateClass"),
+                            QStringLiteral("an exception of unknown type stopped the run"));
         }
     }
     std::fflush(stdout);

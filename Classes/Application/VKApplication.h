@@ -13,25 +13,22 @@
 #include "Application/VKApplicationDelegate.h"
 #include "Foundation/VKExport.h"
 
-#include <QPointer>
 #include <QString>
 #include <QStringList>
 
-#include <atomic>
 #include <initializer_list>
 #include <memory>
-#include <optional>
 
-class QEventLoop;
+class VKApplicationPrivate;
 
 class VK_EXPORT VKApplication
 {
 public:
     enum class State {
-        Created,         // before a run
+        Created,         // before a run, and after a run whose class made no delegate
         DelegateRunning, // the delegate's application(...) call is under way
         Waiting,         // the event loop turns until the run is finished
-        Finished,        // the run returned its exit code
+        Finished,        // the run returned its exit code, or an exception ended it
     };
 
     VKApplication();
@@ -39,26 +36,28 @@ public:
     VKApplication(const VKApplication &) = delete;
     VKApplication &operator=(const VKApplication &) = delete;
 
-    std::shared_ptr<VKApplicationDelegate> delegate() const { return m_delegate; }
-    void setDelegate(const std::shared_ptr<VKApplicationDelegate> &delegate)
-    {
-        m_delegate = delegate;
-    }
+    std::shared_ptr<VKApplicationDelegate> delegate() const;
+    void setDelegate(const std::shared_ptr<VKApplicationDelegate> &delegate);
 
     // Setting it ends the wait: at once after the events already queued when it is set on the
     // waiting thread, otherwise at the next test (the loop tests it every 0.2 seconds).
-    bool isFinished() const { return m_finished.load(); }
+    bool isFinished() const;
     void setFinished(bool finished);
 
-    qint64 exitCode() const { return m_exitCode.load(); }
-    void setExitCode(qint64 exitCode) { m_exitCode.store(exitCode); }
+    qint64 exitCode() const;
+    void setExitCode(qint64 exitCode);
 
-    State state() const { return m_state.load(); }
+    State state() const;
 
     // Creates the delegate, parses `rawArguments` with the class's configuration, calls the
     // delegate, then turns the current thread's event loop in slices of 0.2 seconds until
     // finished, and answers the exit code. Waiting needs a QCoreApplication; without one a run
     // that is not finished by the delegate's call raises VKInternalInconsistencyException.
+    // How a run ends when it cannot finish normally:
+    // - the class makes no delegate: raises VKInvalidArgumentException; the application stays
+    //   Created, without a delegate, not finished, exit code 0;
+    // - an exception of any type escapes the configuration, the parse or the delegate: it
+    //   propagates, and the application is Finished, finished, with exit code 1.
     qint64 runWithDelegateClass(const VKApplicationDelegateClass &delegateClass,
                                 const QStringList &rawArguments);
 
@@ -114,18 +113,13 @@ public:
 private:
     void waitUntilFinished();
 
-    std::shared_ptr<VKApplicationDelegate> m_delegate;
-    std::optional<VKApplicationDelegateClass> m_delegateClass;
-    std::atomic<bool> m_finished{false};
-    std::atomic<qint64> m_exitCode{0};
-    std::atomic<State> m_state{State::Created};
-    QPointer<QEventLoop> m_waitLoop; // only touched on the waiting thread
-    std::atomic<const void *> m_waitThread{nullptr};
+    std::unique_ptr<VKApplicationPrivate> d;
 };
 
 // Runs a tool: decodes argv[1...argc-1] as UTF-8, creates a QCoreApplication if there is none,
 // runs a fresh VKApplication with the delegate class and answers its exit code narrowed to int.
-// An exception escaping the delegate or the configuration is logged and answers 1.
+// An exception of any type escaping the run (a class without a delegate included) is logged
+// and answers 1.
 VK_EXPORT int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegateClass,
                                                 int argc, char **argv);
 

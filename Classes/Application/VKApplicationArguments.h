@@ -8,40 +8,41 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <memory>
+
+class VKApplicationArgumentsPrivate;
+
 class VK_EXPORT VKApplicationArguments
 {
 public:
-    VKApplicationArguments() = default;
+    VKApplicationArguments();
     VKApplicationArguments(const QStringList &arguments, const QVariantMap &parameters,
                            const QStringList &options);
     virtual ~VKApplicationArguments();
+    VKApplicationArguments(const VKApplicationArguments &) = delete;
+    VKApplicationArguments &operator=(const VKApplicationArguments &) = delete;
 
     // Every token that was neither an option, a parameter nor a parameter's value.
-    QStringList arguments() const { return m_arguments; }
-    void setArguments(const QStringList &value) { m_arguments = value; }
+    QStringList arguments() const;
+    void setArguments(const QStringList &value);
     // Long identifier -> value: a QString, or an int / float for numeric parameters.
-    QVariantMap parameters() const { return m_parameters; }
-    void setParameters(const QVariantMap &value) { m_parameters = value; }
+    QVariantMap parameters() const;
+    void setParameters(const QVariantMap &value);
     // Long identifiers of the options given, once per occurrence.
-    QStringList options() const { return m_options; }
-    void setOptions(const QStringList &value) { m_options = value; }
+    QStringList options() const;
+    void setOptions(const QStringList &value);
 
     // "Arguments: <arguments> \n\n Parameters: <parameters> \n\n Options: <options>", each part
     // as "%@" describes the collection.
     virtual QString description() const;
 
-    // True for the same object; otherwise `other` must be of this object's class (or derived
-    // from it, see isKindOfClassOf) with equal parameters, options and arguments.
+    // True for the same object; otherwise `other` must be an instance of this object's class or
+    // of any class derived from it (VKClassRelation), with equal parameters, options and
+    // arguments.
     bool isEqual(const VKApplicationArguments *other) const;
 
 protected:
-    // Whether `other` is an instance of this object's class or of a class derived from it.
-    // The base answers by exact class for subclasses it does not know; a subclass whose own
-    // subclasses should compare equal to it overrides this with a dynamic_cast to itself.
-    virtual bool isKindOfClassOf(const VKApplicationArguments &other) const;
-
-private:
-    QStringList m_arguments;
-    QVariantMap m_parameters;
-    QStringList m_options;
+    // For subclasses that extend the private part.
+    explicit VKApplicationArguments(VKApplicationArgumentsPrivate &dd);
+    std::unique_ptr<VKApplicationArgumentsPrivate> d_ptr;
 };

@@ -1,5 +1,7 @@
 #include "Application/VKApplicationConfiguration.h"
 
+#include "Application/VKApplicationConfiguration_p.h"
+
 #include "Foundation/VKNumber.h"
 #include "Foundation/VKStringRanges.h"
 
@@ -61,14 +63,58 @@ qint32 intValue(const QVariant &value)
 
 } // namespace
 
+// --- VKApplicationOptionConfiguration ----------------------------------------------------------
+
+VKApplicationOptionConfiguration::VKApplicationOptionConfiguration()
+    : d_ptr(std::make_unique<VKApplicationOptionConfigurationPrivate>())
+{}
+
 VKApplicationOptionConfiguration::VKApplicationOptionConfiguration(const QString &longIdentifier,
                                                                    const QString &shortIdentifier,
                                                                    const QString &usageDescription)
-    : m_longIdentifier(longIdentifier), m_shortIdentifier(shortIdentifier),
-      m_usageDescription(usageDescription)
+    : VKApplicationOptionConfiguration()
+{
+    d_ptr->longIdentifier = longIdentifier;
+    d_ptr->shortIdentifier = shortIdentifier;
+    d_ptr->usageDescription = usageDescription;
+}
+
+VKApplicationOptionConfiguration::VKApplicationOptionConfiguration(
+    VKApplicationOptionConfigurationPrivate &dd)
+    : d_ptr(&dd)
 {}
 
 VKApplicationOptionConfiguration::~VKApplicationOptionConfiguration() = default;
+
+QString VKApplicationOptionConfiguration::longIdentifier() const
+{
+    return d_ptr->longIdentifier;
+}
+
+void VKApplicationOptionConfiguration::setLongIdentifier(const QString &value)
+{
+    d_ptr->longIdentifier = value;
+}
+
+QString VKApplicationOptionConfiguration::shortIdentifier() const
+{
+    return d_ptr->shortIdentifier;
+}
+
+void VKApplicationOptionConfiguration::setShortIdentifier(const QString &value)
+{
+    d_ptr->shortIdentifier = value;
+}
+
+QString VKApplicationOptionConfiguration::usageDescription() const
+{
+    return d_ptr->usageDescription;
+}
+
+void VKApplicationOptionConfiguration::setUsageDescription(const QString &value)
+{
+    d_ptr->usageDescription = value;
+}
 
 std::shared_ptr<VKApplicationOptionConfiguration>
 VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
@@ -87,19 +133,65 @@ VKApplicationOptionConfiguration::optionConfigurationFromDictionary(const QVaria
         stringValue(dictionary, VKApplicationOptionConfigurationUsageDescription));
 }
 
+// --- VKApplicationParameterConfiguration -------------------------------------------------------
+
+VKApplicationParameterConfiguration::VKApplicationParameterConfiguration()
+    : VKApplicationOptionConfiguration(*new VKApplicationParameterConfigurationPrivate)
+{}
+
 VKApplicationParameterConfiguration::VKApplicationParameterConfiguration(
     const QString &longIdentifier, const QString &shortIdentifier, const QString &usageDescription,
-    qint32 parameterType, const QString &parameterName)
-    : VKApplicationOptionConfiguration(longIdentifier, shortIdentifier, usageDescription),
-      m_parameterType(parameterType), m_parameterName(parameterName)
+    VKApplicationParameterType parameterType, const QString &parameterName)
+    : VKApplicationParameterConfiguration()
+{
+    setLongIdentifier(longIdentifier);
+    setShortIdentifier(shortIdentifier);
+    setUsageDescription(usageDescription);
+    d().parameterType = parameterType;
+    d().parameterName = parameterName;
+}
+
+VKApplicationParameterConfiguration::VKApplicationParameterConfiguration(
+    VKApplicationParameterConfigurationPrivate &dd)
+    : VKApplicationOptionConfiguration(dd)
 {}
 
 VKApplicationParameterConfiguration::~VKApplicationParameterConfiguration() = default;
 
+VKApplicationParameterConfigurationPrivate &VKApplicationParameterConfiguration::d()
+{
+    return static_cast<VKApplicationParameterConfigurationPrivate &>(*d_ptr);
+}
+
+const VKApplicationParameterConfigurationPrivate &VKApplicationParameterConfiguration::d() const
+{
+    return static_cast<const VKApplicationParameterConfigurationPrivate &>(*d_ptr);
+}
+
+VKApplicationParameterType VKApplicationParameterConfiguration::parameterType() const
+{
+    return d().parameterType;
+}
+
+void VKApplicationParameterConfiguration::setParameterType(VKApplicationParameterType value)
+{
+    d().parameterType = value;
+}
+
+QString VKApplicationParameterConfiguration::parameterName() const
+{
+    return d().parameterName;
+}
+
+void VKApplicationParameterConfiguration::setParameterName(const QString &value)
+{
+    d().parameterName = value;
+}
+
 std::shared_ptr<VKApplicationParameterConfiguration>
 VKApplicationParameterConfiguration::parameterConfigurationWithLongIdentifier(
     const QString &longIdentifier, const QString &shortIdentifier, const QString &usageDescription,
-    qint32 parameterType, const QString &parameterName)
+    VKApplicationParameterType parameterType, const QString &parameterName)
 {
     return std::make_shared<VKApplicationParameterConfiguration>(
         longIdentifier, shortIdentifier, usageDescription, parameterType, parameterName);
@@ -113,15 +205,56 @@ VKApplicationParameterConfiguration::parameterConfigurationFromDictionary(
         stringValue(dictionary, VKApplicationParameterConfigurationLongIdentifier),
         stringValue(dictionary, VKApplicationParameterConfigurationShortIdentifier),
         stringValue(dictionary, VKApplicationParameterConfigurationUsageDescription),
-        intValue(dictionary.value(VKApplicationParameterConfigurationParameterType)),
+        VKApplicationParameterType(
+            intValue(dictionary.value(VKApplicationParameterConfigurationParameterType))),
         stringValue(dictionary, VKApplicationParameterConfigurationParameterName));
 }
+
+// --- VKApplicationConfiguration ----------------------------------------------------------------
+
+VKApplicationConfiguration::VKApplicationConfiguration()
+    : d(std::make_unique<VKApplicationConfigurationPrivate>())
+{}
 
 VKApplicationConfiguration::VKApplicationConfiguration(
     const QString &usagePrefix, const QString &usageSuffix,
     const VKApplicationOptionConfigurationList &optionConfigurations)
-    : m_usagePrefix(usagePrefix), m_usageSuffix(usageSuffix),
-      m_optionConfigurations(optionConfigurations)
-{}
+    : VKApplicationConfiguration()
+{
+    d->usagePrefix = usagePrefix;
+    d->usageSuffix = usageSuffix;
+    d->optionConfigurations = optionConfigurations;
+}
 
 VKApplicationConfiguration::~VKApplicationConfiguration() = default;
+
+QString VKApplicationConfiguration::usagePrefix() const
+{
+    return d->usagePrefix;
+}
+
+void VKApplicationConfiguration::setUsagePrefix(const QString &value)
+{
+    d->usagePrefix = value;
+}
+
+QString VKApplicationConfiguration::usageSuffix() const
+{
+    return d->usageSuffix;
+}
+
+void VKApplicationConfiguration::setUsageSuffix(const QString &value)
+{
+    d->usageSuffix = value;
+}
+
+VKApplicationOptionConfigurationList VKApplicationConfiguration::optionConfigurations() const
+{
+    return d->optionConfigurations;
+}
+
+void VKApplicationConfiguration::setOptionConfigurations(
+    const VKApplicationOptionConfigurationList &value)
+{
+    d->optionConfigurations = value;
+}

@@ -24,16 +24,30 @@ VK_EXPORT extern const QString VKApplicationConfigurationParameters;            
 VK_EXPORT extern const QString VKApplicationConfigurationOptions;                   // "options"
 // clang-format on
 
+class VKApplicationOptionConfigurationPrivate;
+class VKApplicationParameterConfigurationPrivate;
+class VKApplicationConfigurationPrivate;
+
+// The kinds of value a parameter converts its command-line value to. Any other number keeps
+// the text, like VKApplicationParameterTypeString.
+enum VKApplicationParameterType : qint32 {
+    VKApplicationParameterTypeString = 0,
+    VKApplicationParameterTypeInteger = 1,
+    VKApplicationParameterTypeFloat = 2,
+};
+
 // One on/off option: "--longIdentifier" or "-shortIdentifier" (the short form may be longer
 // than one character). A null identifier never matches a command-line token; an empty one
 // matches a lone "-" or "--".
 class VK_EXPORT VKApplicationOptionConfiguration
 {
 public:
-    VKApplicationOptionConfiguration() = default;
+    VKApplicationOptionConfiguration();
     VKApplicationOptionConfiguration(const QString &longIdentifier, const QString &shortIdentifier,
                                      const QString &usageDescription);
     virtual ~VKApplicationOptionConfiguration();
+    VKApplicationOptionConfiguration(const VKApplicationOptionConfiguration &) = delete;
+    VKApplicationOptionConfiguration &operator=(const VKApplicationOptionConfiguration &) = delete;
 
     static std::shared_ptr<VKApplicationOptionConfiguration>
     optionConfigurationWithLongIdentifier(const QString &longIdentifier,
@@ -44,24 +58,17 @@ public:
     static std::shared_ptr<VKApplicationOptionConfiguration>
     optionConfigurationFromDictionary(const QVariantMap &dictionary);
 
-    QString longIdentifier() const { return m_longIdentifier; }
-    void setLongIdentifier(const QString &value) { m_longIdentifier = value; }
-    QString shortIdentifier() const { return m_shortIdentifier; }
-    void setShortIdentifier(const QString &value) { m_shortIdentifier = value; }
-    QString usageDescription() const { return m_usageDescription; }
-    void setUsageDescription(const QString &value) { m_usageDescription = value; }
+    QString longIdentifier() const;
+    void setLongIdentifier(const QString &value);
+    QString shortIdentifier() const;
+    void setShortIdentifier(const QString &value);
+    QString usageDescription() const;
+    void setUsageDescription(const QString &value);
 
-private:
-    QString m_longIdentifier;
-    QString m_shortIdentifier;
-    QString m_usageDescription;
-};
-
-// The kinds of value a parameter converts its command-line value to.
-enum : qint32 {
-    VKApplicationParameterTypeString = 0,
-    VKApplicationParameterTypeInteger = 1,
-    VKApplicationParameterTypeFloat = 2,
+protected:
+    // For subclasses that extend the private part.
+    explicit VKApplicationOptionConfiguration(VKApplicationOptionConfigurationPrivate &dd);
+    std::unique_ptr<VKApplicationOptionConfigurationPrivate> d_ptr;
 };
 
 // An option that takes the next command-line token as its value. The value is kept as a
@@ -70,31 +77,37 @@ enum : qint32 {
 class VK_EXPORT VKApplicationParameterConfiguration : public VKApplicationOptionConfiguration
 {
 public:
-    VKApplicationParameterConfiguration() = default;
+    VKApplicationParameterConfiguration();
     VKApplicationParameterConfiguration(const QString &longIdentifier,
                                         const QString &shortIdentifier,
-                                        const QString &usageDescription, qint32 parameterType,
+                                        const QString &usageDescription,
+                                        VKApplicationParameterType parameterType,
                                         const QString &parameterName);
     ~VKApplicationParameterConfiguration() override;
 
     static std::shared_ptr<VKApplicationParameterConfiguration>
     parameterConfigurationWithLongIdentifier(const QString &longIdentifier,
                                              const QString &shortIdentifier,
-                                             const QString &usageDescription, qint32 parameterType,
+                                             const QString &usageDescription,
+                                             VKApplicationParameterType parameterType,
                                              const QString &parameterName);
     // Reads the option keys plus "parameterType" (as an integer value: 0, 1 or 2; a numeric
-    // string is read leniently, anything else counts as 0) and "parameterName".
+    // string is read leniently, a boolean is 0 or 1, anything else counts as 0) and
+    // "parameterName".
     static std::shared_ptr<VKApplicationParameterConfiguration>
     parameterConfigurationFromDictionary(const QVariantMap &dictionary);
 
-    qint32 parameterType() const { return m_parameterType; }
-    void setParameterType(qint32 value) { m_parameterType = value; }
-    QString parameterName() const { return m_parameterName; }
-    void setParameterName(const QString &value) { m_parameterName = value; }
+    VKApplicationParameterType parameterType() const;
+    void setParameterType(VKApplicationParameterType value);
+    QString parameterName() const;
+    void setParameterName(const QString &value);
+
+protected:
+    explicit VKApplicationParameterConfiguration(VKApplicationParameterConfigurationPrivate &dd);
 
 private:
-    qint32 m_parameterType = VKApplicationParameterTypeString;
-    QString m_parameterName;
+    VKApplicationParameterConfigurationPrivate &d();
+    const VKApplicationParameterConfigurationPrivate &d() const;
 };
 
 using VKApplicationOptionConfigurationList =
@@ -105,26 +118,20 @@ using VKApplicationOptionConfigurationList =
 class VK_EXPORT VKApplicationConfiguration
 {
 public:
-    VKApplicationConfiguration() = default;
+    VKApplicationConfiguration();
     VKApplicationConfiguration(const QString &usagePrefix, const QString &usageSuffix,
                                const VKApplicationOptionConfigurationList &optionConfigurations);
     virtual ~VKApplicationConfiguration();
+    VKApplicationConfiguration(const VKApplicationConfiguration &) = delete;
+    VKApplicationConfiguration &operator=(const VKApplicationConfiguration &) = delete;
 
-    QString usagePrefix() const { return m_usagePrefix; }
-    void setUsagePrefix(const QString &value) { m_usagePrefix = value; }
-    QString usageSuffix() const { return m_usageSuffix; }
-    void setUsageSuffix(const QString &value) { m_usageSuffix = value; }
-    VKApplicationOptionConfigurationList optionConfigurations() const
-    {
-        return m_optionConfigurations;
-    }
-    void setOptionConfigurations(const VKApplicationOptionConfigurationList &value)
-    {
-        m_optionConfigurations = value;
-    }
+    QString usagePrefix() const;
+    void setUsagePrefix(const QString &value);
+    QString usageSuffix() const;
+    void setUsageSuffix(const QString &value);
+    VKApplicationOptionConfigurationList optionConfigurations() const;
+    void setOptionConfigurations(const VKApplicationOptionConfigurationList &value);
 
 private:
-    QString m_usagePrefix;
-    QString m_usageSuffix;
-    VKApplicationOptionConfigurationList m_optionConfigurations;
+    std::unique_ptr<VKApplicationConfigurationPrivate> d;
 };

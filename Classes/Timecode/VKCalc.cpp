@@ -1,5 +1,6 @@
 #include "Timecode/VKCalc.h"
 
+#include "Foundation/VKAttributedString.h"
 #include "Foundation/VKLogger.h"
 #include "Timecode/VKRegex_p.h"
 #include "Timecode/VKTimecodeText.h"
@@ -12,29 +13,142 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <mutex>
 
 namespace {
 
-// The time-preserving grammar. Every rule ends in "{0}": it matches nothing where it stands
-// and is only called; the pattern itself is one call of tss.
-const char16_t kGrammarPT[] =
-    uR"VK(\g<tss>(?<tss>(\g<tsm>(?:(?@<tss1>\+(\g<tsm>|\g<zm>))|(?@<tss2>\-(\g<tsm>|\g<zm>)))*)|(\g<zm>(?:(?@<tss1>\+(\g<tsm>|\g<zm>))|(?@<tss2>\-(\g<tsm>|\g<zm>)))*)){0}(?<tsm>(\g<z>(?@<tsm1>(?@<tsm2>\*\g<z>)*\*\g<ts>(?@<tsm2>\*\g<z>)*))|(\g<ts>(?:(?@<tsm2>\*\g<z>)|(?@<tsm3>/\g<z>))*)){0}(?<zm>\g<z>(?:(?@<zm1>\*\g<z>)|(?@<zm2>/\g<z>))*){0}(?<ts>(\s*\(\g<tss>\)\s*)|(?@<ts2PT>(\s*0*(?:(?:\d{0,2}:)?\d{0,2})?:\d{1,2}(?:\.\d{1,2}(?:(?:\|24)|(?:\|25)|(?:\|30)|(?:\|23d)|(?:\|29d)|(?:\|23n)|(?:\|29n))?)?)\s*|(\s*[123456789]{1,1}\d+(?:(?:\|24)|(?:\|25)|(?:\|30)|(?:\|23d)|(?:\|29d)|(?:\|23n)|(?:\|29n)){1,1})\s*)|(?@<ts1PT>\s*0\d{1,8}(?:(?:\|24)|(?:\|25)|(?:\|30)|(?:\|23d)|(?:\|29d)|(?:\|23n)|(?:\|29n))?)\s*){0}(?<z>\(\g<tss>\)|(?@<z2>\s*[123456789]{1}\d*(?:\.\d*)?\s*)){0})VK";
+using Handler = void (VKCalc::*)(const VKCalcCapture &);
+
+// The grammar is written as named pieces and assembled once. In the rule and group patterns
+// below, "{name}" stands for the recorded group of that name, "(?@<name>pattern)", and "{rate}"
+// for the rate suffixes that timestamps may carry; brace pairs with digits are the engine's own
+// quantifiers.
+
+// The rate suffixes the grammar accepts after "|" (50, 59d, 59n and 60 are not among them).
+const char16_t *const kGrammarRateCodes[] = {u"24", u"25", u"30", u"23d", u"29d", u"23n", u"29n"};
+
+// The rules, called by name with \g<name>. Each is defined with "{0}", so that it matches nothing
+// where it stands; the pattern itself is one call of tss.
+struct Rule
+{
+    const char16_t *name;
+    const char16_t *pattern;
+};
+// clang-format off
+const Rule kRules[] = {
+    {u"tss", uR"((\g<tsm>(?:{tss1}|{tss2})*)|(\g<zm>(?:{tss1}|{tss2})*))"},  // sum
+    {u"tsm", uR"((\g<z>{tsm1})|(\g<ts>(?:{tsm2}|{tsm3})*))"},                 // timestamp product
+    {u"zm", uR"(\g<z>(?:{zm1}|{zm2})*)"},                                      // number product
+    {u"ts", uR"((\s*\(\g<tss>\)\s*)|{ts2}|{ts1}\s*)"},                         // timestamp
+    {u"z", uR"(\(\g<tss>\)|{z2})"},                                            // number
+};
+// clang-format on
+
+// The recorded groups and their reductions. ts1 and ts2 are named after the mode (ts1PT or
+// ts1PF) and reduce with the mode's reader. zs1 and zs2 have handlers but no pattern: no rule
+// records them.
+struct RecordedGroup
+{
+    const char16_t *name;
+    const char16_t *pattern; // null: not part of the grammar
+    Handler timePreserving;
+    Handler framePreserving; // null: the same handler in both modes, under the same name
+};
+// clang-format off
+const RecordedGroup kRecordedGroups[] = {
+    {u"tss1", uR"(\+(\g<tsm>|\g<zm>))", &VKCalc::reduce_tss1, nullptr},
+    {u"tss2", uR"(\-(\g<tsm>|\g<zm>))", &VKCalc::reduce_tss2, nullptr},
+    {u"tsm1", uR"({tsm2}*\*\g<ts>{tsm2}*)", &VKCalc::reduce_tsm1, nullptr},
+    {u"tsm2", uR"(\*\g<z>)", &VKCalc::reduce_tsm2, nullptr},
+    {u"tsm3", uR"(/\g<z>)", &VKCalc::reduce_tsm3, nullptr},
+    {u"zm1", uR"(\*\g<z>)", &VKCalc::reduce_zm1, nullptr},
+    {u"zm2", uR"(/\g<z>)", &VKCalc::reduce_zm2, nullptr},
+    {u"zs1", nullptr, &VKCalc::reduce_zs1, nullptr},
+    {u"zs2", nullptr, &VKCalc::reduce_zs2, nullptr},
+    {u"z2", uR"(\s*[123456789]{1}\d*(?:\.\d*)?\s*)", &VKCalc::reduce_z2, nullptr},
+    // A clock with optional leading zeros, hours and minutes; or a frame count with its rate.
+    {u"ts2",
+     uR"((\s*0*(?:(?:\d{0,2}:)?\d{0,2})?:\d{1,2}(?:\.\d{1,2}{rate}?)?)\s*|(\s*[123456789]{1,1}\d+{rate}{1,1})\s*)",
+     &VKCalc::reduce_ts2PT, &VKCalc::reduce_ts2PF},
+    // A packed HHMMSSFF timestamp: "0" and up to eight digits.
+    {u"ts1", uR"(\s*0\d{1,8}{rate}?)", &VKCalc::reduce_ts1PT, &VKCalc::reduce_ts1PF},
+};
+// clang-format on
+
+// A recorded group's name in a mode's grammar.
+QString recordedName(const RecordedGroup &group, bool preservingTime)
+{
+    QString name = QString::fromUtf16(group.name);
+    if (group.framePreserving)
+        name += preservingTime ? u"PT" : u"PF";
+    return name;
+}
+
+QString rateSuffixPattern()
+{
+    QStringList alternatives;
+    for (const char16_t *code : kGrammarRateCodes)
+        alternatives.append(QStringLiteral(R"((?:\|)") + QString::fromUtf16(code) + u')');
+    return QStringLiteral("(?:") + alternatives.join(u'|') + u')';
+}
+
+// Replaces every "{name}" of `pattern` by its recorded group (recursively) or the rate suffix.
+QString expandPattern(QStringView pattern, bool preservingTime)
+{
+    QString out;
+    qsizetype i = 0;
+    while (i < pattern.size()) {
+        const qsizetype close = pattern.indexOf(u'}', i);
+        if (pattern[i] == u'{' && close > i + 1 && pattern[i + 1].isLetter()) {
+            const QStringView name = pattern.sliced(i + 1, close - i - 1);
+            if (name == u"rate") {
+                out += rateSuffixPattern();
+            } else {
+                for (const RecordedGroup &group : kRecordedGroups) {
+                    if (name == QStringView(group.name) && group.pattern) {
+                        out += QStringLiteral("(?@<") + recordedName(group, preservingTime) + u'>' +
+                               expandPattern(group.pattern, preservingTime) + u')';
+                        break;
+                    }
+                }
+            }
+            i = close + 1;
+        } else {
+            out += pattern[i++];
+        }
+    }
+    return out;
+}
+
+QString grammarText(bool preservingTime)
+{
+    QString text = QStringLiteral(R"(\g<tss>)");
+    for (const Rule &rule : kRules)
+        text += QStringLiteral("(?<") + QString::fromUtf16(rule.name) + u'>' +
+                expandPattern(rule.pattern, preservingTime) + QStringLiteral("){0}");
+    return text;
+}
+
+// Every recorded name of both modes to its handler.
+const QHash<QString, Handler> &reductionHandlers()
+{
+    static const QHash<QString, Handler> handlers = [] {
+        QHash<QString, Handler> table;
+        for (const RecordedGroup &group : kRecordedGroups) {
+            table.insert(recordedName(group, true), group.timePreserving);
+            if (group.framePreserving)
+                table.insert(recordedName(group, false), group.framePreserving);
+        }
+        return table;
+    }();
+    return handlers;
+}
 
 // Typed clock forms with at least two colons (the possessive quantifiers leave "1:30" and
 // ":30" alone), and packed short forms.
 const char16_t kTimestampPattern[] =
     uR"VK(0*((\d{0,2}:)?+\d{0,2})?+:\d{1,2}(\.\d{1,2}(\|\d{2,2}(d|n)?)?+)?+)VK";
 const char16_t kShortTimestampPattern[] = uR"VK(\b0\d{2,8}(\|\d{1,2}(d|n)?)?)VK";
-
-QString grammarText(bool preservingTime)
-{
-    QString text = QString::fromUtf16(kGrammarPT);
-    if (!preservingTime) {
-        text.replace(QStringLiteral("ts2PT"), QStringLiteral("ts2PF"));
-        text.replace(QStringLiteral("ts1PT"), QStringLiteral("ts1PF"));
-    }
-    return text;
-}
 
 // The grammars compiled once for the process; a compiled pattern is searched from any thread.
 const VKRegex &keptGrammar(bool preservingTime)
@@ -62,32 +176,15 @@ const VKRegex &grammar(bool preservingTime, bool keep, std::unique_ptr<VKRegex> 
 {
     if (keep)
         return keptGrammar(preservingTime);
-    fresh = std::make_unique<VKRegex>(grammarText(preservingTime),
-                                      VKRegex::Options::CaptureHistory);
+    fresh =
+        std::make_unique<VKRegex>(grammarText(preservingTime), VKRegex::Options::CaptureHistory);
     return *fresh;
 }
 
-using Handler = void (VKCalc::*)(const VKCalcCapture &);
-
-const QHash<QString, Handler> &reductionHandlers()
+VKLogContext logContext(const VKCalc *calc, const char *operation)
 {
-    static const QHash<QString, Handler> handlers = {
-        {QStringLiteral("tss1"), &VKCalc::reduce_tss1},
-        {QStringLiteral("tss2"), &VKCalc::reduce_tss2},
-        {QStringLiteral("tsm1"), &VKCalc::reduce_tsm1},
-        {QStringLiteral("tsm2"), &VKCalc::reduce_tsm2},
-        {QStringLiteral("tsm3"), &VKCalc::reduce_tsm3},
-        {QStringLiteral("zm1"), &VKCalc::reduce_zm1},
-        {QStringLiteral("zm2"), &VKCalc::reduce_zm2},
-        {QStringLiteral("zs1"), &VKCalc::reduce_zs1},
-        {QStringLiteral("zs2"), &VKCalc::reduce_zs2},
-        {QStringLiteral("z2"), &VKCalc::reduce_z2},
-        {QStringLiteral("ts1PT"), &VKCalc::reduce_ts1PT},
-        {QStringLiteral("ts1PF"), &VKCalc::reduce_ts1PF},
-        {QStringLiteral("ts2PT"), &VKCalc::reduce_ts2PT},
-        {QStringLiteral("ts2PF"), &VKCalc::reduce_ts2PF},
-    };
-    return handlers;
+    return {QStringLiteral("VKCalc"), QStringLiteral("-[VKCalc %1]").arg(QLatin1String(operation)),
+            calc};
 }
 
 // Rates already reported as unknown, for the whole process (compared as floats; every
@@ -161,7 +258,7 @@ double labelToReal(double x, qint64 block, qint64 minute)
 }
 
 // A typed drop-frame label becomes a real count at the drop codes.
-double labelToRealAtCode(double v, qint32 code)
+double labelToRealAtCode(double v, VKFrameRateCode code)
 {
     if (code == VDCalc23drop)
         return VKCalc::realFCfrom23dropFC(v);
@@ -205,8 +302,8 @@ float narrowed(double value)
 {
     if (std::isfinite(value) && std::fabs(value) > double(FLT_MAX)) {
         // Halfway between FLT_MAX and 2^128 rounds to infinity (ties to even).
-        const float limit = std::fabs(value) < 0x1.ffffffp127 ? FLT_MAX
-                                                               : std::numeric_limits<float>::infinity();
+        const float limit =
+            std::fabs(value) < 0x1.ffffffp127 ? FLT_MAX : std::numeric_limits<float>::infinity();
         return value < 0 ? -limit : limit;
     }
     return static_cast<float>(value);
@@ -221,29 +318,86 @@ int saturatedInt(double value)
 
 } // namespace
 
-VKCalc::VKCalc()
+class VKCalcPrivate
 {
-    m_stack.reserve(10);
+public:
+    std::recursive_mutex lock;
+    QList<QVariant> stack;
+    double framerate = 24.0;
+    VKFrameRateCode fps = VDCalc24fps;
+    float cachedResultPT = 0.0f;
+    float cachedResultPF = 0.0f;
+    bool keepsCompiledGrammar = true;
+};
+
+VKCalc::VKCalc() : d(std::make_unique<VKCalcPrivate>())
+{
+    d->stack.reserve(10);
 }
 
 VKCalc::~VKCalc() = default;
 
 // --- frame rate -------------------------------------------------------------------------------
 
-void VKCalc::setFps(qint32 code)
+void VKCalc::setFps(VKFrameRateCode code)
 {
-    m_fps = code;
+    d->fps = code;
     if (const std::optional<VKFrameRateInfo> info = VKFrameRate::infoForCode(code))
-        m_framerate = info->nominalRate;
+        d->framerate = info->nominalRate;
+}
+
+VKFrameRateCode VKCalc::fps() const
+{
+    return d->fps;
+}
+
+double VKCalc::framerate() const
+{
+    return d->framerate;
 }
 
 bool VKCalc::setFpsWithTextCode(const QString &textCode)
 {
-    const std::optional<qint32> code = VKFrameRate::codeForTextCode(textCode);
+    const std::optional<VKFrameRateCode> code = VKFrameRate::codeForTextCode(textCode);
     if (!code)
         return false;
     setFps(*code);
     return true;
+}
+
+float VKCalc::cachedResultPT() const
+{
+    return d->cachedResultPT;
+}
+
+float VKCalc::cachedResultPF() const
+{
+    return d->cachedResultPF;
+}
+
+void VKCalc::setKeepsCompiledGrammar(bool keeps)
+{
+    d->keepsCompiledGrammar = keeps;
+}
+
+bool VKCalc::keepsCompiledGrammar() const
+{
+    return d->keepsCompiledGrammar;
+}
+
+void VKCalc::lock()
+{
+    d->lock.lock();
+}
+
+void VKCalc::unlock()
+{
+    d->lock.unlock();
+}
+
+bool VKCalc::try_lock()
+{
+    return d->lock.try_lock();
 }
 
 void VKCalc::setFrameRate(float rate, bool drop)
@@ -277,8 +431,7 @@ void VKCalc::setFrameRate(float rate, bool drop)
             }
         }
         if (firstReport) {
-            VKLogger::error({QStringLiteral("VKCalc"), QStringLiteral("-[VKCalc setFrameRate:drop:]"),
-                             this},
+            VKLogger::error(logContext(this, "setFrameRate:drop:"),
                             "Unknown framerate: %f this message will only be logged once",
                             double(rate));
         }
@@ -298,14 +451,36 @@ QString VKCalc::calcRegexPF()
     return grammarText(false);
 }
 
-std::optional<double> VKCalc::evaluateUnlocked(const QString &text, bool preservingTime, bool lazy)
+int VKCalc::grammarGroupCount(bool preservingTime)
 {
+    return keptGrammar(preservingTime).numberOfGroups();
+}
+
+QMap<int, QString> VKCalc::grammarGroupNames(bool preservingTime)
+{
+    QMap<int, QString> names;
+    const QHash<int, QString> &groups = keptGrammar(preservingTime).groupNames();
+    for (auto it = groups.cbegin(); it != groups.cend(); ++it)
+        names.insert(it.key(), it.value());
+    return names;
+}
+
+QStringList VKCalc::reductionHandlerNames()
+{
+    QStringList names = reductionHandlers().keys();
+    names.sort();
+    return names;
+}
+
+std::optional<double> VKCalc::evaluateUnlocked(const QString &text, VKCalcEvaluationOptions options)
+{
+    const bool preservingTime = options.testFlag(VKCalcPreservingTime);
     std::unique_ptr<VKRegex> fresh;
-    const VKRegex &regex = grammar(preservingTime, m_keepsCompiledGrammar, fresh);
+    const VKRegex &regex = grammar(preservingTime, d->keepsCompiledGrammar, fresh);
     const VKRegex::Match match = regex.search(text);
     if (!match.found())
         return std::nullopt;
-    if (!lazy && match.length() != text.size())
+    if (!options.testFlag(VKCalcLazyEvaluation) && match.length() != text.size())
         return std::nullopt;
     const QHash<int, QString> &names = regex.groupNames();
     match.walkCaptureTree([&](const VKRegex::Node &node, bool atLast) {
@@ -324,43 +499,44 @@ std::optional<double> VKCalc::evaluateUnlocked(const QString &text, bool preserv
     return numericValue(pop());
 }
 
-std::optional<double> VKCalc::evaluateToFrames(const QString &text, bool preservingTime, bool lazy)
+std::optional<double> VKCalc::evaluateToFrames(const QString &text, VKCalcEvaluationOptions options)
 {
-    if (!preservingTime && !lazy)
+    if (options == VKCalcStrictEvaluation)
         return evalPFToFrames(text);
-    return evaluateUnlocked(text, preservingTime, lazy);
+    return evaluateUnlocked(text, options);
 }
 
 std::optional<double> VKCalc::evalPTToFrames(const QString &text)
 {
-    return evaluateUnlocked(text, true, false);
+    return evaluateUnlocked(text, VKCalcPreservingTime);
 }
 
 std::optional<double> VKCalc::evalPFToFrames(const QString &text)
 {
     // The result is popped under the lock too, so that another thread's evaluation cannot
     // push between this walk and its pop.
-    std::lock_guard<std::recursive_mutex> guard(m_lock);
-    return evaluateUnlocked(text, false, false);
+    std::lock_guard<std::recursive_mutex> guard(d->lock);
+    return evaluateUnlocked(text, VKCalcStrictEvaluation);
 }
 
 std::optional<double> VKCalc::lazyevalPTToFrames(const QString &text)
 {
-    return evaluateUnlocked(text, true, true);
+    return evaluateUnlocked(text, VKCalcPreservingTime | VKCalcLazyEvaluation);
 }
 
 std::optional<double> VKCalc::lazyevalPFToFrames(const QString &text)
 {
-    return evaluateUnlocked(text, false, true);
+    return evaluateUnlocked(text, VKCalcLazyEvaluation);
 }
 
-QString VKCalc::evaluate(const QString &text, qint32 displayMode, bool preservingTime, bool lazy)
+QString VKCalc::evaluate(const QString &text, VKDisplayMode displayMode,
+                         VKCalcEvaluationOptions options)
 {
-    const std::optional<double> result = evaluateToFrames(text, preservingTime, lazy);
+    const std::optional<double> result = evaluateToFrames(text, options);
     if (!result)
         return QString();
     const float cached = narrowed(*result);
-    (preservingTime ? m_cachedResultPT : m_cachedResultPF) = cached;
+    (options.testFlag(VKCalcPreservingTime) ? d->cachedResultPT : d->cachedResultPF) = cached;
     const double value = cached;
     const QString infinity = QStringLiteral("∞");
     const QString negativeInfinity = QStringLiteral("-∞");
@@ -381,7 +557,7 @@ QString VKCalc::evaluate(const QString &text, qint32 displayMode, bool preservin
             return negativeInfinity;
         return vkFormat("%.2f m", value * 0.01923075);
     }
-    const double bound = lazy ? 9999999999.0 : 999999999.0;
+    const double bound = options.testFlag(VKCalcLazyEvaluation) ? 9999999999.0 : 999999999.0;
     if (value > bound)
         return infinity;
     if (value < -bound)
@@ -389,38 +565,43 @@ QString VKCalc::evaluate(const QString &text, qint32 displayMode, bool preservin
     return vkFormat("%.0f", value);
 }
 
-QString VKCalc::evalPT(const QString &text, qint32 displayMode)
+QString VKCalc::evalPT(const QString &text, VKDisplayMode displayMode)
 {
-    return evaluate(text, displayMode, true, false);
+    return evaluate(text, displayMode, VKCalcPreservingTime);
 }
 
-QString VKCalc::evalPF(const QString &text, qint32 displayMode)
+QString VKCalc::evalPF(const QString &text, VKDisplayMode displayMode)
 {
-    return evaluate(text, displayMode, false, false);
+    return evaluate(text, displayMode, VKCalcStrictEvaluation);
 }
 
-QString VKCalc::lazyevalPT(const QString &text, qint32 displayMode)
+QString VKCalc::lazyevalPT(const QString &text, VKDisplayMode displayMode)
 {
-    return evaluate(text, displayMode, true, true);
+    return evaluate(text, displayMode, VKCalcPreservingTime | VKCalcLazyEvaluation);
 }
 
-QString VKCalc::lazyevalPF(const QString &text, qint32 displayMode)
+QString VKCalc::lazyevalPF(const QString &text, VKDisplayMode displayMode)
 {
-    return evaluate(text, displayMode, false, true);
+    return evaluate(text, displayMode, VKCalcLazyEvaluation);
 }
 
 // --- value stack ------------------------------------------------------------------------------
 
 void VKCalc::push(const QVariant &value)
 {
-    m_stack.append(value);
+    d->stack.append(value);
 }
 
 QVariant VKCalc::pop()
 {
-    if (m_stack.isEmpty())
+    if (d->stack.isEmpty())
         return QVariant();
-    return m_stack.takeLast();
+    return d->stack.takeLast();
+}
+
+qsizetype VKCalc::stackDepth() const
+{
+    return d->stack.size();
 }
 
 double VKCalc::numericValue(const QVariant &value)
@@ -533,7 +714,7 @@ double VKCalc::framecountFromString(const QString &original, bool preservingTime
     QString text = original;
     text.remove(u' ');
     const QList<double> numbers = VKTimecodeText::digitRuns(text);
-    const double wholeRate = std::floor(m_framerate + 0.5);
+    const double wholeRate = std::floor(d->framerate + 0.5);
     const qsizetype bar = text.indexOf(u'|');
     if (bar < 0) {
         double v;
@@ -544,7 +725,7 @@ double VKCalc::framecountFromString(const QString &original, bool preservingTime
         } else {
             v = sixtiesSum(numbers, numbers.size() - 1) * wholeRate + numbers.last();
         }
-        return labelToRealAtCode(v, m_fps);
+        return labelToRealAtCode(v, d->fps);
     }
 
     // With a rate suffix: the last number is the rate's digits, the one before the frames.
@@ -553,9 +734,9 @@ double VKCalc::framecountFromString(const QString &original, bool preservingTime
     const double seconds = count >= 3 ? sixtiesSum(numbers, count - 2) : 0.0;
     const QString suffix = text.mid(bar + 1);
     double v = seconds;
-    qint32 code = m_fps;
+    VKFrameRateCode code = d->fps;
     if (preservingTime) {
-        const double rate = m_framerate;
+        const double rate = d->framerate;
         const double rate23 = nominal23n();
         if (suffix == u"24")
             v = (seconds * 24 + frames) * rate / 24;
@@ -565,17 +746,17 @@ double VKCalc::framecountFromString(const QString &original, bool preservingTime
             v = (seconds * 30 + frames) * rate / 30;
         else if (suffix == u"23d") {
             const double label = seconds * 24 + frames;
-            if (m_fps == VDCalc23drop)
+            if (d->fps == VDCalc23drop)
                 v = label;
-            else if (m_fps == VDCalc29drop)
+            else if (d->fps == VDCalc29drop)
                 v = dropFCfrom29realFC(realFCfrom23dropFC(label) * 29.97 / rate23);
             else
                 v = realFCfrom23dropFC(label) * rate / rate23;
         } else if (suffix == u"29d") {
             const double label = seconds * 30 + frames;
-            if (m_fps == VDCalc29drop)
+            if (d->fps == VDCalc29drop)
                 v = label;
-            else if (m_fps == VDCalc23drop)
+            else if (d->fps == VDCalc23drop)
                 v = dropFCfrom23realFC(realFCfrom29dropFC(label) * rate23 / 29.97);
             else
                 v = realFCfrom29dropFC(label) * rate / 29.97;
@@ -588,12 +769,12 @@ double VKCalc::framecountFromString(const QString &original, bool preservingTime
         {
             const char16_t *suffix;
             double whole;
-            qint32 code;
+            VKFrameRateCode code;
         };
         static const SuffixRate rates[] = {
-            {u"24", 24, VDCalc24fps},     {u"25", 25, VDCalc25fps},
-            {u"30", 30, VDCalc30fps},     {u"23d", 24, VDCalc23drop},
-            {u"29d", 30, VDCalc29drop},   {u"23n", 24, VDCalc23nondrop},
+            {u"24", 24, VDCalc24fps},      {u"25", 25, VDCalc25fps},
+            {u"30", 30, VDCalc30fps},      {u"23d", 24, VDCalc23drop},
+            {u"29d", 30, VDCalc29drop},    {u"23n", 24, VDCalc23nondrop},
             {u"29n", 30, VDCalc29nondrop},
         };
         for (const SuffixRate &entry : rates) {
@@ -633,16 +814,16 @@ QString VKCalc::stringFromFramecount(double framecount) const
     const bool negative = v < 0;
     if (negative)
         v = -v;
-    if (m_fps == VDCalc23drop)
+    if (d->fps == VDCalc23drop)
         v = dropFCfrom23realFC(std::fabs(v));
-    else if (m_fps == VDCalc29drop)
+    else if (d->fps == VDCalc29drop)
         v = dropFCfrom29realFC(v);
-    return VKTimecodeText::clockString(negative, v, std::floor(m_framerate + 0.5));
+    return VKTimecodeText::clockString(negative, v, std::floor(d->framerate + 0.5));
 }
 
 double VKCalc::framecountFromTCString(const QString &text) const
 {
-    const double wholeRate = std::floor(m_framerate + 0.5);
+    const double wholeRate = std::floor(d->framerate + 0.5);
     const double hours = VKTimecodeText::hoursFromTimecodeString(text);
     const double minutes = VKTimecodeText::minutesFromTimecodeString(text);
     const double seconds = VKTimecodeText::secondsFromTimecodeString(text);
@@ -679,7 +860,7 @@ QString VKCalc::beautifyShortTimestamp(const VKCalcCapture &match, void *context
 
 QString VKCalc::beautifyTimestampString(const QString &text) const
 {
-    QString suffix = VKFrameRate::textCodeForCode(m_fps);
+    QString suffix = VKFrameRate::textCodeForCode(d->fps);
     const QList<double> numbers = VKTimecodeText::digitRuns(text);
     int slots[5] = {0, 0, 0, 0, 0}; // scratch, frames, seconds, minutes, hours
     qsizetype offset = 2;
@@ -706,7 +887,7 @@ QString VKCalc::beautifyShortTimestampString(const QString &text) const
 VKAttributedString VKCalc::colorizeLazyEvaluatedString(const VKAttributedString &text) const
 {
     std::unique_ptr<VKRegex> fresh;
-    const VKRegex &regex = grammar(true, m_keepsCompiledGrammar, fresh);
+    const VKRegex &regex = grammar(true, d->keepsCompiledGrammar, fresh);
     const VKRegex::Match match = regex.search(text.string());
     VKAttributedString result = text;
     const QColor red(Qt::red);

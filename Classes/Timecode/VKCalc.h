@@ -3,17 +3,20 @@
 // timecode, metres of film or a frame count. Also reads and writes the text forms of timecodes.
 #pragma once
 
-#include "Foundation/VKAttributedString.h"
 #include "Foundation/VKExport.h"
 #include "Timecode/VKFrameRate.h"
 
-#include <QList>
+#include <QFlags>
+#include <QMap>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <memory>
-#include <mutex>
 #include <optional>
+
+class VKAttributedString;
+class VKCalcPrivate;
 
 // One recorded capture of the grammar, as the capture walk hands it to its callbacks and
 // reduction handlers (and a whole match, for the beautifier's callbacks).
@@ -26,6 +29,18 @@ struct VK_EXPORT VKCalcCapture
     qsizetype length = 0;
     QString text;
 };
+
+// How an evaluation reads its text: strict time-preserving evaluation is no flag at all.
+enum VKCalcEvaluationOption {
+    VKCalcStrictEvaluation = 0x0,
+    // Keep the duration of a timestamp written at another rate ("PT"); without it its frame
+    // count is kept ("PF").
+    VKCalcPreservingTime = 0x1,
+    // Use the first match anywhere in the text instead of needing the whole text to match.
+    VKCalcLazyEvaluation = 0x2,
+};
+Q_DECLARE_FLAGS(VKCalcEvaluationOptions, VKCalcEvaluationOption)
+Q_DECLARE_OPERATORS_FOR_FLAGS(VKCalcEvaluationOptions)
 
 // The grammar is matched with Oniguruma: the expression is parsed by matching it and evaluated
 // by walking the tree of recorded captures and reducing on a value stack. Time-preserving ("PT")
@@ -48,37 +63,39 @@ public:
     // --- frame rate -------------------------------------------------------------------------
     // Stores the code and takes its nominal rate from the table; a code outside the table is
     // stored but leaves framerate() as it was.
-    void setFps(qint32 code);
-    qint32 fps() const { return m_fps; }
-    double framerate() const { return m_framerate; }
+    void setFps(VKFrameRateCode code);
+    VKFrameRateCode fps() const;
+    double framerate() const;
     // Chooses the code from a measured rate. Every rate above 49.99 selects VDCalc50fps (59.94
     // and 60 included). A rate no test accepts selects VDCalc24fps and is logged once per
     // distinct rate for the life of the process.
     void setFrameRate(float rate, bool drop);
     // Selects a code by its text code ("24" ... "59d"); answers false (and changes nothing) for
     // an unknown text.
-    bool setFpsWithTextCode(const QString &textCode);
+    [[nodiscard]] bool setFpsWithTextCode(const QString &textCode);
 
     // --- evaluation ---------------------------------------------------------------------------
-    std::optional<double> evalPTToFrames(const QString &text);
-    std::optional<double> evalPFToFrames(const QString &text);
-    std::optional<double> lazyevalPTToFrames(const QString &text);
-    std::optional<double> lazyevalPFToFrames(const QString &text);
-    // The four above by flags.
-    std::optional<double> evaluateToFrames(const QString &text, bool preservingTime, bool lazy);
+    [[nodiscard]] std::optional<double> evalPTToFrames(const QString &text);
+    [[nodiscard]] std::optional<double> evalPFToFrames(const QString &text);
+    [[nodiscard]] std::optional<double> lazyevalPTToFrames(const QString &text);
+    [[nodiscard]] std::optional<double> lazyevalPFToFrames(const QString &text);
+    // The four above by options.
+    [[nodiscard]] std::optional<double> evaluateToFrames(const QString &text,
+                                                         VKCalcEvaluationOptions options);
 
     // Evaluate and format for a display mode (VDCalcTime, VDCalcFilmLength, VDCalcDiskSpace,
     // anything else a frame count). A null string when the text does not evaluate. A result
     // beyond the mode's bound shows "∞" or "-∞"; a not-a-number result shows "nan".
-    QString evalPT(const QString &text, qint32 displayMode);
-    QString evalPF(const QString &text, qint32 displayMode);
-    QString lazyevalPT(const QString &text, qint32 displayMode);
-    QString lazyevalPF(const QString &text, qint32 displayMode);
-    QString evaluate(const QString &text, qint32 displayMode, bool preservingTime, bool lazy);
+    QString evalPT(const QString &text, VKDisplayMode displayMode);
+    QString evalPF(const QString &text, VKDisplayMode displayMode);
+    QString lazyevalPT(const QString &text, VKDisplayMode displayMode);
+    QString lazyevalPF(const QString &text, VKDisplayMode displayMode);
+    QString evaluate(const QString &text, VKDisplayMode displayMode,
+                     VKCalcEvaluationOptions options);
 
     // The last displayed results, narrowed to float.
-    float cachedResultPT() const { return m_cachedResultPT; }
-    float cachedResultPF() const { return m_cachedResultPF; }
+    float cachedResultPT() const;
+    float cachedResultPF() const;
 
     // The grammars' texts.
     static QString calcRegexPT();
@@ -86,37 +103,8 @@ public:
 
     // Whether evaluations use the grammars compiled once for the process (the default) or
     // compile them on every call. Results are the same; the second is the slow reference.
-    void setKeepsCompiledGrammar(bool keeps) { m_keepsCompiledGrammar = keeps; }
-    bool keepsCompiledGrammar() const { return m_keepsCompiledGrammar; }
-
-    // --- value stack --------------------------------------------------------------------------
-    // A value is a double or the text of a plain number.
-    void push(const QVariant &value);
-    // The last value, or a null QVariant when the stack is empty.
-    QVariant pop();
-    qsizetype stackDepth() const { return m_stack.size(); }
-    // A value's numeric value: a number as it is, a text read as a decimal number after white
-    // space (the longest numeric prefix), nothing as 0.
-    static double numericValue(const QVariant &value);
-
-    // --- capture walk -------------------------------------------------------------------------
-    void visitAtFirstCapture(const VKCalcCapture &capture);
-    // Calls the reduction handler of the capture's group name ("reduce_<name>").
-    void visitAtLastCapture(const VKCalcCapture &capture);
-    void reduce_tss1(const VKCalcCapture &capture);
-    void reduce_tss2(const VKCalcCapture &capture);
-    void reduce_tsm1(const VKCalcCapture &capture);
-    void reduce_tsm2(const VKCalcCapture &capture);
-    void reduce_tsm3(const VKCalcCapture &capture);
-    void reduce_zm1(const VKCalcCapture &capture);
-    void reduce_zm2(const VKCalcCapture &capture);
-    void reduce_zs1(const VKCalcCapture &capture);
-    void reduce_zs2(const VKCalcCapture &capture);
-    void reduce_z2(const VKCalcCapture &capture);
-    void reduce_ts1PT(const VKCalcCapture &capture);
-    void reduce_ts1PF(const VKCalcCapture &capture);
-    void reduce_ts2PT(const VKCalcCapture &capture);
-    void reduce_ts2PF(const VKCalcCapture &capture);
+    void setKeepsCompiledGrammar(bool keeps);
+    bool keepsCompiledGrammar() const;
 
     // --- text forms ---------------------------------------------------------------------------
     // A clock timestamp (optionally with "|" and a text code) to frames at the current code.
@@ -132,8 +120,6 @@ public:
 
     // Rewrites typed timestamps as canonical "hh:mm:ss.ff|code" text (spaces removed).
     QString beautifyExpression(const QString &text) const;
-    QString beautifyTimestamp(const VKCalcCapture &match, void *contextInfo) const;
-    QString beautifyShortTimestamp(const VKCalcCapture &match, void *contextInfo) const;
     QString beautifyTimestampString(const QString &text) const;
     QString beautifyShortTimestampString(const QString &text) const;
 
@@ -151,20 +137,60 @@ public:
     static double realFCfrom23dropFC(double framecount);
 
     // --- lock ---------------------------------------------------------------------------------
-    void lock() { m_lock.lock(); }
-    void unlock() { m_lock.unlock(); }
-    bool try_lock() { return m_lock.try_lock(); }
+    void lock();
+    void unlock();
+    bool try_lock();
+
+    // --- internals kept for compatibility -----------------------------------------------------
+    // The value stack, the capture walk's callbacks, the reduction handlers (one per recorded
+    // group, "reduce_<name>") and the beautifier's replacement callbacks are public only because
+    // callers of the calculator's original form reach them by name. New code evaluates through
+    // the operations above and does not call these.
+
+    // A value is a double or the text of a plain number.
+    void push(const QVariant &value);
+    // The last value, or a null QVariant when the stack is empty.
+    QVariant pop();
+    qsizetype stackDepth() const;
+    // A value's numeric value: a number as it is, a text read as a decimal number after white
+    // space (the longest numeric prefix), nothing as 0.
+    static double numericValue(const QVariant &value);
+
+    void visitAtFirstCapture(const VKCalcCapture &capture);
+    // Calls the reduction handler of the capture's group name ("reduce_<name>").
+    void visitAtLastCapture(const VKCalcCapture &capture);
+    void reduce_tss1(const VKCalcCapture &capture);
+    void reduce_tss2(const VKCalcCapture &capture);
+    void reduce_tsm1(const VKCalcCapture &capture);
+    void reduce_tsm2(const VKCalcCapture &capture);
+    void reduce_tsm3(const VKCalcCapture &capture);
+    void reduce_zm1(const VKCalcCapture &capture);
+    void reduce_zm2(const VKCalcCapture &capture);
+    // zs1 (left + right) and zs2 (left - right) name groups that no rule of the grammar
+    // records, so the walk never calls them; they stay because their names are part of the
+    // calculator's interface.
+    void reduce_zs1(const VKCalcCapture &capture);
+    void reduce_zs2(const VKCalcCapture &capture);
+    void reduce_z2(const VKCalcCapture &capture);
+    void reduce_ts1PT(const VKCalcCapture &capture);
+    void reduce_ts1PF(const VKCalcCapture &capture);
+    void reduce_ts2PT(const VKCalcCapture &capture);
+    void reduce_ts2PF(const VKCalcCapture &capture);
+
+    QString beautifyTimestamp(const VKCalcCapture &match, void *contextInfo) const;
+    QString beautifyShortTimestamp(const VKCalcCapture &match, void *contextInfo) const;
+
+    // The structure of a mode's compiled grammar: its number of groups, and the name of each
+    // named group by group number (a name may number several groups).
+    static int grammarGroupCount(bool preservingTime);
+    static QMap<int, QString> grammarGroupNames(bool preservingTime);
+    // The group names the walk has a reduction handler for.
+    static QStringList reductionHandlerNames();
 
 private:
     double framecountFromString(const QString &text, bool preservingTime) const;
-    std::optional<double> evaluateUnlocked(const QString &text, bool preservingTime, bool lazy);
+    std::optional<double> evaluateUnlocked(const QString &text, VKCalcEvaluationOptions options);
     void pushBinary(double (*operation)(double, double));
 
-    std::recursive_mutex m_lock;
-    QList<QVariant> m_stack;
-    double m_framerate = 24.0;
-    qint32 m_fps = VDCalc24fps;
-    float m_cachedResultPT = 0.0f;
-    float m_cachedResultPF = 0.0f;
-    bool m_keepsCompiledGrammar = true;
+    std::unique_ptr<VKCalcPrivate> d;
 };

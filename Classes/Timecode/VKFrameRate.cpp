@@ -23,7 +23,7 @@ const QList<VKFrameRateInfo> &VKFrameRate::allFrameRates()
     return table;
 }
 
-std::optional<VKFrameRateInfo> VKFrameRate::infoForCode(qint32 code)
+std::optional<VKFrameRateInfo> VKFrameRate::infoForCode(VKFrameRateCode code)
 {
     const QList<VKFrameRateInfo> &table = allFrameRates();
     if (code < 0 || code >= table.size())
@@ -31,7 +31,7 @@ std::optional<VKFrameRateInfo> VKFrameRate::infoForCode(qint32 code)
     return table[code];
 }
 
-std::optional<qint32> VKFrameRate::codeForTextCode(const QString &textCode)
+std::optional<VKFrameRateCode> VKFrameRate::codeForTextCode(const QString &textCode)
 {
     for (const VKFrameRateInfo &info : allFrameRates()) {
         if (info.textCode == textCode)
@@ -40,7 +40,7 @@ std::optional<qint32> VKFrameRate::codeForTextCode(const QString &textCode)
     return std::nullopt;
 }
 
-QString VKFrameRate::textCodeForCode(qint32 code)
+QString VKFrameRate::textCodeForCode(VKFrameRateCode code)
 {
     const std::optional<VKFrameRateInfo> info = infoForCode(code);
     return info ? info->textCode : QString();

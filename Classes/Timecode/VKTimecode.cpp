@@ -1,5 +1,7 @@
 #include "Timecode/VKTimecode.h"
 
+#include "Foundation/VKAttributedString.h"
+#include "Foundation/VKError.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKFormat.h"
 #include "Timecode/VKCalc.h"
@@ -19,9 +21,33 @@ qint64 saturatedAdd(qint64 a, qint64 b)
     return sum;
 }
 
+// The shared calculator's strict frame-preserving result for `text` at (fps, drop).
+std::optional<double> evaluated(const QString &text, float fps, bool drop)
+{
+    const std::shared_ptr<VKCalc> calc = VKTimecode::sharedCalc();
+    std::lock_guard<VKCalc> guard(*calc);
+    calc->setFrameRate(fps, drop);
+    return calc->evalPFToFrames(text);
+}
+
+// Why `text` is not an expression: the part of it that lax evaluation would use, if any.
+QString notAnExpressionReason(const QString &text)
+{
+    VKCalc calc;
+    const VKAttributedString coloured = calc.colorizeLazyEvaluatedString(VKAttributedString(text));
+    const QColor black(Qt::black);
+    for (const VKAttributedString::Run &run : coloured.runs()) {
+        if (coloured.foregroundColorAtIndex(run.range.location) == black)
+            return QStringLiteral("“%1” is not a timecode expression; only “%2” in it is.")
+                .arg(text, text.mid(run.range.location, run.range.length));
+    }
+    return QStringLiteral("“%1” is not a timecode expression.").arg(text);
+}
+
 } // namespace
 
-VKTimecode::VKTimecode(qint64 frame, float fps, bool drop) : m_frame(frame), m_fps(fps), m_drop(drop)
+VKTimecode::VKTimecode(qint64 frame, float fps, bool drop)
+    : m_frame(frame), m_fps(fps), m_drop(drop)
 {}
 
 VKTimecode::VKTimecode(int hours, int minutes, int seconds, int frames, float fps, bool drop)
@@ -34,11 +60,26 @@ VKTimecode::VKTimecode(int hours, int minutes, int seconds, int frames, float fp
 
 VKTimecode::VKTimecode(const QString &text, float fps, bool drop) : m_fps(fps), m_drop(drop)
 {
-    const std::shared_ptr<VKCalc> calc = sharedCalc();
-    std::lock_guard<VKCalc> guard(*calc);
-    calc->setFrameRate(fps, drop);
-    const std::optional<double> result = calc->evalPFToFrames(text);
+    const std::optional<double> result = evaluated(text, fps, drop);
     m_frame = result ? VKTimecodeText::truncatedToInt64(*result) : 0;
+}
+
+std::optional<VKTimecode> VKTimecode::timecodeFromString(const QString &text, float fps, bool drop,
+                                                         VKError *error)
+{
+    const std::optional<double> result = evaluated(text, fps, drop);
+    if (!result) {
+        VKError::fill(error, VKError::errorWithDescription(VQErrorDomainVessanUtilities, 1,
+                                                           notAnExpressionReason(text)));
+        return std::nullopt;
+    }
+    if (!std::isfinite(*result)) {
+        VKError::fill(error, VKError::errorWithDescription(
+                                 VQErrorDomainVessanUtilities, 2,
+                                 QStringLiteral("“%1” gives no finite frame count.").arg(text)));
+        return std::nullopt;
+    }
+    return VKTimecode(VKTimecodeText::truncatedToInt64(*result), fps, drop);
 }
 
 VKTimecode VKTimecode::timecodeWithFrame(qint64 frame, float fps, bool drop)
@@ -55,7 +96,8 @@ VKTimecode VKTimecode::timecodeByAddingTimecode(const VKTimecode &other, bool pr
                                                 float fps, bool drop) const
 {
     if (m_drop)
-        VKException::raise(VKUnsupportedParameter, "Drop frames are not supported by VKTimecode yet");
+        VKException::raise(VKUnsupportedParameter,
+                           "Drop frames are not supported by VKTimecode yet");
     if (!preservingTime)
         return VKTimecode(saturatedAdd(m_frame, other.m_frame), fps, drop);
     const float seconds = float(other.m_frame) / other.m_fps + float(m_frame) / m_fps;

@@ -9,8 +9,10 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class VKCalc;
+class VKError;
 
 class VK_EXPORT VKTimecode
 {
@@ -29,6 +31,11 @@ public:
 
     static VKTimecode timecodeWithFrame(qint64 frame, float fps, bool drop);
     static VKTimecode timecodeWithString(const QString &text, float fps, bool drop);
+    // The same evaluation, for callers that must tell a bad text from frame 0: nothing when the
+    // text does not evaluate or gives no finite frame count, with `error` (if not null) saying
+    // why in the library's domain (code 1: not an expression, 2: no finite count).
+    [[nodiscard]] static std::optional<VKTimecode>
+    timecodeFromString(const QString &text, float fps, bool drop, VKError *error = nullptr);
 
     qint64 frame() const { return m_frame; }
     void setFrame(qint64 frame) { m_frame = frame; }

@@ -1,5 +1,5 @@
 // Running tools on the frame: the delegate's life cycle, waiting on the event loop, exit codes,
-// and a real tool run as a separate process.
+// the ways a run ends without finishing, and one real tool run as a separate process.
 #include "Application/VKApplication.h"
 #include "Foundation/VKException.h"
 
@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <thread>
 
 namespace {
 
-using Options = VKApplicationOptionConfigurationList;
 using Run = std::function<void(VKApplication &, const std::shared_ptr<VKApplicationArguments> &)>;
 
 class FunctionDelegate : public VKApplicationDelegate
@@ -34,7 +34,7 @@ private:
 
 std::shared_ptr<VKApplicationConfiguration> smallConfiguration()
 {
-    Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+    auto options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
         {"verbose", "v", "Talk more."});
     options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
         {"code", "c", "Exit code.", "int", "n"});
@@ -67,31 +67,6 @@ public:
     static inline std::shared_ptr<VKApplicationArguments> received;
 };
 
-QString probePath()
-{
-    return vkTestBinaryPath("vkapp_probe");
-}
-
-struct ProcessResult
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-ProcessResult runProbe(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(probePath(), arguments);
-    ProcessResult result;
-    if (!process.waitForFinished(20000) || process.exitStatus() != QProcess::NormalExit)
-        return result;
-    result.exitCode = process.exitCode();
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    return result;
-}
-
 } // namespace
 
 TEST(ApplicationRun, WaitsForATimerToFinishTheRun)
@@ -116,7 +91,6 @@ TEST(ApplicationRun, WaitsForATimerToFinishTheRun)
         }),
         {"in.mov", "-v"});
     EXPECT_EQ(result, code);
-    EXPECT_EQ(application.exitCode(), code);
     EXPECT_EQ(order, (QStringList{"delegate", "in.mov", "verbose", "queued", "timer"}));
     EXPECT_EQ(stateInDelegate, VKApplication::State::DelegateRunning);
     EXPECT_EQ(stateInTimer, VKApplication::State::Waiting);
@@ -126,9 +100,8 @@ TEST(ApplicationRun, WaitsForATimerToFinishTheRun)
 
 TEST(ApplicationRun, FinishingInsideTheDelegateNeverWaits)
 {
-    VKApplication application;
     bool queuedRan = false;
-    const qint64 result = application.runWithDelegateClass(
+    const qint64 result = VKApplication().runWithDelegateClass(
         delegateClassRunning([&](VKApplication &app, const auto &) {
             QMetaObject::invokeMethod(
                 QCoreApplication::instance(), [&] { queuedRan = true; }, Qt::QueuedConnection);
@@ -169,15 +142,56 @@ TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
     }
 }
 
-TEST(ApplicationRun, ClassWithoutDelegateIsRejected)
+TEST(ApplicationRun, RunsThatEndWithoutFinishingLeaveADefinedState)
 {
-    const auto nothing = VKApplicationDelegateClass(
+    using State = VKApplication::State;
+    const VKApplicationDelegateClass nothing(
         "Nothing", [] { return std::shared_ptr<VKApplicationDelegate>(); }, nullptr);
-    try {
-        VKApplication().runWithDelegateClass(nothing, {});
-        FAIL() << "expected an exception";
-    } catch (const VKException &exception) {
-        EXPECT_EQ(exception.reason(), "the delegate class Nothing created no delegate");
+    const auto throwing = [](std::function<void()> raise) {
+        return delegateClassRunning([raise](VKApplication &app, const auto &) {
+            app.setExitCode(7);
+            raise();
+        });
+    };
+    // What the application holds afterwards, and what the entry function logs.
+    // clang-format off
+    const struct
+    {
+        const char *name;
+        VKApplicationDelegateClass delegateClass;
+        State state;
+        bool finished, hasDelegate;
+        qint64 exitCode;
+        QString logged;
+    } cases[] = {
+        // clang-format off
+        {"no delegate", nothing, State::Created, false, false, 0,
+         "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
+        {"the library's exception", throwing([] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); }),
+         State::Finished, true, true, 1, "NSInvalidArgumentException stopped the run: bad input 4"},
+        {"a standard exception", throwing([] { throw std::runtime_error("disk full"); }),
+         State::Finished, true, true, 1, "an exception stopped the run: disk full"},
+        {"an exception of another type", throwing([] { throw 42; }),
+         State::Finished, true, true, 1, "an exception of unknown type stopped the run"},
+        // clang-format on
+    };
+    // clang-format on
+    QByteArray program("tool");
+    char *argv[] = {program.data(), nullptr};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKApplication application;
+        EXPECT_ANY_THROW(application.runWithDelegateClass(c.delegateClass, {}));
+        EXPECT_EQ(application.state(), c.state);
+        EXPECT_EQ(application.isFinished(), c.finished);
+        EXPECT_EQ(application.delegate() != nullptr, c.hasDelegate);
+        EXPECT_EQ(application.exitCode(), c.exitCode);
+        // The entry function reports each and answers 1.
+        VKLogCapture log;
+        EXPECT_EQ(VKRunApplicationWithDelegateClass(c.delegateClass, 1, argv), 1);
+        EXPECT_EQ(log.messages(), QStringList{c.logged});
+        ASSERT_EQ(log.entries().size(), 1);
+        EXPECT_EQ(log.entries()[0].prettyFunctionOutput, "VKRunApplicationWithDelegateClass");
     }
 }
 
@@ -194,81 +208,31 @@ TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
     ASSERT_NE(ImmediateDelegate::received, nullptr);
     EXPECT_EQ(ImmediateDelegate::received->arguments(),
               (QStringList{QString::fromUtf8("Grüße"), "", QStringLiteral("a\uFFFD")}));
-
     EXPECT_EQ(VKRunApplicationWithDelegateClass<ImmediateDelegate>(1, argv), 0);
-    EXPECT_TRUE(ImmediateDelegate::received->arguments().isEmpty());
-    EXPECT_TRUE(ImmediateDelegate::received->parameters().isEmpty());
-    EXPECT_TRUE(ImmediateDelegate::received->options().isEmpty());
+    EXPECT_TRUE(
+        ImmediateDelegate::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
     EXPECT_EQ(VKApplicationDelegateClass::of<ImmediateDelegate>().className(),
               "(anonymous namespace)::ImmediateDelegate");
 }
 
-TEST(ApplicationRun, EntryFunctionReportsEscapingExceptions)
+TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
 {
-    VKLogCapture log;
-    QByteArray program("tool");
-    char *argv[] = {program.data(), nullptr};
-    const auto throwing = delegateClassRunning([](VKApplication &, const auto &) {
-        VKException::raise(VKInvalidArgumentException, "bad input %d", 4);
-    });
-    EXPECT_EQ(VKRunApplicationWithDelegateClass(throwing, 1, argv), 1);
-    EXPECT_EQ(log.messages(),
-              QStringList{"NSInvalidArgumentException stopped the run: bad input 4"});
-}
-
-TEST(ApplicationTool, ExitStatusIsTheDelegateCodeAfterATimer)
-{
-    const ProcessResult result = runProbe({"--delay", "0.25", "-x", "7", "in.mov"});
-    EXPECT_EQ(result.exitCode, 7) << result.err.toStdString();
-    EXPECT_EQ(result.out, QByteArray("argument [in.mov]\n"
-                                     "parameter delay [0.25]\n"
-                                     "parameter exit [7]\n"
-                                     "returning while delegate running\n"
-                                     "finishing while waiting\n"));
-    EXPECT_EQ(runProbe({"--exit", "3"}).exitCode, 3);
-    EXPECT_EQ(runProbe({}).exitCode, 0);
-}
-
-TEST(ApplicationTool, PrintsItsUsageByteForByte)
-{
-    const ProcessResult result = runProbe({"-v", "--help", "ignored"});
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.out, QByteArray("usage: probe [options] files\xe2\x80\xa6\n"
-                                     "\n"
-                                     "OPTIONS\n"
-                                     "\t-v, --verbose\n"
-                                     "\t\tTalk more.\n"
-                                     "\n"
-                                     "\t-h, --help\n"
-                                     "\t\tPrint this text.\n"
-                                     "\n"
-                                     "\t-x, --exit <code>\n"
-                                     "\t\tExit code.\n"
-                                     "\n"
-                                     "\t-d, --delay <seconds>\n"
-                                     "\t\tSeconds to wait before finishing.\n"
-                                     "\n"
-                                     "\t-n, --name <n\xc3\xa4me>\n"
-                                     "\t\tName f\xc3\xbcr den Bericht \xe2\x80\x93 \xc3\xbc.\n"
-                                     "\n"
-                                     "\n"
-                                     "Exit status: the --exit code (100% honest).\n"));
-    EXPECT_TRUE(result.err.isEmpty()) << result.err.toStdString();
-}
-
-TEST(ApplicationTool, CarriesUtf8ThroughAndDoublesPercentPairs)
-{
-    const QString name = QString::fromUtf8("Grüße 日本 😀");
-    const ProcessResult result =
-        runProbe({name, "--name", "--verbose", "", "50%%", "-s", "--s", "-d", ".1e"});
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(QString::fromUtf8(result.out), QString::fromUtf8("argument [Grüße 日本 😀]\n"
-                                                               "argument []\n"
-                                                               "argument [50%%%%]\n"
-                                                               "argument [--s]\n"
-                                                               "parameter delay [0.1]\n"
-                                                               "parameter name [--verbose]\n"
-                                                               "option secret\n"
-                                                               "returning while delegate running\n"
-                                                               "finishing while waiting\n"));
+    QProcess process;
+    process.start(vkTestBinaryPath("vkapp_probe"),
+                  {QString::fromUtf8("Grüße 😀"), "--delay", "0.25", "-x", "7", "50%%", "--help"});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 7);
+    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()),
+              QString::fromUtf8("argument [Grüße 😀]\n"
+                                "argument [50%%%%]\n"
+                                "parameter delay [0.25]\n"
+                                "parameter exit [7]\n"
+                                "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
+                                "\t-x, --exit <code>\n\t\tExit code.\n\n"
+                                "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
+                                "\n(100% honest)\n"
+                                "returning while delegate running\n"
+                                "finishing while waiting\n"));
+    EXPECT_EQ(process.readAllStandardError(), QByteArray());
 }

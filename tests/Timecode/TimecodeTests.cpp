@@ -1,10 +1,10 @@
 #include "Timecode/VKCalc.h"
 #include "Timecode/VKTimecode.h"
 
+#include "Foundation/VKError.h"
 #include "Foundation/VKException.h"
 #include "VKTestSupport.h"
 
-#include <QHash>
 #include <QSet>
 
 #include <gtest/gtest.h>
@@ -12,117 +12,140 @@
 #include <atomic>
 #include <cmath>
 #include <limits>
-#include <ostream>
 #include <thread>
 
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << (text.isNull() ? std::string("(null)") : '"' + text.toStdString() + '"');
-}
+namespace {
 
-TEST(VKTimecode, ClockFormAtWholeAndDropRates)
+constexpr qint64 kMax = std::numeric_limits<qint64>::max();
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+} // namespace
+
+TEST(VKTimecode, ClockForm)
 {
-    EXPECT_EQ(VKTimecode(90000, 25, false).timecodeString(), "01:00:00.00");
-    EXPECT_EQ(VKTimecode(-30, 25, false).timecodeString(), "-00:00:01.05");
-    EXPECT_EQ(VKTimecode(2160024, 24, false).timecodeString(), "25:00:01.00");
-    EXPECT_EQ(VKTimecode(1800, 29.97f, true).timecodeString(), "00:01:00.02");
-    EXPECT_EQ(VKTimecode(107892, 29.97f, true).timecodeString(), "01:00:00.00");
-    EXPECT_EQ(VKTimecode(1799, 29.97f, true).timecodeString(), "00:00:59.29");
-    EXPECT_EQ(VKTimecode(17982, 29.97f, true).timecodeString(), "00:10:00.00");
-    EXPECT_EQ(VKTimecode(-1800, 29.97f, true).timecodeString(), "-00:01:00.02");
-    EXPECT_EQ(VKTimecode(1440, 23.976f, true).timecodeString(), "00:01:00.02");
-    EXPECT_EQ(VKTimecode(1800, 29.97f, false).timecodeString(), "00:01:00.00");
-    // 59.94 has no drop conversion; 23.976 without drop counts whole seconds of 24.
-    EXPECT_EQ(VKTimecode(3600, 59.94f, true).timecodeString(), "00:01:00.00");
-    EXPECT_EQ(VKTimecode(1440, 23.976f, false).timecodeString(), "00:01:00.00");
-    // Hours are never wrapped and take the digits they need.
-    EXPECT_EQ(VKTimecode(qint64(25) * 3600 * 1000, 25, false).timecodeString(), "1000:00:00.00");
-    EXPECT_EQ(VKTimecode(std::numeric_limits<qint64>::max(), 1, false).timecodeString(),
-              "2562047788015215:30:08.00");
+    // clang-format off
+    const struct { qint64 frame; float fps; bool drop; const char *text; } cases[] = {
+        {90000, 25, false, "01:00:00.00"}, {-30, 25, false, "-00:00:01.05"},
+        {2160024, 24, false, "25:00:01.00"}, {1800, 29.97f, true, "00:01:00.02"},
+        {107892, 29.97f, true, "01:00:00.00"}, {1799, 29.97f, true, "00:00:59.29"},
+        {17982, 29.97f, true, "00:10:00.00"}, {-1800, 29.97f, true, "-00:01:00.02"},
+        {1440, 23.976f, true, "00:01:00.02"}, {1800, 29.97f, false, "00:01:00.00"},
+        {3600, 59.94f, true, "00:01:00.00"}, // no drop conversion at 59.94
+        {1440, 23.976f, false, "00:01:00.00"},
+        {qint64(25) * 3600 * 1000, 25, false, "1000:00:00.00"}, // hours never wrap
+        {kMax, 1, false, "2562047788015215:30:08.00"},
+        // Rates that give no finite clock.
+        {100, 0, false, "∞"}, {-100, 0, false, "-∞"}, {0, 0, false, "nan"}, {5, kNaN, false, "nan"},
+        {5, std::numeric_limits<float>::infinity(), false, "nan"}, {25, -25, false, "00:00:-01.00"},
+    };
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(VKTimecode(c.frame, c.fps, c.drop).timecodeString(), QString::fromUtf8(c.text))
+            << c.frame << " at " << c.fps << (c.drop ? " drop" : "");
     EXPECT_EQ(VKTimecode(90000, 25, false).description(), "01:00:00.00 (25.00, 0)");
     EXPECT_EQ(VKTimecode(1800, 29.97f, true).description(), "00:01:00.02 (29.97, 1)");
-}
-
-TEST(VKTimecode, RatesWithoutAFiniteClockHaveDefinedTexts)
-{
-    EXPECT_EQ(VKTimecode(100, 0, false).timecodeString(), "∞");
-    EXPECT_EQ(VKTimecode(-100, 0, false).timecodeString(), "-∞");
-    EXPECT_EQ(VKTimecode(0, 0, false).timecodeString(), "nan");
     EXPECT_EQ(VKTimecode().description(), "nan (0.00, 0)");
-    EXPECT_EQ(VKTimecode(5, std::numeric_limits<float>::quiet_NaN(), false).timecodeString(), "nan");
-    EXPECT_EQ(VKTimecode(5, std::numeric_limits<float>::infinity(), false).timecodeString(), "nan");
-    EXPECT_EQ(VKTimecode(25, -25, false).timecodeString(), "00:00:-01.00");
 }
 
 TEST(VKTimecode, ClockFieldInitialiser)
 {
-    EXPECT_EQ(VKTimecode(1, 0, 0, 5, 29.97f, true).frame(), 108005);
-    EXPECT_EQ(VKTimecode(1, 0, 0, 5, 29.97f, true).drop(), true);
-    EXPECT_EQ(VKTimecode(0, 0, 1, 0, 23.5f, false).frame(), 24);   // half away from zero
-    EXPECT_EQ(VKTimecode(0, 0, 1, 0, -23.5f, false).frame(), -24);
-    EXPECT_EQ(VKTimecode(0, 0, -1, 3, 25, false).frame(), -22);
-    EXPECT_EQ(VKTimecode(100, 0, 0, 0, 25, false).frame(), 9000000);
-    EXPECT_EQ(VKTimecode(0, 0, 1, 0, std::numeric_limits<float>::quiet_NaN(), false).frame(), 0);
-    EXPECT_EQ(VKTimecode(1, 0, 0, 1, 3e38f, false).frame(), std::numeric_limits<qint64>::max());
+    // clang-format off
+    const struct { int hours, minutes, seconds, frames; float fps; qint64 frame; } cases[] = {
+        {1, 0, 0, 5, 29.97f, 108005}, // round(29.97) = 30, no drop conversion
+        {0, 0, 1, 0, 23.5f, 24},      // half away from zero
+        {0, 0, 1, 0, -23.5f, -24},    {0, 0, -1, 3, 25, -22},
+        {0, 0, 1, 30, 25, 55}, // frames at or above the rate are added as they are
+        {100, 0, 0, 0, 25, 9000000},  {0, 0, 1, 0, kNaN, 0}, {1, 0, 0, 1, 3e38f, kMax},
+    };
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(VKTimecode(c.hours, c.minutes, c.seconds, c.frames, c.fps, true).frame(), c.frame)
+            << c.hours << ":" << c.minutes << ":" << c.seconds << "." << c.frames << " at "
+            << c.fps;
+    EXPECT_TRUE(VKTimecode(1, 0, 0, 5, 29.97f, true).drop());
 }
 
-TEST(VKTimecode, TextInitialiserUsesStrictFramePreservingEvaluation)
+TEST(VKTimecode, TextInitialiserAndTheFactoryThatSaysWhy)
 {
-    EXPECT_EQ(VKTimecode("01:00:00.00+10", 25, false).frame(), 90010);
-    EXPECT_EQ(VKTimecode::timecodeWithString("01000000|25", 24, false).frame(), 90000);
-    EXPECT_EQ(VKTimecode("00:00:01.00|24", 25, false).frame(), 24);
-    EXPECT_EQ(VKTimecode("00:01:00.02", 29.97f, true).frame(), 1800);
-    EXPECT_EQ(VKTimecode("00:00:10.00/4", 25, false).frame(), 62);
-    EXPECT_EQ(VKTimecode("00:00:01.00/(1-1)", 25, false).frame(),
-              std::numeric_limits<qint64>::max());
-    EXPECT_EQ(VKTimecode("(1-1)/(1-1)", 25, false).frame(), 0);
-    const VKTimecode bad("garbage", 25, true);
-    EXPECT_EQ(bad.frame(), 0);
-    EXPECT_EQ(bad.fps(), 25.0f);
-    EXPECT_TRUE(bad.drop());
-    EXPECT_EQ(VKTimecode("01:00:00.00+", 25, false).frame(), 0); // strict, not lax
+    // clang-format off
+    const struct
+    {
+        const char *text;
+        float fps;
+        bool drop;
+        qint64 frame;        // what the initialiser gives
+        const char *failure; // what the factory says, or null when it answers the same frame
+    } cases[] = {
+        {"01:00:00.00+10", 25, false, 90010, nullptr}, {"01000000|25", 24, false, 90000, nullptr},
+        {"00:00:01.00|24", 25, false, 24, nullptr}, // frame-preserving
+        {"00:01:00.02", 29.97f, true, 1800, nullptr}, {"00:00:10.00/4", 25, false, 62, nullptr},
+        {"01:00:00.00+", 25, false, 0,
+         "“01:00:00.00+” is not a timecode expression; only “01:00:00.00” in it is."},
+        {"+00:00:01.00", 25, false, 0,
+         "“+00:00:01.00” is not a timecode expression; only “00:00:01.00” in it is."},
+        {"garbage", 25, true, 0, "“garbage” is not a timecode expression."},
+        {"", 25, false, 0, "“” is not a timecode expression."},
+        {"00:00:01.00/(1-1)", 25, false, kMax, "“00:00:01.00/(1-1)” gives no finite frame count."},
+        {"(1-1)/(1-1)", 25, false, 0, "“(1-1)/(1-1)” gives no finite frame count."},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        const VKTimecode timecode(c.text, c.fps, c.drop);
+        EXPECT_EQ(timecode, VKTimecode(c.frame, c.fps, c.drop));
+        EXPECT_EQ(VKTimecode::timecodeWithString(c.text, c.fps, c.drop), timecode);
+        VKError error;
+        const std::optional<VKTimecode> made =
+            VKTimecode::timecodeFromString(c.text, c.fps, c.drop, &error);
+        if (c.failure) {
+            EXPECT_FALSE(made);
+            EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
+            EXPECT_EQ(error.code(), QByteArray(c.failure).contains("finite") ? 2 : 1);
+            EXPECT_EQ(error.localizedDescription(), QString::fromUtf8(c.failure));
+        } else {
+            EXPECT_EQ(made, timecode);
+            EXPECT_TRUE(error.isNull());
+        }
+    }
+    EXPECT_FALSE(VKTimecode::timecodeFromString("x", 25, false)); // the error may be null
 }
 
 TEST(VKTimecode, AddingFrameByFrameOrPreservingTime)
 {
-    const VKTimecode a(24, 24, false);
-    const VKTimecode b(25, 25, false);
-    EXPECT_EQ(a.timecodeByAddingTimecode(b, true, 25, false).frame(), 50);
-    EXPECT_EQ(a.timecodeByAddingTimecode(b, false, 25, false).frame(), 49);
-    const VKTimecode sum = a.timecodeByAddingTimecode(b, true, 30, true);
-    EXPECT_EQ(sum.fps(), 30.0f);
-    EXPECT_TRUE(sum.drop());
-    EXPECT_EQ(sum.frame(), 60);
-    const VKTimecode third(1, 3, false);
-    EXPECT_EQ(third.timecodeByAddingTimecode(third, true, 3, false).frame(), 2);
-    // In float arithmetic; doubles would give 57 and 125.
-    const VKTimecode at25(29, 25, false);
-    EXPECT_EQ(at25.timecodeByAddingTimecode(at25, true, 25, false).frame(), 58);
-    const VKTimecode at24(50, 24, false);
-    EXPECT_EQ(at24.timecodeByAddingTimecode(at24, true, 30, false).frame(), 124);
-    EXPECT_EQ(VKTimecode(-10, 25, false).timecodeByAddingTimecode(VKTimecode(3, 25, false), false,
-                                                                 25, false)
-                  .frame(),
-              -7);
-    EXPECT_EQ(VKTimecode(std::numeric_limits<qint64>::max(), 25, false)
-                  .timecodeByAddingTimecode(VKTimecode(1, 25, false), false, 25, false)
-                  .frame(),
-              std::numeric_limits<qint64>::max());
-    EXPECT_EQ(VKTimecode(5, 0, false).timecodeByAddingTimecode(VKTimecode(5, 0, false), true, 25,
-                                                              false)
-                  .frame(),
-              std::numeric_limits<qint64>::max());
-    // Only the receiver's drop flag is refused.
-    EXPECT_NO_THROW(VKTimecode(1, 25, false).timecodeByAddingTimecode(VKTimecode(1, 29.97f, true),
-                                                                     true, 29.97f, true));
-    try {
-        VKTimecode(1, 29.97f, true).timecodeByAddingTimecode(VKTimecode(1, 25, false), false, 25,
-                                                             false);
-        FAIL() << "no exception";
-    } catch (const VKException &e) {
-        EXPECT_EQ(e.name(), "VKUnsupportedParameter");
-        EXPECT_EQ(e.reason(), "Drop frames are not supported by VKTimecode yet");
+    // clang-format off
+    const struct
+    {
+        VKTimecode receiver, other;
+        bool preservingTime;
+        float fps;
+        qint64 frame;
+    } cases[] = {
+        {{24, 24, false}, {25, 25, false}, true, 25, 50},
+        {{24, 24, false}, {25, 25, false}, false, 25, 49},
+        {{24, 24, false}, {25, 25, false}, true, 30, 60},
+        {{1, 3, false}, {1, 3, false}, true, 3, 2},
+        // In float arithmetic; doubles would give 57 and 125.
+        {{29, 25, false}, {29, 25, false}, true, 25, 58},
+        {{50, 24, false}, {50, 24, false}, true, 30, 124},
+        {{-10, 25, false}, {3, 25, false}, false, 25, -7},
+        {{kMax, 25, false}, {1, 25, false}, false, 25, kMax},
+        {{5, 0, false}, {5, 0, false}, true, 25, kMax},
+        // Only the receiver's drop flag is refused.
+        {{1, 25, false}, {1, 29.97f, true}, true, 29.97f, 2},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        const VKTimecode sum =
+            c.receiver.timecodeByAddingTimecode(c.other, c.preservingTime, c.fps, true);
+        EXPECT_EQ(sum, VKTimecode(c.frame, c.fps, true))
+            << c.receiver.description().toStdString() << " + "
+            << c.other.description().toStdString();
     }
+    EXPECT_EQ(vkRaisedBy([] {
+                  (void)VKTimecode(1, 29.97f, true)
+                      .timecodeByAddingTimecode(VKTimecode(1, 25, false), false, 25, false);
+              }),
+              "VKUnsupportedParameter|Drop frames are not supported by VKTimecode yet");
 }
 
 TEST(VKTimecode, EqualityAndHash)
@@ -134,46 +157,92 @@ TEST(VKTimecode, EqualityAndHash)
     EXPECT_NE(VKTimecode(1, 29.97f, false), VKTimecode(1, 29.970001f, false));
     EXPECT_EQ(VKTimecode(1, 0.0f, false), VKTimecode(1, -0.0f, false));
     EXPECT_EQ(qHash(VKTimecode(1, 0.0f, false)), qHash(VKTimecode(1, -0.0f, false)));
-    const VKTimecode nan(1, std::numeric_limits<float>::quiet_NaN(), false);
+    const VKTimecode nan(1, kNaN, false);
     EXPECT_TRUE(nan.isEqual(nan)); // the identical object
     EXPECT_FALSE(nan.isEqual(VKTimecode(nan)));
-    QSet<VKTimecode> set{a, VKTimecode(100, 25, false), VKTimecode(100, 25, true)};
-    EXPECT_EQ(set.size(), 2);
+    EXPECT_EQ((QSet<VKTimecode>{a, VKTimecode(100, 25, false), VKTimecode(100, 25, true)}).size(),
+              2);
     EXPECT_EQ(std::hash<VKTimecode>()(a), qHash(a));
 }
 
 TEST(VKCalcDropFrame, ConversionsAtBlockAndMinuteBoundaries)
 {
-    const double real29[] = {0, 1799, 1800, 17981, 17982, 17983, 35964, 107892};
-    const double label29[] = {0, 1799, 1802, 17999, 18000, 18001, 36000, 108000};
-    for (size_t i = 0; i < std::size(real29); ++i) {
-        EXPECT_EQ(VKCalc::dropFCfrom29realFC(real29[i]), label29[i]) << real29[i];
-        EXPECT_EQ(VKCalc::realFCfrom29dropFC(label29[i]), real29[i]) << label29[i];
-    }
-    // Labels skipped at a minute start land on the frame before.
-    EXPECT_EQ(VKCalc::realFCfrom29dropFC(1800), 1799);
-    EXPECT_EQ(VKCalc::realFCfrom29dropFC(1801), 1799);
-    EXPECT_EQ(VKCalc::realFCfrom29dropFC(1802), 1800);
-    EXPECT_EQ(VKCalc::realFCfrom29dropFC(18000), 17982);
-    EXPECT_EQ(VKCalc::dropFCfrom23realFC(1440), 1442);
-    EXPECT_EQ(VKCalc::dropFCfrom23realFC(14382), 14400);
-    EXPECT_EQ(VKCalc::dropFCfrom23realFC(1439), 1439);
-    EXPECT_EQ(VKCalc::realFCfrom23dropFC(1442), 1440);
-    EXPECT_EQ(VKCalc::realFCfrom23dropFC(14400), 14382);
-    EXPECT_EQ(VKCalc::realFCfrom23dropFC(1440), 1439);
-    // Rounding half up before the one-based count.
-    EXPECT_EQ(VKCalc::dropFCfrom29realFC(1799.5), 1802);
-    EXPECT_EQ(VKCalc::dropFCfrom29realFC(1799.49), 1799);
-    // Round trip over the first two ten-minute blocks.
+    using F = double (*)(double);
+    // clang-format off
+    const struct { const char *name; F convert; double in, out; } cases[] = {
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 0, 0},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 1799, 1799},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 1800, 1802},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 17981, 17999},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 17982, 18000},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 17983, 18001},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 107892, 108000},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 1799.5, 1802}, // rounds half up first
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 1799.49, 1799},
+        {"29 real->label", VKCalc::dropFCfrom29realFC, -5, -4}, // C division of negatives
+        {"29 real->label", VKCalc::dropFCfrom29realFC, 17982.0 * 200000, 18000.0 * 200000},
+        {"29 label->real", VKCalc::realFCfrom29dropFC, 1800, 1799}, // skipped labels
+        {"29 label->real", VKCalc::realFCfrom29dropFC, 1801, 1799},
+        {"29 label->real", VKCalc::realFCfrom29dropFC, 1802, 1800},
+        {"29 label->real", VKCalc::realFCfrom29dropFC, 18000, 17982},
+        {"29 label->real", VKCalc::realFCfrom29dropFC, -INFINITY, -INFINITY},
+        {"23 real->label", VKCalc::dropFCfrom23realFC, 1439, 1439},
+        {"23 real->label", VKCalc::dropFCfrom23realFC, 1440, 1442},
+        {"23 real->label", VKCalc::dropFCfrom23realFC, 14382, 14400},
+        {"23 label->real", VKCalc::realFCfrom23dropFC, 1440, 1439},
+        {"23 label->real", VKCalc::realFCfrom23dropFC, 1442, 1440},
+        {"23 label->real", VKCalc::realFCfrom23dropFC, 14400, 14382},
+        {"23 label->real", VKCalc::realFCfrom23dropFC, -20000, -19981},
+    };
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(c.convert(c.in), c.out) << c.name << " " << c.in;
+    EXPECT_TRUE(std::isnan(VKCalc::dropFCfrom23realFC(std::nan(""))));
     for (int n = 0; n < 2 * 17982 + 5; n += 7)
         ASSERT_EQ(VKCalc::realFCfrom29dropFC(VKCalc::dropFCfrom29realFC(n)), n) << n;
-    // Negative counts follow C division (truncation toward zero).
-    EXPECT_EQ(VKCalc::dropFCfrom29realFC(-5), -4);
-    EXPECT_EQ(VKCalc::realFCfrom23dropFC(-20000), -19981);
-    // Beyond 32 bits the count continues instead of wrapping; non-finite counts pass through.
-    EXPECT_EQ(VKCalc::dropFCfrom29realFC(17982.0 * 200000), 18000.0 * 200000);
-    EXPECT_TRUE(std::isnan(VKCalc::dropFCfrom23realFC(std::nan(""))));
-    EXPECT_EQ(VKCalc::realFCfrom29dropFC(-INFINITY), -INFINITY);
+}
+
+TEST(VKCalcFrameRate, TheTableOfCodes)
+{
+    // clang-format off
+    const struct { VKFrameRateCode code; const char *text; double rate; bool drop; } rows[] = {
+        {VDCalc24fps, "24", 24, false},         {VDCalc25fps, "25", 25, false},
+        {VDCalc30fps, "30", 30, false},         {VDCalc23drop, "23d", 24, true},
+        {VDCalc29drop, "29d", 30, true},        {VDCalc23nondrop, "23n", 23.97000000000166, false},
+        {VDCalc29nondrop, "29n", 29.97, false}, {VDCalc50fps, "50", 50, false},
+        {VDCalc60fps, "60", 60, false},         {VDCalc59nondrop, "59n", 59.940059940059946, false},
+        {VDCalc59drop, "59d", 60, true},
+    };
+    // clang-format on
+    ASSERT_EQ(VKFrameRate::allFrameRates().size(), 11);
+    VKCalc calc;
+    for (int i = 0; i < 11; ++i) {
+        const auto &row = rows[i];
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(row.code, i);
+        const VKFrameRateInfo &info = VKFrameRate::allFrameRates()[i];
+        EXPECT_EQ(info.code, row.code);
+        EXPECT_EQ(info.textCode, row.text);
+        EXPECT_EQ(info.nominalRate, row.rate);
+        EXPECT_EQ(info.drop, row.drop);
+        EXPECT_EQ(VKFrameRate::codeForTextCode(row.text), row.code);
+        EXPECT_EQ(VKFrameRate::textCodeForCode(row.code), row.text);
+        calc.setFps(row.code);
+        EXPECT_EQ(calc.framerate(), row.rate);
+    }
+    // A code outside the table is stored and keeps the rate.
+    calc.setFps(VDCalc25fps);
+    for (VKFrameRateCode outside : {VKFrameRateCode(11), VKFrameRateCode(-1)}) {
+        calc.setFps(outside);
+        EXPECT_EQ(calc.fps(), outside);
+        EXPECT_EQ(calc.framerate(), 25.0);
+        EXPECT_FALSE(VKFrameRate::infoForCode(outside));
+        EXPECT_TRUE(VKFrameRate::textCodeForCode(outside).isNull());
+    }
+    EXPECT_FALSE(calc.setFpsWithTextCode("29D"));
+    EXPECT_EQ(calc.fps(), VKFrameRateCode(-1));
+    EXPECT_TRUE(calc.setFpsWithTextCode("59n"));
+    EXPECT_EQ(calc.fps(), VDCalc59nondrop);
 }
 
 TEST(VKCalcFrameRate, CodesFromMeasuredRatesAndTheOnceOnlyLog)
@@ -181,29 +250,23 @@ TEST(VKCalcFrameRate, CodesFromMeasuredRatesAndTheOnceOnlyLog)
     VKLogCapture log;
     VKCalc calc;
     EXPECT_EQ(calc.fps(), VDCalc24fps);
-    EXPECT_EQ(calc.framerate(), 24.0);
-    struct Row
-    {
-        float rate;
-        bool drop;
-        qint32 code;
-    };
-    const Row rows[] = {
-        {23.976f, true, VDCalc23drop},  {23.976f, false, VDCalc23nondrop},
-        {23.98f, true, VDCalc23drop},   {24.0f, true, VDCalc24fps},
-        {25.0f, false, VDCalc25fps},    {29.97f, true, VDCalc29drop},
+    // clang-format off
+    const struct { float rate; bool drop; VKFrameRateCode code; } rows[] = {
+        {23.976f, true, VDCalc23drop},    {23.976f, false, VDCalc23nondrop},
+        {23.98f, true, VDCalc23drop},     {24.0f, true, VDCalc24fps},
+        {25.0f, false, VDCalc25fps},      {29.97f, true, VDCalc29drop},
         {29.97f, false, VDCalc29nondrop}, {29.98f, false, VDCalc29nondrop},
-        {30.0f, true, VDCalc30fps},     {50.0f, false, VDCalc50fps},
-        {59.94f, true, VDCalc50fps},    {60.0f, false, VDCalc50fps},
-        {120.0f, false, VDCalc50fps},   {49.991f, false, VDCalc50fps},
+        {30.0f, true, VDCalc30fps},       {50.0f, false, VDCalc50fps},
+        {59.94f, true, VDCalc50fps},      {60.0f, false, VDCalc50fps},
+        {120.0f, false, VDCalc50fps},     {49.991f, false, VDCalc50fps},
     };
-    for (const Row &row : rows) {
+    // clang-format on
+    for (const auto &row : rows) {
         calc.setFps(VDCalc30fps);
         calc.setFrameRate(row.rate, row.drop);
         EXPECT_EQ(calc.fps(), row.code) << row.rate;
     }
     EXPECT_TRUE(log.entries().isEmpty());
-    calc.setFrameRate(60, false);
     EXPECT_EQ(calc.framerate(), 50.0);
 
     // Rates no test accepts, each reported once per process: the bounds are exclusive.
@@ -216,48 +279,19 @@ TEST(VKCalcFrameRate, CodesFromMeasuredRatesAndTheOnceOnlyLog)
     }
     const QList<VKLogEntry> entries = log.entries();
     ASSERT_EQ(entries.size(), int(std::size(unknown)));
-    EXPECT_EQ(entries[0].message, "Unknown framerate: 48.000000 this message will only be logged once");
+    EXPECT_EQ(entries[0].message,
+              "Unknown framerate: 48.000000 this message will only be logged once");
     EXPECT_EQ(entries[0].level, VKLogLevel::Error);
     EXPECT_EQ(entries[0].className, "VKCalc");
     EXPECT_EQ(entries[0].prettyFunctionOutput, "-[VKCalc setFrameRate:drop:]");
     EXPECT_EQ(entries[0].pointer, vkFormat("%p", static_cast<const void *>(&calc)));
-    EXPECT_EQ(entries[3].message, "Unknown framerate: 49.990002 this message will only be logged once");
+    EXPECT_EQ(entries[3].message,
+              "Unknown framerate: 49.990002 this message will only be logged once");
     // Another calculator does not report a rate again; -0 is the rate 0.
     VKCalc other;
     other.setFrameRate(48.0f, false);
     other.setFrameRate(-0.0f, false);
     EXPECT_EQ(log.entries().size(), int(std::size(unknown)));
-}
-
-TEST(VKCalcFrameRate, TableAndTextCodes)
-{
-    VKCalc calc;
-    const char *codes[] = {"24", "25", "30", "23d", "29d", "23n", "29n", "50", "60", "59n", "59d"};
-    const double rates[] = {24, 25, 30, 24, 30, 23.97000000000166, 29.97, 50, 60,
-                            59.940059940059946, 60};
-    for (qint32 code = 0; code < 11; ++code) {
-        calc.setFps(code);
-        EXPECT_EQ(calc.framerate(), rates[code]) << code;
-        EXPECT_EQ(VKFrameRate::textCodeForCode(code), codes[code]);
-        EXPECT_EQ(VKFrameRate::codeForTextCode(codes[code]), code);
-    }
-    EXPECT_EQ(std::bit_cast<quint64>(VKFrameRate::infoForCode(VDCalc23nondrop)->nominalRate),
-              0x4037F851EB85208CULL);
-    EXPECT_EQ(std::bit_cast<quint64>(VKFrameRate::infoForCode(VDCalc59nondrop)->nominalRate),
-              0x404DF853E2556B29ULL);
-    EXPECT_TRUE(VKFrameRate::infoForCode(VDCalc59drop)->drop);
-    EXPECT_FALSE(VKFrameRate::infoForCode(VDCalc59nondrop)->drop);
-    // A code outside the table is stored and keeps the rate.
-    calc.setFps(VDCalc25fps);
-    calc.setFps(11);
-    EXPECT_EQ(calc.fps(), 11);
-    EXPECT_EQ(calc.framerate(), 25.0);
-    calc.setFps(-1);
-    EXPECT_EQ(calc.framerate(), 25.0);
-    EXPECT_FALSE(calc.setFpsWithTextCode("29D"));
-    EXPECT_EQ(calc.fps(), -1);
-    EXPECT_TRUE(calc.setFpsWithTextCode("59n"));
-    EXPECT_EQ(calc.fps(), VDCalc59nondrop);
 }
 
 TEST(VKTimecodeThreads, TextInitialisersAtDifferentRatesDoNotMix)
@@ -270,8 +304,7 @@ TEST(VKTimecodeThreads, TextInitialisersAtDifferentRatesDoNotMix)
         threads.emplace_back([t, &rates, &failures] {
             for (int i = 0; i < 400; ++i) {
                 const VKTimecode tc(QStringLiteral("00:00:02.00+%1").arg(i + 1), rates[t], false);
-                const qint64 expected = (t == 3 ? 60 : qint64(rates[t]) * 2) + i + 1;
-                if (tc.frame() != expected)
+                if (tc.frame() != (t == 3 ? 60 : qint64(rates[t]) * 2) + i + 1)
                     ++failures;
             }
         });

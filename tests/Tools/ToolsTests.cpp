@@ -160,9 +160,13 @@ TEST(Vktc, ModesAndPreservation)
 
 TEST(Vktc, FailuresAndUsageErrors)
 {
-    ToolRun r = vktc({"00:00:01.00", "foo", "01:00"});
+    // What does not evaluate is reported with the part of it that would.
+    ToolRun r = vktc({"00:00:01.00", "foo", "01:00", "01:00+"});
     EXPECT_EQ(r.out, QByteArray("00:00:01.00\n00:01:00.00\n"));
-    EXPECT_EQ(r.err, QByteArray("vktc: cannot evaluate: foo\n"));
+    EXPECT_EQ(
+        QString::fromUtf8(r.err),
+        QString::fromUtf8("vktc: “foo” is not a timecode expression.\n"
+                          "vktc: “01:00+” is not a timecode expression; only “01:00” in it is.\n"));
     EXPECT_EQ(r.status, 1);
 
     r = vktc({"-r", "99x", "1"});
@@ -183,7 +187,8 @@ TEST(Vktc, ReadsStandardInputWithoutPromptOrEscapesWhenNotATerminal)
 {
     const ToolRun r = vktc({"-l"}, "01:00:00.00+12\n\n01:00:00.00+\nbad\n00:00:01.00 junk");
     EXPECT_EQ(r.out, QByteArray("01:00:00.12\n01:00:00.00\n00:00:01.00\n"));
-    EXPECT_EQ(r.err, QByteArray("vktc: cannot evaluate: bad\n"));
+    EXPECT_EQ(QString::fromUtf8(r.err),
+              QString::fromUtf8("vktc: “bad” is not a timecode expression.\n"));
     EXPECT_EQ(r.status, 1);
     EXPECT_FALSE(r.out.contains('\x1b'));
 }

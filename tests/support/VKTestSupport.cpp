@@ -1,5 +1,7 @@
 #include "VKTestSupport.h"
 
+#include "Foundation/VKException.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -8,7 +10,18 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <ostream>
 #include <stdexcept>
+
+void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << (text.isNull() ? std::string("(null)") : '"' + text.toStdString() + '"');
+}
+
+std::ostream &operator<<(std::ostream &out, const QString &text)
+{
+    return out << text.toStdString();
+}
 
 VKTempDir::VKTempDir() : m_dir(QDir::tempPath() + QStringLiteral("/vktest-XXXXXX"))
 {
@@ -80,4 +93,14 @@ void vkSpinEventLoop(int ms)
 QString vkTestBinaryPath(const QString &name)
 {
     return QCoreApplication::applicationDirPath() + u'/' + name;
+}
+
+QString vkRaisedBy(const std::function<void()> &call)
+{
+    try {
+        call();
+    } catch (const VKException &exception) {
+        return exception.name() + u'|' + exception.reason();
+    }
+    return QStringLiteral("no exception");
 }

@@ -1,5 +1,5 @@
-// Shared helpers of the test suites: temporary folders, log capture and waiting on the event
-// loop for a condition.
+// Shared helpers of the test suites: temporary folders, log capture, waiting on the event loop
+// for a condition, and readable QString values in assertion messages.
 #pragma once
 
 #include "Foundation/VKLogger.h"
@@ -9,7 +9,13 @@
 #include <QTemporaryDir>
 
 #include <functional>
+#include <iosfwd>
 #include <memory>
+
+// How GoogleTest prints a QString in a failed assertion: quoted UTF-8, or (null); and a QString
+// streamed into an assertion's message, as UTF-8.
+void PrintTo(const QString &text, std::ostream *out);
+std::ostream &operator<<(std::ostream &out, const QString &text);
 
 // A temporary folder removed with everything in it when the object goes.
 class VKTempDir
@@ -51,6 +57,9 @@ bool vkWaitUntil(const std::function<bool()> &condition, int timeoutMs = 5000);
 // Turns the current thread's event loop for about `ms` milliseconds (for "nothing happens"
 // checks only; ordering is never tested with it).
 void vkSpinEventLoop(int ms);
+
+// "name|reason" of the VKException that `call` raises, or "no exception".
+QString vkRaisedBy(const std::function<void()> &call);
 
 // Path of a helper program built beside the test executable.
 QString vkTestBinaryPath(const QString &name);

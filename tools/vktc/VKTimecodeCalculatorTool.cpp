@@ -1,8 +1,10 @@
 #include "VKTimecodeCalculatorTool.h"
 
 #include "Foundation/VKAttributedString.h"
+#include "Foundation/VKError.h"
 #include "Timecode/VKCalc.h"
 #include "Timecode/VKFrameRate.h"
+#include "Timecode/VKTimecode.h"
 #include "VKToolSupport.h"
 
 #include <QColor>
@@ -38,7 +40,7 @@ QString ansiColoured(const VKAttributedString &text)
     return out;
 }
 
-std::optional<qint32> displayModeForName(const QString &name)
+std::optional<VKDisplayMode> displayModeForName(const QString &name)
 {
     if (name == QLatin1String("time"))
         return VDCalcTime;
@@ -105,15 +107,19 @@ bool VKTimecodeCalculatorTool::process(VKCalc &calc, const QString &expression,
         vkToolWrite(stdout, calc.beautifyExpression(expression) + u'\n');
         return true;
     }
-    if (echoColoured && settings.lazy) {
+    if (echoColoured && settings.evaluation.testFlag(VKCalcLazyEvaluation)) {
         const VKAttributedString coloured =
             calc.colorizeLazyEvaluatedString(VKAttributedString(expression));
         vkToolWrite(stdout, QStringLiteral("  ") + ansiColoured(coloured) + u'\n');
     }
-    const QString result =
-        calc.evaluate(expression, settings.displayMode, settings.preservingTime, settings.lazy);
+    const QString result = calc.evaluate(expression, settings.displayMode, settings.evaluation);
     if (result.isNull()) {
-        vkToolWrite(stderr, QStringLiteral("vktc: cannot evaluate: ") + expression + u'\n');
+        // The timecode factory says why: what part of the text, if any, is an expression.
+        VKError error;
+        if (!VKTimecode::timecodeFromString(expression, float(calc.framerate()), false, &error))
+            vkToolWrite(stderr, QStringLiteral("vktc: ") + error.localizedDescription() + u'\n');
+        else
+            vkToolWrite(stderr, QStringLiteral("vktc: cannot evaluate: ") + expression + u'\n');
         return false;
     }
     vkToolWrite(stdout, result + u'\n');
@@ -169,7 +175,7 @@ void VKTimecodeCalculatorTool::application(VKApplication &application,
     const bool drop = options.contains(kDrop);
     if (parameters.contains(kRate)) {
         const QString rate = parameters.value(kRate).toString();
-        if (const std::optional<qint32> code = VKFrameRate::codeForTextCode(rate)) {
+        if (const std::optional<VKFrameRateCode> code = VKFrameRate::codeForTextCode(rate)) {
             calc.setFps(*code);
             if (drop)
                 vkToolWrite(stderr,
@@ -190,15 +196,15 @@ void VKTimecodeCalculatorTool::application(VKApplication &application,
     Settings settings;
     if (parameters.contains(kMode)) {
         const QString name = parameters.value(kMode).toString();
-        const std::optional<qint32> mode = displayModeForName(name);
+        const std::optional<VKDisplayMode> mode = displayModeForName(name);
         if (!mode) {
             usageError(QStringLiteral("unknown mode: ") + name);
             return;
         }
         settings.displayMode = *mode;
     }
-    settings.preservingTime = !options.contains(kPreserveFrames);
-    settings.lazy = options.contains(kLazy);
+    settings.evaluation.setFlag(VKCalcPreservingTime, !options.contains(kPreserveFrames));
+    settings.evaluation.setFlag(VKCalcLazyEvaluation, options.contains(kLazy));
     settings.beautify = options.contains(kBeautify);
 
     const QStringList expressions = arguments->arguments();

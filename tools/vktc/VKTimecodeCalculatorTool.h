@@ -3,10 +3,9 @@
 #pragma once
 
 #include "Application/VKApplication.h"
+#include "Timecode/VKCalc.h"
 
 #include <cstdio>
-
-class VKCalc;
 
 class VKTimecodeCalculatorTool : public VKApplicationDelegate
 {
@@ -19,9 +18,8 @@ public:
 private:
     struct Settings
     {
-        qint32 displayMode = 0;
-        bool preservingTime = true;
-        bool lazy = false;
+        VKDisplayMode displayMode = VDCalcTime;
+        VKCalcEvaluationOptions evaluation = VKCalcPreservingTime;
         bool beautify = false;
     };
 
