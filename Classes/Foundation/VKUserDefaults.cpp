@@ -54,7 +54,10 @@ const QString VKUserDefaultsDidChangeNotification =
 namespace {
 
 constexpr int kLockWaitMs = 10000;    // longest wait for another process's write
-constexpr int kStaleLockMs = 30000;   // a lock older than this is broken (writes take ms)
+// A lock older than this is broken. Writes take milliseconds, and a writer killed between
+// making the lock file and writing its process number into it leaves a lock that names no
+// process, which only its age can release.
+constexpr int kStaleLockMs = 3000;
 constexpr double kDeferredSave = 1.0; // seconds from a change to its write on the main loop
 
 // Tags of the values JSON cannot tell apart by itself: {"$real": 2.0}, {"$date": "..."},
