@@ -140,6 +140,25 @@ TEST(TransactionMediator, IntervalDefersAChangeByAFreshFullInterval)
     M::removeTransactionObserver(&clip, &listener, "slow");
 }
 
+TEST(TransactionMediator, DeferredCallIsDroppedWhileATransactionIsOpen)
+{
+    Clip clip;
+    Listener listener;
+    M::addTransactionObserver(&clip, &listener, "slow", {"title"}, 0.1);
+    clip.set("title", 1);
+    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 1; }));
+    clip.set("title", 2); // deferred by 0.1 s
+    vkSpinEventLoop(20);
+    ASSERT_EQ(listener.count(), 1);
+    busyWait(0.15);       // the deferred timer is due, the loop does not turn
+    clip.set("title", 3); // opens a transaction before the deferred timer can fire
+    // The deferred timer finds the open transaction and leaves the call to its end.
+    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 2; }));
+    vkSpinEventLoop(150);
+    EXPECT_EQ(listener.count(), 2);
+    M::removeTransactionObserver(&clip, &listener, "slow");
+}
+
 TEST(TransactionMediator, EqualSubscriptionsKeepTheFirstNameAndLastRemovalDropsTheMediator)
 {
     Clip clip;
