@@ -1,0 +1,218 @@
+// Serial operation queue.
+//
+// States: idle without a thread, running (the worker sleeps on `wake` whenever nothing can
+// start), suspended (the worker sleeps after the running operation).
+//
+// One mutex (`mutex`) guards the waiting list, the current operation, the suspension flag and
+// the thread id, and is the lock the worker waits with. The worker tests "first waiting
+// operation is ready" under it, takes that operation and releases it before start(), so an
+// operation may add to its own queue and adders never wait for a running operation. Adders,
+// resuming and the readiness observer change state and notify under the same mutex, so a wake-up
+// cannot fall between the worker's test and its wait.
+//
+// The worker thread holds the shared state for the rest of the process; the public object may
+// go before it.
+#include "Application/VKSingleThreadOperationQueue.h"
+
+#include "Foundation/VKException.h"
+#include "Foundation/VKLogger.h"
+
+#include <QSet>
+
+#include <condition_variable>
+#include <mutex>
+
+namespace {
+const QString kIsReady = QStringLiteral("isReady");
+
+VKLogContext logContext(const char *operation, const void *queue)
+{
+    return {QStringLiteral("VKSingleThreadOperationQueue"), QString::fromLatin1(operation), queue};
+}
+
+// Wakes the worker when the first waiting operation becomes ready.
+class ReadinessObserver : public VKKeyValueObserver
+{
+public:
+    std::weak_ptr<VKSingleThreadOperationQueue::Private> queue;
+    void observeValueForKeyPath(const QString &keyPath, VKObservable *, const VKKeyValueChange &,
+                                void *) override;
+};
+} // namespace
+
+struct VKSingleThreadOperationQueue::Private
+{
+    std::mutex mutex;
+    std::condition_variable wake;
+    QList<std::shared_ptr<VKOperationBase>> operations;
+    // The waiting operations by identity, for the repeat test.
+    QSet<const VKOperationBase *> waiting;
+    std::shared_ptr<VKOperationBase> currentOperation;
+    bool suspended = false;
+    bool threadStarted = false;
+    std::thread::id threadId;
+    QString name;
+    std::shared_ptr<ReadinessObserver> readiness = std::make_shared<ReadinessObserver>();
+
+    bool canStart() const
+    {
+        return !operations.isEmpty() && !suspended && operations.first()->isReady();
+    }
+
+    static void enqueue(const std::shared_ptr<Private> &self);
+};
+
+void ReadinessObserver::observeValueForKeyPath(const QString &keyPath, VKObservable *,
+                                               const VKKeyValueChange &, void *)
+{
+    auto state = queue.lock();
+    if (!state || keyPath != kIsReady)
+        return;
+    std::lock_guard lock(state->mutex);
+    if (!state->operations.isEmpty() && state->operations.first()->isReady())
+        state->wake.notify_all();
+}
+
+void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Private> &self)
+{
+    {
+        std::lock_guard lock(self->mutex);
+        if (std::this_thread::get_id() != self->threadId)
+            return;
+    }
+    for (;;) {
+        std::shared_ptr<VKOperationBase> operation;
+        {
+            std::unique_lock lock(self->mutex);
+            self->wake.wait(lock, [&] { return self->canStart(); });
+            operation = self->operations.takeFirst();
+            self->waiting.remove(operation.get());
+            self->currentOperation = operation;
+        }
+        operation->removeObserver(self->readiness.get(), kIsReady);
+        try {
+            operation->start();
+        } catch (const std::exception &exception) {
+            VKLogger::error(logContext("-[VKSingleThreadOperationQueue enqueue]", self.get()),
+                            "Operation %@ (%p) raised an exception: %@", operation->className(),
+                            static_cast<const void *>(operation.get()),
+                            QString::fromUtf8(exception.what()));
+            throw;
+        } catch (...) {
+            VKLogger::error(logContext("-[VKSingleThreadOperationQueue enqueue]", self.get()),
+                            "Operation %@ (%p) raised an exception", operation->className(),
+                            static_cast<const void *>(operation.get()));
+            throw;
+        }
+        std::lock_guard lock(self->mutex);
+        self->currentOperation.reset();
+    }
+}
+
+VKSingleThreadOperationQueue::VKSingleThreadOperationQueue() : d(std::make_shared<Private>())
+{
+    d->readiness->queue = d;
+}
+
+VKSingleThreadOperationQueue::~VKSingleThreadOperationQueue()
+{
+    QList<std::shared_ptr<VKOperationBase>> operations;
+    {
+        std::lock_guard lock(d->mutex);
+        operations.swap(d->operations);
+        d->waiting.clear();
+    }
+    for (const auto &operation : operations) {
+        operation->cancel();
+        operation->removeObserver(d->readiness.get(), kIsReady);
+    }
+}
+
+void VKSingleThreadOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &operation)
+{
+    if (!operation)
+        return;
+    std::lock_guard lock(d->mutex);
+    if (d->waiting.contains(operation.get()))
+        return;
+    d->operations.append(operation);
+    d->waiting.insert(operation.get());
+    operation->addObserver(std::shared_ptr<VKKeyValueObserver>(d->readiness), kIsReady,
+                           VKKeyValueObservingOptionNew);
+    if (!d->threadStarted) {
+        d->threadStarted = true;
+        std::thread worker([state = d] { Private::enqueue(state); });
+        d->threadId = worker.get_id();
+        worker.detach();
+    }
+    d->wake.notify_all();
+}
+
+void VKSingleThreadOperationQueue::addOperations(
+    const QList<std::shared_ptr<VKOperationBase>> &operations, bool waitUntilFinished)
+{
+    for (const auto &operation : operations)
+        addOperation(operation);
+    if (waitUntilFinished)
+        for (const auto &operation : operations)
+            if (operation)
+                operation->waitUntilFinished();
+}
+
+void VKSingleThreadOperationQueue::removeOperation(const std::shared_ptr<VKOperationBase> &)
+{
+    throw VKException(VKInvalidArgumentException, QStringLiteral("Method not implemented yet"));
+}
+
+bool VKSingleThreadOperationQueue::isSuspended() const
+{
+    std::lock_guard lock(d->mutex);
+    return d->suspended;
+}
+
+void VKSingleThreadOperationQueue::setSuspended(bool suspended)
+{
+    std::lock_guard lock(d->mutex);
+    if (d->suspended == suspended)
+        return;
+    d->suspended = suspended;
+    if (!suspended)
+        d->wake.notify_all();
+}
+
+int VKSingleThreadOperationQueue::maxConcurrentOperationCount() const
+{
+    return 1;
+}
+
+void VKSingleThreadOperationQueue::setMaxConcurrentOperationCount(int) {}
+
+QList<std::shared_ptr<VKOperationBase>> VKSingleThreadOperationQueue::operations() const
+{
+    std::lock_guard lock(d->mutex);
+    return d->operations;
+}
+
+std::shared_ptr<VKOperationBase> VKSingleThreadOperationQueue::currentOperation() const
+{
+    std::lock_guard lock(d->mutex);
+    return d->currentOperation;
+}
+
+std::thread::id VKSingleThreadOperationQueue::thread() const
+{
+    std::lock_guard lock(d->mutex);
+    return d->threadId;
+}
+
+QString VKSingleThreadOperationQueue::name() const
+{
+    std::lock_guard lock(d->mutex);
+    return d->name;
+}
+
+void VKSingleThreadOperationQueue::setName(const QString &name)
+{
+    std::lock_guard lock(d->mutex);
+    d->name = name;
+}

@@ -1,0 +1,290 @@
+#include "Application/VKConcurrentOperation.h"
+#include "Application/VKOperationChain.h"
+#include "Foundation/VKException.h"
+#include "Foundation/VKOperationQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <numeric>
+#include <optional>
+#include <random>
+#include <vector>
+
+namespace {
+
+// Appends its number to a shared log when it runs; fails instead when told to.
+class LoggingOperation : public VKOperation
+{
+public:
+    LoggingOperation(int number, std::vector<int> *log, std::mutex *mutex)
+        : m_number(number), m_log(log), m_mutex(mutex)
+    {}
+    void main() override
+    {
+        {
+            std::lock_guard lock(*m_mutex);
+            m_log->push_back(m_number);
+        }
+        if (failWith)
+            fail(*failWith);
+    }
+    std::optional<VKError> failWith;
+
+private:
+    int m_number;
+    std::vector<int> *m_log;
+    std::mutex *m_mutex;
+};
+
+// Ends on the calling thread, recording the hook among the announcements.
+class ManualOperation : public VKConcurrentOperation
+{
+public:
+    void start() override { setExecuting(true); }
+    void willFinish() override { events->push_back("willFinish"); }
+    std::vector<QString> *events = nullptr;
+};
+
+// Records "key=new value" for each announcement of the keys.
+void record(VKObservable &object, const QStringList &keys, std::vector<QString> &events,
+            std::mutex *mutex = nullptr)
+{
+    for (const QString &key : keys)
+        object.observe(
+            key, VKKeyValueObservingOptionNew,
+            [&events, mutex](VKObservable *, const QString &k, const VKKeyValueChange &change) {
+                std::unique_lock<std::mutex> lock;
+                if (mutex)
+                    lock = std::unique_lock(*mutex);
+                events.push_back(k + "=" + change.newValue.toString());
+            });
+}
+
+const VKError kDiskFull = VKError::errorWithDescription(VQErrorDomainVessanUtilities, 28, "full");
+
+} // namespace
+
+TEST(Operation, FailureIsInPlaceBeforeItIsAnnouncedAndStopsDependants)
+{
+    auto failing = std::make_shared<VKOperation>();
+    auto plainDependency = std::make_shared<VKOperationBase>();
+    auto dependant = std::make_shared<VKOperation>();
+    dependant->addDependency(failing);
+    dependant->addDependency(plainDependency);
+
+    VKError seenError;
+    failing->observe("isFailed", VKKeyValueObservingOptionNew,
+                     [&](VKObservable *object, const QString &, const VKKeyValueChange &change) {
+                         EXPECT_TRUE(change.newValue.toBool());
+                         seenError = static_cast<VKOperation *>(object)->error();
+                     });
+    EXPECT_FALSE(failing->isFailed());
+    EXPECT_TRUE(failing->error().isNull());
+    failing->fail(kDiskFull);
+    EXPECT_EQ(seenError, kDiskFull);
+    EXPECT_EQ(failing->valueForKey("isFailed"), QVariant(true));
+    EXPECT_EQ(failing->valueForKey("error").value<VKError>(), kDiskFull);
+
+    // Both dependencies finished: the plain one is judged by the base rule only, the failed
+    // VKOperation keeps the dependant waiting.
+    plainDependency->start();
+    failing->start();
+    EXPECT_FALSE(dependant->isReady());
+    EXPECT_EQ(dependant->valueForKey("isReady"), QVariant(false));
+    dependant->removeDependency(failing);
+    EXPECT_TRUE(dependant->isReady());
+}
+
+TEST(ConcurrentOperation, AbstractStartRaises)
+{
+    VKConcurrentOperation operation;
+    try {
+        operation.start();
+        FAIL() << "no exception";
+    } catch (const VKException &exception) {
+        EXPECT_EQ(exception.name(), VKInvalidArgumentException);
+        EXPECT_EQ(exception.reason(), "Called Abstract Medod");
+        EXPECT_TRUE(exception.userInfo().isEmpty());
+    }
+    EXPECT_TRUE(operation.isConcurrent());
+    EXPECT_TRUE(operation.keyPathsForValuesAffectingValueForKey("isReady").isEmpty());
+}
+
+TEST(ConcurrentOperation, EndingAnnouncesStoppedBeforeFinished)
+{
+    struct Case
+    {
+        const char *name;
+        bool fails;
+        std::vector<QString> expected;
+    };
+    const std::vector<Case> cases = {
+        {"finish", false, {"willFinish", "isExecuting=false", "isFinished=true"}},
+        {"fail", true, {"isFailed=true", "willFinish", "isExecuting=false", "isFinished=true"}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        auto operation = std::make_shared<ManualOperation>();
+        std::vector<QString> events;
+        operation->events = &events;
+        operation->start();
+        EXPECT_TRUE(operation->isExecuting());
+        EXPECT_EQ(operation->valueForKey("executing"), QVariant(true));
+        record(*operation, {"isFailed", "isExecuting", "isFinished"}, events);
+        if (c.fails)
+            operation->fail(kDiskFull);
+        else
+            operation->finish();
+        EXPECT_EQ(events, c.expected);
+        EXPECT_EQ(operation->error(), c.fails ? kDiskFull : VKError());
+        // The end reached the base class: waiting answers.
+        operation->waitUntilFinished();
+    }
+}
+
+TEST(OperationChain, AddingLinksObservesOnlyTheLastForFinishingAndIgnoresRepeats)
+{
+    auto chain = VKOperationChain::operationChain();
+    EXPECT_EQ(chain->firstOperation(), nullptr);
+    EXPECT_EQ(chain->lastOperation(), nullptr);
+    chain->removeAllOperations(); // empty: nothing happens
+
+    auto a = std::make_shared<VKOperation>();
+    auto b = std::make_shared<VKOperation>();
+    chain->addOperationFromArray({a, b, a});
+    chain->addOperation(b);
+    EXPECT_EQ(chain->allOperations(), (QList<std::shared_ptr<VKOperation>>{a, b}));
+    EXPECT_EQ(chain->firstOperation(), a);
+    EXPECT_EQ(chain->lastOperation(), b);
+    EXPECT_EQ(b->dependencies().size(), 1);
+    EXPECT_EQ(a->dependencies().size(), 0);
+    EXPECT_FALSE(a->hasObserversForKey("isFinished"));
+    EXPECT_TRUE(b->hasObserversForKey("isFinished"));
+
+    // One set of observations each: after removal nothing is left, the dependency stays.
+    chain->removeAllOperations();
+    for (const auto &operation : {a, b})
+        for (const QString key : {"isFinished", "isCancelled", "isFailed"})
+            EXPECT_FALSE(operation->hasObserversForKey(key)) << key.toStdString();
+    EXPECT_TRUE(chain->allOperations().isEmpty());
+    EXPECT_EQ(b->dependencies().size(), 1);
+}
+
+TEST(OperationChain, FailureInTheMiddleIsReportedInOrderAndStopsTheRest)
+{
+    std::vector<int> ran;
+    std::mutex mutex;
+    auto chain = VKOperationChain::operationChain();
+    QList<std::shared_ptr<VKOperation>> operations;
+    for (int i = 0; i < 3; ++i)
+        operations.append(std::make_shared<LoggingOperation>(i, &ran, &mutex));
+    static_cast<LoggingOperation &>(*operations[1]).failWith = kDiskFull;
+    chain->addOperationFromArray(operations);
+
+    std::vector<QString> events;
+    record(*chain, {"failedOperation", "error", "isFailed", "isFinished"}, events, &mutex);
+    chain->observe("isFailed", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
+        EXPECT_EQ(chain->failedOperation(), operations[1]);
+        EXPECT_EQ(chain->error(), kDiskFull);
+    });
+    {
+        VKOperationQueue queue;
+        chain->enqueueOperationsToOperationQueue(queue);
+        operations[1]->waitUntilFinished();
+    }
+    EXPECT_EQ(ran, (std::vector<int>{0, 1}));
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(events[0].left(16), "failedOperation=");
+    EXPECT_EQ(events[1].left(6), "error=");
+    EXPECT_EQ(events[2], "isFailed=true");
+    EXPECT_TRUE(chain->isFailed());
+    EXPECT_FALSE(chain->isFinished());
+    EXPECT_FALSE(operations[2]->isReady());
+    EXPECT_EQ(chain->valueForKey("failedOperation").value<std::shared_ptr<VKOperation>>(),
+              operations[1]);
+}
+
+TEST(OperationChain, CancelGoesFromLastToFirstAndIsReportedOnce)
+{
+    auto chain = VKOperationChain::operationChain();
+    std::vector<QString> order;
+    QList<std::shared_ptr<VKOperation>> operations;
+    for (const QString name : {"first", "second", "third"}) {
+        auto operation = std::make_shared<VKOperation>();
+        operation->setName(name);
+        operation->observe(
+            "isCancelled", 0,
+            [&order](VKObservable *object, const QString &, const VKKeyValueChange &) {
+                order.push_back(static_cast<VKOperation *>(object)->name());
+            });
+        operations.append(operation);
+    }
+    chain->addOperationFromArray(operations);
+    std::vector<QString> events;
+    record(*chain, {"isCancelled"}, events);
+    chain->cancel();
+    EXPECT_EQ(order, (std::vector<QString>{"third", "second", "first"}));
+    EXPECT_EQ(events, (std::vector<QString>{"isCancelled=true"}));
+    EXPECT_TRUE(chain->isCancelled());
+}
+
+TEST(OperationChain, FinishesWithItsLastOperationAndAgainAfterMoreAreAdded)
+{
+    std::vector<int> ran;
+    std::mutex mutex;
+    auto chain = VKOperationChain::operationChain();
+    std::vector<QString> events;
+    record(*chain, {"isFinished"}, events, &mutex);
+    VKOperationQueue queue;
+    for (int i = 0; i < 3; ++i)
+        chain->addOperation(std::make_shared<LoggingOperation>(i, &ran, &mutex));
+    chain->enqueueOperationsToOperationQueue(queue);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(chain->isFinished());
+    EXPECT_EQ(ran, (std::vector<int>{0, 1, 2}));
+
+    // A late addition becomes the followed last operation; the flag stays true meanwhile.
+    auto late = std::make_shared<LoggingOperation>(3, &ran, &mutex);
+    chain->addOperation(late);
+    EXPECT_TRUE(late->isReady());
+    EXPECT_TRUE(chain->isFinished());
+    queue.addOperation(late);
+    queue.waitUntilAllOperationsAreFinished();
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(events, (std::vector<QString>{"isFinished=true", "isFinished=true"}));
+}
+
+TEST(OperationChain, ThousandOperationsOnThePlatformQueueStopAtARandomFailure)
+{
+    std::mt19937 random(std::random_device{}());
+    const int failAt = std::uniform_int_distribution<int>(0, 999)(random);
+    SCOPED_TRACE(failAt);
+    std::vector<int> ran;
+    std::mutex mutex;
+    auto chain = VKOperationChain::operationChain();
+    QList<std::shared_ptr<VKOperation>> operations;
+    for (int i = 0; i < 1000; ++i) {
+        auto operation = std::make_shared<LoggingOperation>(i, &ran, &mutex);
+        if (i == failAt)
+            operation->failWith = VKError(VQErrorDomainVessanUtilities, i);
+        operations.append(operation);
+    }
+    chain->addOperationFromArray(operations);
+    VKOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(4);
+    chain->enqueueOperationsToOperationQueue(queue);
+    operations[failAt]->waitUntilFinished();
+
+    std::vector<int> expected(failAt + 1);
+    std::iota(expected.begin(), expected.end(), 0);
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(ran, expected);
+    EXPECT_TRUE(chain->isFailed());
+    EXPECT_EQ(chain->failedOperation(), operations[failAt]);
+    EXPECT_EQ(chain->error().code(), failAt);
+    EXPECT_FALSE(chain->isFinished());
+    if (failAt + 1 < 1000) {
+        EXPECT_FALSE(operations[failAt + 1]->isReady());
+    }
+}
