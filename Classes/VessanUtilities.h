@@ -11,6 +11,7 @@
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKFormat.h"
 #include "Foundation/VKHumanReadable.h"
+#include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKMainLoop.h"
 #include "Foundation/VKNotificationCenter.h"
@@ -20,6 +21,7 @@
 #include "Foundation/VKOperationBase.h"
 #include "Foundation/VKOperationQueue.h"
 #include "Foundation/VKPathString.h"
+#include "Foundation/VKPropertyList.h"
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKStringRanges.h"
 #include "Foundation/VKUserDefaults.h"
@@ -43,7 +45,6 @@
 #include "Application/VKApplicationArguments.h"
 #include "Application/VKApplicationConfiguration.h"
 #include "Application/VKApplicationDelegate.h"
-#include "Application/VKLenientNumber.h"
 #include "Application/VKPrint.h"
 
 // Diagnostics: report transport, log readers, system profile

@@ -1,8 +1,9 @@
 #include "Application/VKApplication.h"
 
-#include "Application/VKLenientNumber.h"
+#include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
+#include "Foundation/VKPropertyList.h"
 #include "Foundation/VKStringRanges.h"
 
 #include <QCoreApplication>
@@ -12,8 +13,6 @@
 #include <QThread>
 #include <QTimer>
 
-#include <plist/plist.h>
-
 #include <cstdio>
 #include <limits>
 #include <typeinfo>
@@ -21,98 +20,6 @@
 namespace {
 
 constexpr int VKApplicationPollInterval = 200; // milliseconds between tests of `finished`
-
-// Property-list values as the dictionary factories read them.
-QVariant variantFromPlist(plist_t node)
-{
-    switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN: {
-        uint8_t value = 0;
-        plist_get_bool_val(node, &value);
-        return QVariant(value != 0);
-    }
-    case PLIST_UINT: {
-        // Integers are stored as 64-bit patterns; negative ones come back in two's complement.
-        uint64_t value = 0;
-        plist_get_uint_val(node, &value);
-        return QVariant(static_cast<qlonglong>(value));
-    }
-    case PLIST_REAL: {
-        double value = 0;
-        plist_get_real_val(node, &value);
-        return QVariant(value);
-    }
-    case PLIST_STRING: {
-        uint64_t length = 0;
-        const char *text = plist_get_string_ptr(node, &length);
-        return QVariant(QString::fromUtf8(text, static_cast<qsizetype>(length)));
-    }
-    case PLIST_DATA: {
-        uint64_t length = 0;
-        const char *data = plist_get_data_ptr(node, &length);
-        return QVariant(QByteArray(data, static_cast<qsizetype>(length)));
-    }
-    case PLIST_DATE: {
-        int32_t seconds = 0;
-        int32_t microseconds = 0;
-        plist_get_date_val(node, &seconds, &microseconds);
-        const QDateTime reference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-        return QVariant(reference.addMSecs(qint64(seconds) * 1000 + microseconds / 1000));
-    }
-    case PLIST_ARRAY: {
-        QVariantList list;
-        const uint32_t count = plist_array_get_size(node);
-        for (uint32_t i = 0; i < count; ++i)
-            list.append(variantFromPlist(plist_array_get_item(node, i)));
-        return list;
-    }
-    case PLIST_DICT: {
-        QVariantMap map;
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(node, &iterator);
-        for (;;) {
-            char *key = nullptr;
-            plist_t value = nullptr;
-            plist_dict_next_item(node, iterator, &key, &value);
-            if (!key)
-                break;
-            map.insert(QString::fromUtf8(key), variantFromPlist(value));
-            std::free(key);
-        }
-        std::free(iterator);
-        return map;
-    }
-    case PLIST_UID: {
-        uint64_t value = 0;
-        plist_get_uid_val(node, &value);
-        return QVariant(static_cast<qulonglong>(value));
-    }
-    default:
-        return QVariant();
-    }
-}
-
-// The root dictionary of a property-list file (XML or binary), or nothing.
-std::optional<QVariantMap> readPropertyListDictionary(const QString &path)
-{
-    if (path.isEmpty())
-        return std::nullopt;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray data = file.readAll();
-    if (data.size() > qsizetype(std::numeric_limits<uint32_t>::max()))
-        return std::nullopt;
-    plist_t root = nullptr;
-    plist_from_memory(data.constData(), static_cast<uint32_t>(data.size()), &root);
-    if (!root)
-        return std::nullopt;
-    std::optional<QVariantMap> result;
-    if (plist_get_node_type(root) == PLIST_DICT)
-        result = variantFromPlist(root).toMap();
-    plist_free(root);
-    return result;
-}
 
 // Groups of `size` strings, read up to the end or the first null string, each group made into
 // one configuration by `make`.
@@ -333,7 +240,7 @@ QString VKApplication::usageText(const std::shared_ptr<VKApplicationConfiguratio
 VKApplicationOptionConfigurationList
 VKApplication::applicationConfigurationFromFileAtPath(const QString &path)
 {
-    const std::optional<QVariantMap> dictionary = readPropertyListDictionary(path);
+    const std::optional<QVariantMap> dictionary = VKPropertyList::dictionaryWithContentsOfFile(path);
     if (!dictionary)
         return {};
     VKApplicationOptionConfigurationList result;

@@ -8,8 +8,12 @@
 
 #include <QDir>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <limits>
+#include <vector>
 
 namespace {
 
@@ -28,6 +32,28 @@ struct FrameDigits
 
 FrameDigits frameDigitsOf(QStringView path)
 {
+    // Most names end in ASCII: find the digits with one scan from the end, and leave anything
+    // else to the general search below.
+    const char16_t *units = path.utf16();
+    qsizetype scan = path.size();
+    while (scan > 0 && units[scan - 1] == u'/')
+        --scan;
+    for (; scan > 0; --scan) {
+        const char16_t c = units[scan - 1];
+        if (c >= 0x80)
+            break;
+        if (c >= u'0' && c <= u'9') {
+            qsizetype start = scan - 1;
+            while (start > 0 && units[start - 1] >= u'0' && units[start - 1] <= u'9')
+                --start;
+            if (start > 0 && units[start - 1] >= 0x80)
+                break; // the run may go on with digits of other scripts
+            return {start, scan};
+        }
+        if (c == u'/')
+            return {};
+    }
+
     const qsizetype end = VKStringRanges::nonDecimalDigitSuffixStart(path);
     if (end == 0)
         return {};
@@ -45,15 +71,15 @@ qint64 frameNumberOf(QStringView path, const FrameDigits &digits)
 {
     if (!digits.found())
         return VKFileSequence::notFound;
-    return VKStringRanges::intValue(path.sliced(digits.digitsStart,
-                                                digits.digitsEnd - digits.digitsStart));
+    return VKStringRanges::intValue(
+        path.sliced(digits.digitsStart, digits.digitsEnd - digits.digitsStart));
 }
 
 QString identifierForRange(const QString &prefix, quint64 start, quint64 end, quint64 padding,
                            const QString &postfix)
 {
-    return prefix + QString::number(start) + u'-' + QString::number(end)
-           + QString(qsizetype(padding), u'#') + postfix;
+    return prefix + QString::number(start) + u'-' + QString::number(end) +
+           QString(qsizetype(padding), u'#') + postfix;
 }
 
 } // namespace
@@ -97,63 +123,511 @@ quint64 VKFileSequence::paddingForFile(const QString &path)
     return 1;
 }
 
-QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
+namespace {
+
+// Paths are numbered with 32 bits inside the grouping; the top bit marks a path without frame.
+constexpr quint32 noFrameBit = 0x80000000u;
+// A frame value at or beyond this is not kept; such paths tie and their strings decide.
+constexpr quint32 valueCeiling = 0xFFFFFFFFu;
+
+// Distinct texts by exact contents, each with a small id. The texts are views into strings the
+// caller keeps alive. Listings repeat the same prefix many times in a row, so the last answer is
+// tried before hashing.
+class TextIds
 {
-    // The walk goes through the files in sorted order by index; each path is visited once for
-    // its frame, prefix and postfix and once more when its run is copied out.
-    const QList<qsizetype> order = VKNumericStringCompare::sortedIndexes(files);
-
-    // What the walk needs of one path; views into `files`, which outlives them.
-    struct Element
+public:
+    quint32 idOf(QStringView text)
     {
-        qint64 frame = notFound;
-        QStringView prefix;
-        QStringView postfix;
-    };
-    auto elementAt = [&files, &order](qsizetype position) {
-        // Sorted order jumps around in memory: fetch the paths a little ahead.
-        if (position + 8 < order.size())
-            __builtin_prefetch(files.at(order.at(position + 8)).constData());
-        const QStringView path = files.at(order.at(position));
-        const FrameDigits digits = frameDigitsOf(path);
-        if (!digits.found())
-            return Element{notFound, {}, {}};
-        return Element{frameNumberOf(path, digits), path.first(digits.digitsStart),
-                       path.sliced(digits.digitsEnd)};
+        for (const quint32 id : m_recent) {
+            if (id < m_texts.size() && equal(m_texts[id], text))
+                return id;
+        }
+        if ((m_texts.size() + 1) * 2 > m_slots.size())
+            grow();
+        const quint32 hash = hashOf(text);
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+            Slot &s = m_slots[slot];
+            if (s.id == empty) {
+                s = {quint32(m_texts.size()), hash};
+                m_texts.push_back(text);
+                return remember(s.id);
+            }
+            if (s.hash == hash && equal(m_texts[s.id], text))
+                return remember(s.id);
+        }
+    }
+
+    const std::vector<QStringView> &texts() const { return m_texts; }
+
+private:
+    static constexpr quint32 empty = 0xFFFFFFFFu;
+
+    static bool equal(QStringView a, QStringView b)
+    {
+        return a.size() == b.size() &&
+               std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
+    }
+
+    // Eight bytes at a time, mixed by multiplication: the texts are paths, not adversaries.
+    static quint32 hashOf(QStringView text)
+    {
+        const char *bytes = reinterpret_cast<const char *>(text.utf16());
+        std::size_t length = std::size_t(text.size()) * 2;
+        quint64 h = 0x9E3779B97F4A7C15ull ^ length;
+        for (; length >= 8; length -= 8, bytes += 8) {
+            quint64 word;
+            std::memcpy(&word, bytes, 8);
+            h = (h ^ word) * 0xFF51AFD7ED558CCDull;
+            h ^= h >> 32;
+        }
+        quint64 tail = 0;
+        std::memcpy(&tail, bytes, length);
+        h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
+        return quint32(h ^ h >> 29);
+    }
+
+    // A folder lists a few runs, so its prefixes come back often: the last few answers are
+    // tried before hashing.
+    quint32 remember(quint32 id)
+    {
+        if (id != m_recent[0]) {
+            std::memmove(m_recent + 1, m_recent, sizeof m_recent - sizeof *m_recent);
+            m_recent[0] = id;
+        }
+        return id;
+    }
+
+    struct Slot
+    {
+        quint32 id = empty;
+        quint32 hash = 0;
     };
 
-    QList<QStringList> runs;
-    const qsizetype count = order.size();
-    qsizetype i = 0;
-    Element first = count > 0 ? elementAt(0) : Element{};
-    while (i < count) {
-        qsizetype j = i + 1;
-        if (first.frame != notFound) {
-            Element previous = first;
-            while (j < count) {
-                const Element element = elementAt(j);
-                const bool continues = element.frame != notFound
-                                       && element.frame == previous.frame + 1
-                                       && element.postfix == previous.postfix
-                                       && element.prefix == previous.prefix;
-                if (!continues) {
-                    first = element; // opens the next run; no need to work it out again
-                    break;
-                }
-                previous = element;
-                ++j;
-            }
-        } else if (j < count) {
-            first = elementAt(j);
+    void grow()
+    {
+        std::vector<Slot> old(std::max<std::size_t>(16, m_slots.size() * 2));
+        old.swap(m_slots);
+        const std::size_t mask = m_slots.size() - 1;
+        for (const Slot &s : old) {
+            if (s.id == empty)
+                continue;
+            std::size_t slot = s.hash & mask;
+            while (m_slots[slot].id != empty)
+                slot = (slot + 1) & mask;
+            m_slots[slot] = s;
         }
-        QStringList run;
-        run.reserve(j - i);
-        for (qsizetype k = i; k < j; ++k)
-            run.append(files.at(order.at(k)));
-        runs.append(std::move(run));
+    }
+
+    std::vector<Slot> m_slots;
+    std::vector<QStringView> m_texts;
+    quint32 m_recent[4] = {empty, empty, empty, empty};
+};
+
+// Plain UTF-16 code unit order, a string that ends first sorting first.
+bool codeUnitLess(QStringView a, QStringView b)
+{
+    return std::lexicographical_compare(a.utf16(), a.utf16() + a.size(), b.utf16(),
+                                        b.utf16() + b.size());
+}
+
+// Whether `key` starts with the tokens of `prefix` (digit runs equal in value, other code units
+// equal) and then goes on with a digit. Paths of a prefix sort against such a key by their frame
+// number, so their places cannot be told from the prefix alone.
+bool continuesWithDigitAfter(QStringView prefix, QStringView key)
+{
+    qsizetype i = 0, j = 0;
+    int units = 1;
+    while (i < prefix.size()) {
+        if (j >= key.size())
+            return false;
+        const bool digitA = VKStringRanges::digitValueAt(prefix, i, &units) >= 0;
+        const bool digitB = VKStringRanges::digitValueAt(key, j, &units) >= 0;
+        if (digitA != digitB)
+            return false;
+        if (!digitA) {
+            if (prefix[i] != key[j])
+                return false;
+            ++i;
+            ++j;
+            continue;
+        }
+        qsizetype endA = i, endB = j;
+        while (endA < prefix.size() && VKStringRanges::digitValueAt(prefix, endA, &units) >= 0)
+            endA += units;
+        while (endB < key.size() && VKStringRanges::digitValueAt(key, endB, &units) >= 0)
+            endB += units;
+        if (VKNumericStringCompare::compareNumerically(prefix.sliced(i, endA - i),
+                                                       key.sliced(j, endB - j)) != 0)
+            return false;
+        i = endA;
+        j = endB;
+    }
+    return j < key.size() && VKStringRanges::digitValueAt(key, j, &units) >= 0;
+}
+
+// Groups paths into runs without comparing whole paths in the common case.
+//
+// Every path with a frame number is prefix + frame digits + postfix, where the prefix ends with a
+// non-digit and the postfix holds no digit at all. Paths of one prefix therefore sort by (frame
+// value, postfix) and only ties need their strings; and different prefixes mostly sort as the
+// prefixes followed by a digit run would. So each path is read once into (prefix id, postfix id,
+// frame value); the distinct prefixes and the paths without frame are sorted as strings; paths
+// are placed per prefix by counting and sorted inside their prefix on integers.
+//
+// Prefixes whose order depends on the frame number (clip_ against clip_1_, whose paths interleave:
+// clip_1_5 sorts before clip_2) lie next to each other in that order, the shortest first followed
+// by all keys that continue it with a digit. Such a cluster is merged with whole-path comparisons.
+class Grouping
+{
+public:
+    explicit Grouping(const QStringList &files) : m_files(files) {}
+
+    // The files' indexes in sorted order, and the length of every run in that order.
+    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    {
+        readPaths();
+        sortBuckets();
+        placePaths();
+        sortInsideBuckets();
+        mergeClusters();
+        findRuns(order, runLengths);
+    }
+
+private:
+    struct Info
+    {
+        quint32 bucket;  // prefix id, or noFrameBit | number of the path without frame
+        quint32 postfix; // postfix id, later its rank
+        quint32 value;   // frame value, at most valueCeiling
+    };
+
+    QStringView path(quint32 index) const { return m_files.at(index); }
+
+    bool lessPath(quint32 a, quint32 b) const
+    {
+        return VKNumericStringCompare::compare(path(a), path(b)) < 0;
+    }
+
+    void readPaths()
+    {
+        const qsizetype count = m_files.size();
+        m_info.resize(std::size_t(count));
+        for (qsizetype i = 0; i < count; ++i) {
+            const QStringView p = m_files.at(i);
+            const FrameDigits digits = frameDigitsOf(p);
+            if (!digits.found()) {
+                m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
+                m_noFrame.push_back(quint32(i));
+                continue;
+            }
+            quint64 value = 0;
+            int units = 1;
+            for (qsizetype k = digits.digitsStart; k < digits.digitsEnd && value < valueCeiling;
+                 k += units)
+                value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
+            m_info[std::size_t(i)] = {m_prefixes.idOf(p.first(digits.digitsStart)),
+                                      m_postfixes.idOf(p.sliced(digits.digitsEnd)),
+                                      quint32(std::min<quint64>(value, valueCeiling))};
+        }
+        // Postfixes hold no digits: their rank is their code unit order.
+        const std::vector<QStringView> &postfixes = m_postfixes.texts();
+        std::vector<quint32> byText(postfixes.size());
+        for (std::size_t k = 0; k < byText.size(); ++k)
+            byText[k] = quint32(k);
+        std::sort(byText.begin(), byText.end(), [&postfixes](quint32 a, quint32 b) {
+            return codeUnitLess(postfixes[a], postfixes[b]);
+        });
+        std::vector<quint32> rank(postfixes.size());
+        for (std::size_t k = 0; k < byText.size(); ++k)
+            rank[byText[k]] = quint32(k);
+        for (Info &info : m_info) {
+            if (!(info.bucket & noFrameBit))
+                info.postfix = rank[info.postfix];
+        }
+    }
+
+    quint32 &rankOf(quint32 bucket)
+    {
+        return bucket & noFrameBit ? m_noFrameRank[bucket & ~noFrameBit] : m_prefixRank[bucket];
+    }
+
+    // Orders prefixes (as if a frame number followed) and paths without frame together, and
+    // finds the clusters of prefixes that interleave.
+    void sortBuckets()
+    {
+        const std::vector<QStringView> &prefixes = m_prefixes.texts();
+        QStringList keys;
+        keys.reserve(qsizetype(prefixes.size() + m_noFrame.size()));
+        for (QStringView prefix : prefixes) {
+            QString key;
+            key.reserve(prefix.size() + 1);
+            key.append(prefix);
+            key.append(u'0');
+            keys.append(std::move(key));
+        }
+        for (quint32 index : m_noFrame)
+            keys.append(m_files.at(index));
+        const QList<qsizetype> sorted = VKNumericStringCompare::sortedIndexes(keys);
+
+        m_buckets.resize(std::size_t(sorted.size()));
+        m_prefixRank.resize(prefixes.size());
+        m_noFrameRank.resize(m_noFrame.size());
+        const quint32 prefixCount = quint32(prefixes.size());
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const quint32 key = quint32(sorted[qsizetype(r)]);
+            m_buckets[r] = key < prefixCount ? key : noFrameBit | (key - prefixCount);
+            rankOf(m_buckets[r]) = quint32(r);
+        }
+        for (std::size_t r = 0; r < m_buckets.size();) {
+            std::size_t s = r + 1;
+            if (!(m_buckets[r] & noFrameBit)) {
+                const QStringView prefix = prefixes[m_buckets[r]];
+                while (s < m_buckets.size() &&
+                       continuesWithDigitAfter(prefix, keys.at(sorted[qsizetype(s)])))
+                    ++s;
+            }
+            if (s - r > 1)
+                m_clusters.push_back({quint32(r), quint32(s)});
+            r = s;
+        }
+    }
+
+    // One path in the order being made: its bucket, and its frame value and postfix rank as
+    // one number that sorts them.
+    struct Entry
+    {
+        quint64 key;
+        quint32 index;
+        quint32 bucket;
+
+        quint32 postfix() const { return quint32(key); }
+        // Values beyond 32 bits are not kept; their strings decide.
+        bool valueKept() const { return key >> 32 != valueCeiling; }
+        qint64 frame() const
+        {
+            return qint64(
+                std::min<quint64>(key >> 32, quint64(std::numeric_limits<qint32>::max())));
+        }
+    };
+
+    // Puts the paths in bucket order by counting; inside a bucket they keep the input order.
+    void placePaths()
+    {
+        m_bucketStart.assign(m_buckets.size() + 1, 0);
+        for (const Info &info : m_info)
+            ++m_bucketStart[rankOf(info.bucket) + 1];
+        for (std::size_t r = 1; r < m_bucketStart.size(); ++r)
+            m_bucketStart[r] += m_bucketStart[r - 1];
+        std::vector<quint32> next(m_bucketStart.begin(), m_bucketStart.end() - 1);
+        m_entries.resize(m_info.size());
+        for (std::size_t i = 0; i < m_info.size(); ++i) {
+            const Info &info = m_info[i];
+            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | info.postfix,
+                                                      quint32(i), info.bucket};
+        }
+        std::vector<Info>().swap(m_info);
+    }
+
+    // The frames of a bucket are mostly one run with a few gaps: when its keys span little more
+    // than its size, they are placed by counting, in linear time. Answers false otherwise.
+    bool sortByCounting(std::vector<Entry>::iterator begin, std::vector<Entry>::iterator end)
+    {
+        const std::size_t count = std::size_t(end - begin);
+        const quint64 postfixCount = m_postfixes.texts().size();
+        quint64 low = ~quint64(0), high = 0;
+        for (auto e = begin; e != end; ++e) {
+            if (!e->valueKept())
+                return false;
+            low = std::min(low, e->key >> 32);
+            high = std::max(high, e->key >> 32);
+        }
+        const quint64 span = (high - low + 1) * postfixCount;
+        if (span > 4 * count + 256)
+            return false;
+        auto slot = [low, postfixCount](const Entry &e) {
+            return std::size_t(((e.key >> 32) - low) * postfixCount + e.postfix());
+        };
+        m_counts.assign(std::size_t(span) + 1, 0);
+        for (auto e = begin; e != end; ++e)
+            ++m_counts[slot(*e) + 1];
+        for (std::size_t k = 1; k < m_counts.size(); ++k)
+            m_counts[k] += m_counts[k - 1];
+        m_scratch.resize(count);
+        for (auto e = begin; e != end; ++e)
+            m_scratch[m_counts[slot(*e)]++] = *e;
+        std::copy(m_scratch.begin(), m_scratch.end(), begin);
+        return true;
+    }
+
+    // Frame value, then postfix; the strings decide what is left.
+    void sortInsideBuckets()
+    {
+        auto byKey = [](const Entry &a, const Entry &b) { return a.key < b.key; };
+        auto byPath = [this](const Entry &a, const Entry &b) { return lessPath(a.index, b.index); };
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const auto begin = m_entries.begin() + m_bucketStart[r];
+            const auto end = m_entries.begin() + m_bucketStart[r + 1];
+            if (end - begin < 2)
+                continue;
+            if (!sortByCounting(begin, end))
+                std::sort(begin, end, byKey);
+            for (auto k = begin; k != end;) {
+                auto l = k + 1;
+                if (k->valueKept()) {
+                    while (l != end && l->key == k->key)
+                        ++l;
+                } else {
+                    l = end; // the values that were not kept all sort last
+                }
+                if (l - k > 1)
+                    std::sort(k, l, byPath);
+                k = l;
+            }
+        }
+    }
+
+    // Each bucket of a cluster is in order; merging them pairwise orders the cluster.
+    void mergeClusters()
+    {
+        auto byPath = [this](const Entry &a, const Entry &b) { return lessPath(a.index, b.index); };
+        for (const auto &[first, last] : m_clusters) {
+            for (quint32 width = 1; width < last - first; width *= 2) {
+                for (quint32 r = first; r + width < last; r += 2 * width) {
+                    const auto begin = m_entries.begin() + m_bucketStart[r];
+                    const auto middle = m_entries.begin() + m_bucketStart[r + width];
+                    const auto end =
+                        m_entries.begin() + m_bucketStart[std::min(r + 2 * width, last)];
+                    std::inplace_merge(begin, middle, end, byPath);
+                }
+            }
+        }
+    }
+
+    void findRuns(std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    {
+        const std::size_t count = m_entries.size();
+        for (std::size_t i = 0; i < count;) {
+            std::size_t j = i + 1;
+            if (!(m_entries[i].bucket & noFrameBit)) {
+                // The bucket stands for the prefix; no path without frame shares one.
+                for (; j < count; ++j) {
+                    const Entry &previous = m_entries[j - 1];
+                    const Entry &entry = m_entries[j];
+                    if (entry.bucket != previous.bucket || entry.postfix() != previous.postfix() ||
+                        entry.frame() != previous.frame() + 1)
+                        break;
+                }
+            }
+            runLengths.push_back(quint32(j - i));
+            i = j;
+        }
+        order.resize(count);
+        for (std::size_t k = 0; k < count; ++k)
+            order[k] = m_entries[k].index;
+        std::vector<Entry>().swap(m_entries);
+    }
+
+    const QStringList &m_files;
+    std::vector<Info> m_info;
+    TextIds m_prefixes;
+    TextIds m_postfixes;
+    std::vector<Entry> m_entries;       // the paths in the order being made
+    std::vector<Entry> m_scratch;       // for sorting by counting
+    std::vector<quint32> m_counts;      // for sorting by counting
+    std::vector<quint32> m_noFrame;     // index of each path without frame
+    std::vector<quint32> m_buckets;     // buckets in sorted order
+    std::vector<quint32> m_prefixRank;  // place of each prefix in m_buckets
+    std::vector<quint32> m_noFrameRank; // place of each path without frame in m_buckets
+    std::vector<quint32> m_bucketStart; // where each bucket's paths start in the order
+    std::vector<std::pair<quint32, quint32>> m_clusters; // bucket ranges that interleave
+};
+
+} // namespace
+
+namespace {
+
+// Beyond what 32-bit numbering holds: sorts whole paths and walks them.
+void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
+                      std::vector<qsizetype> &runLengths)
+{
+    const QList<qsizetype> sorted = VKNumericStringCompare::sortedIndexes(files);
+    order.assign(sorted.begin(), sorted.end());
+    auto at = [&files, &order](qsizetype k) -> const QString & { return files.at(order[k]); };
+    for (qsizetype i = 0; i < qsizetype(order.size());) {
+        qsizetype j = i + 1;
+        if (VKFileSequence::frameNumberForFile(at(i)) != VKFileSequence::notFound) {
+            while (j < qsizetype(order.size()) &&
+                   VKFileSequence::frameNumberForFile(at(j)) ==
+                       VKFileSequence::frameNumberForFile(at(j - 1)) + 1 &&
+                   VKFileSequence::postfixStringForFile(at(j)) ==
+                       VKFileSequence::postfixStringForFile(at(j - 1)) &&
+                   VKFileSequence::prefixStringForFile(at(j)) ==
+                       VKFileSequence::prefixStringForFile(at(j - 1)))
+                ++j;
+        }
+        runLengths.push_back(j - i);
         i = j;
     }
+}
+
+template <typename Index>
+QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
+                               const std::vector<Index> &runLengths)
+{
+    QList<QStringList> runs;
+    runs.reserve(qsizetype(runLengths.size()));
+    // Sorted order jumps around in memory: fetch the list slots, then the string headers (just
+    // before the text) whose counts the copies raise, a little ahead.
+    constexpr std::size_t ahead = 8;
+    auto prefetch = [&files, &order](std::size_t position) {
+        if (position + 2 * ahead < order.size())
+            __builtin_prefetch(&files.at(qsizetype(order[position + 2 * ahead])));
+        if (position + ahead < order.size())
+            __builtin_prefetch(reinterpret_cast<const char *>(
+                                   files.at(qsizetype(order[position + ahead])).constData()) -
+                               16);
+    };
+    std::size_t position = 0;
+    for (const Index length : runLengths) {
+        QStringList run;
+        run.reserve(qsizetype(length));
+        for (Index k = 0; k < length; ++k, ++position) {
+            prefetch(position);
+            run.append(files.at(qsizetype(order[position])));
+        }
+        runs.append(std::move(run));
+    }
     return runs;
+}
+
+} // namespace
+
+QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
+{
+    if (files.size() >= qsizetype(noFrameBit)) {
+        std::vector<qsizetype> order, runLengths;
+        runsByComparison(files, order, runLengths);
+        return runsOfPaths(files, order, runLengths);
+    }
+    std::vector<quint32> order, runLengths;
+    Grouping(files).run(order, runLengths);
+    return runsOfPaths(files, order, runLengths);
+}
+
+QList<qsizetype> VKFileSequence::runLengthsWithFiles(const QStringList &files,
+                                                     QList<qsizetype> &order)
+{
+    if (files.size() >= qsizetype(noFrameBit)) {
+        std::vector<qsizetype> sorted, runLengths;
+        runsByComparison(files, sorted, runLengths);
+        order = QList<qsizetype>(sorted.begin(), sorted.end());
+        return QList<qsizetype>(runLengths.begin(), runLengths.end());
+    }
+    std::vector<quint32> sorted, runLengths;
+    Grouping(files).run(sorted, runLengths);
+    order = QList<qsizetype>(sorted.begin(), sorted.end());
+    return QList<qsizetype>(runLengths.begin(), runLengths.end());
 }
 
 QList<std::shared_ptr<VKFileSequence>>
@@ -167,7 +641,8 @@ VKFileSequence::fileSequencesWithFiles(const QStringList &files)
 
 // --- Initialisers ---
 
-std::shared_ptr<VKFileSequence> VKFileSequence::fileSequenceWithIdentifier(const QString &identifier)
+std::shared_ptr<VKFileSequence>
+VKFileSequence::fileSequenceWithIdentifier(const QString &identifier)
 {
     auto sequence = std::make_shared<VKFileSequence>();
     sequence->m_startFrame = ~quint64(0);
@@ -194,8 +669,8 @@ VKFileSequence::fileSequenceWithSequenceOfFiles(const QStringList &files)
     const QString &first = files.first();
     sequence->m_startFrame = quint64(frameNumberForFile(first));
     sequence->m_endFrameInclusive = quint64(frameNumberForFile(files.last()));
-    if (sequence->m_startFrame != quint64(notFound)
-        && sequence->m_endFrameInclusive != quint64(notFound)) {
+    if (sequence->m_startFrame != quint64(notFound) &&
+        sequence->m_endFrameInclusive != quint64(notFound)) {
         sequence->m_prefix = prefixStringForFile(first);
         sequence->m_postfix = postfixStringForFile(first);
         sequence->m_padding = paddingForFile(first);
@@ -230,7 +705,8 @@ bool VKFileSequence::parseIdentifier(const QString &identifier)
         static const VKCharacterSet digits = VKCharacterSet::decimalDigitCharacterSet();
         constexpr unsigned justBefore = VKBackwardsSearch | VKAnchoredSearch;
 
-        const qsizetype lastComponent = identifier.lastIndexOf(VKPathString::lastPathComponent(identifier));
+        const qsizetype lastComponent =
+            identifier.lastIndexOf(VKPathString::lastPathComponent(identifier));
         const VKRange hashRun =
             VKStringRanges::rangeOfCharactersFromSet(identifier, hashes, VKBackwardsSearch);
         if (!hashRun.isFound() || lastComponent < 0 || lastComponent > hashRun.location)
@@ -264,8 +740,8 @@ bool VKFileSequence::parseIdentifier(const QString &identifier)
         const QString postfix =
             after.isFound() ? identifier.sliced(after.location, after.length) : QStringLiteral("");
         before = VKStringRanges::rangeBeforeRange(identifier, startDigits);
-        const QString prefix =
-            before.isFound() ? identifier.sliced(before.location, before.length) : QStringLiteral("");
+        const QString prefix = before.isFound() ? identifier.sliced(before.location, before.length)
+                                                : QStringLiteral("");
 
         const qint64 start = VKStringRanges::longLongValue(
             QStringView(identifier).sliced(startDigits.location, startDigits.length));
@@ -351,8 +827,8 @@ QList<QUrl> VKFileSequence::allFileURLs() const
     QList<QUrl> urls;
     const QDir current = QDir::current();
     for (const QString &path : allFilePaths())
-        urls.append(QUrl::fromLocalFile(VKPathString::isAbsolutePath(path) ? path
-                                                                     : current.absoluteFilePath(path)));
+        urls.append(QUrl::fromLocalFile(
+            VKPathString::isAbsolutePath(path) ? path : current.absoluteFilePath(path)));
     return urls;
 }
 
@@ -362,8 +838,9 @@ qint64 VKFileSequence::fileSizeOfFileAtIndex(quint64 index) const
 {
     const QString path = filePathForRelativeFrameNumber(index);
     if (path.isNull()) {
-        VKLogger::error({className, QStringLiteral("-[VKFileSequence fileSizeOfFileAtIndex:]"), this},
-                        "Could not get filePath for index %lu", index);
+        VKLogger::error(
+            {className, QStringLiteral("-[VKFileSequence fileSizeOfFileAtIndex:]"), this},
+            "Could not get filePath for index %lu", index);
         return 0;
     }
     return VKFileSystem::filesizeCFI(path);

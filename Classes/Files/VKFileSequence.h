@@ -35,6 +35,10 @@ public:
     // members come in sorted order; a file without frame number is a run of its own. Near
     // n log n, and each path's frame, prefix and postfix are worked out once.
     static QList<QStringList> sequencesWithFiles(const QStringList &files);
+    // The same runs as places instead of copies, for callers that only need a few members of
+    // each: `order` receives the indexes into `files` in sorted order, and the answer is the
+    // length of each run in that order.
+    static QList<qsizetype> runLengthsWithFiles(const QStringList &files, QList<qsizetype> &order);
     // sequencesWithFiles() made into sequences, one per run (never null).
     static QList<std::shared_ptr<VKFileSequence>> fileSequencesWithFiles(const QStringList &files);
 

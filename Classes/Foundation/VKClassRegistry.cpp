@@ -67,19 +67,23 @@ bool VKClassRegistry::registerErased(const QString &name, const QString &baseNam
                                      std::type_index type, std::type_index baseType,
                                      Factory factory, Upcast upcast)
 {
-    Registry &r = registry();
-    std::lock_guard lock(r.mutex);
-    auto it = r.classes.constFind(name);
-    if (name.isEmpty() || (it != r.classes.constEnd() && it->type != type)) {
+    bool taken = name.isEmpty();
+    {
+        Registry &r = registry();
+        std::lock_guard lock(r.mutex);
+        auto it = r.classes.constFind(name);
+        taken = taken || (it != r.classes.constEnd() && it->type != type);
+        if (!taken)
+            r.classes.insert(
+                name, Entry{name, baseName, type, baseType, std::move(factory), std::move(upcast)});
+    }
+    // Logged without the lock: a log sink may look classes up.
+    if (taken)
         VKLogger::error({QStringLiteral("VKClassRegistry"),
                          QStringLiteral("+[VKClassRegistry registerClass:]"), nullptr},
                         "Cannot register class \"%@\": the name is empty or taken by another class",
                         name);
-        return false;
-    }
-    r.classes.insert(name,
-                     Entry{name, baseName, type, baseType, std::move(factory), std::move(upcast)});
-    return true;
+    return !taken;
 }
 
 bool VKClassRegistry::unregisterClass(const QString &name)

@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QScopeGuard>
 #include <QThread>
 #include <QTimer>
 
@@ -16,6 +17,8 @@
 #include <condition_variable>
 #include <exception>
 #include <limits>
+#include <mutex>
+#include <thread>
 
 namespace {
 
@@ -54,11 +57,32 @@ double sanitisedInterval(double interval)
 
 } // namespace
 
+// The timer's states: valid (waiting for its fire), firing (the callback runs on `firingThread`)
+// and spent. Private::mutex guards all of them; the callback runs without it, and invalidate()
+// on another thread waits on `finished` while the timer is firing.
+struct VKMainLoopTimer::Private
+{
+    double interval = 0;
+    QDateTime fireDate;
+    QVariant userInfo;
+    mutable std::mutex mutex;
+    std::condition_variable finished;
+    bool valid = true;
+    bool firing = false;
+    std::thread::id firingThread;
+    Callback callback;
+};
+
 VKMainLoopTimer::VKMainLoopTimer(double interval, Callback callback, QVariant userInfo)
-    : m_interval(interval),
-      m_fireDate(VKDate::now().addMSecs(static_cast<qint64>(std::llround(interval * 1000.0)))),
-      m_userInfo(std::move(userInfo)), m_callback(std::move(callback))
-{}
+    : d(std::make_unique<Private>())
+{
+    d->interval = interval;
+    d->fireDate = VKDate::now().addMSecs(static_cast<qint64>(std::llround(interval * 1000.0)));
+    d->userInfo = std::move(userInfo);
+    d->callback = std::move(callback);
+}
+
+VKMainLoopTimer::~VKMainLoopTimer() = default;
 
 std::shared_ptr<VKMainLoopTimer> VKMainLoopTimer::scheduledTimer(double interval, Callback callback,
                                                                  QVariant userInfo)
@@ -88,18 +112,20 @@ void VKMainLoopTimer::invalidate()
 {
     Callback released;
     {
-        std::lock_guard lock(m_mutex);
-        m_valid = false;
-        released = std::move(m_callback);
-        m_callback = nullptr;
+        std::unique_lock lock(d->mutex);
+        d->valid = false;
+        released = std::move(d->callback);
+        d->callback = nullptr;
+        if (d->firing && d->firingThread != std::this_thread::get_id())
+            d->finished.wait(lock, [this] { return !d->firing; });
     }
     // `released` goes here, outside the lock: its captures may be anything.
 }
 
 bool VKMainLoopTimer::isValid() const
 {
-    std::lock_guard lock(m_mutex);
-    return m_valid;
+    std::lock_guard lock(d->mutex);
+    return d->valid;
 }
 
 void VKMainLoopTimer::fire()
@@ -108,17 +134,39 @@ void VKMainLoopTimer::fire()
     auto self = shared_from_this();
     Callback callback;
     {
-        std::lock_guard lock(m_mutex);
-        if (!m_valid)
+        std::lock_guard lock(d->mutex);
+        if (!d->valid)
             return;
-        m_valid = false;
-        callback = std::move(m_callback);
-        m_callback = nullptr;
+        d->valid = false;
+        d->firing = true;
+        d->firingThread = std::this_thread::get_id();
+        callback = std::move(d->callback);
+        d->callback = nullptr;
     }
+    auto done = qScopeGuard([this] {
+        std::lock_guard lock(d->mutex);
+        d->firing = false;
+        d->finished.notify_all();
+    });
     if (VKMainLoop::isMainThread())
         runLogged([&] { callback(*this); }, "-[VKMainLoopTimer fire]");
     else
         callback(*this);
+}
+
+double VKMainLoopTimer::timeInterval() const
+{
+    return d->interval;
+}
+
+QDateTime VKMainLoopTimer::fireDate() const
+{
+    return d->fireDate;
+}
+
+QVariant VKMainLoopTimer::userInfo() const
+{
+    return d->userInfo;
 }
 
 QThread *VKMainLoop::mainThread()
@@ -159,19 +207,38 @@ void VKMainLoop::performOnMainThread(std::function<void()> function, bool waitUn
         std::exception_ptr failure;
     };
     auto handshake = std::make_shared<Handshake>();
-    QMetaObject::invokeMethod(
-        app,
-        [handshake, function = std::move(function)] {
-            std::exception_ptr failure;
-            try {
-                function();
-            } catch (...) {
-                failure = std::current_exception();
-            }
+    // Ends the wait also when the call is dropped unrun: the main loop deletes the queued call,
+    // and with it this guard, when the application object goes away.
+    struct Completion
+    {
+        std::shared_ptr<Handshake> handshake;
+        std::exception_ptr failure;
+        bool ran = false;
+        explicit Completion(std::shared_ptr<Handshake> h) : handshake(std::move(h)) {}
+        Completion(const Completion &) = delete;
+        Completion &operator=(const Completion &) = delete;
+        ~Completion()
+        {
+            if (!ran)
+                failure = std::make_exception_ptr(VKException(
+                    VKInternalInconsistencyException,
+                    QStringLiteral("+[VKMainLoop performOnMainThread]: the main loop went away "
+                                   "before the function ran")));
             std::lock_guard lock(handshake->mutex);
             handshake->failure = failure;
             handshake->finished = true;
             handshake->done.notify_all();
+        }
+    };
+    QMetaObject::invokeMethod(
+        app,
+        [completion = std::make_shared<Completion>(handshake), function = std::move(function)] {
+            completion->ran = true;
+            try {
+                function();
+            } catch (...) {
+                completion->failure = std::current_exception();
+            }
         },
         Qt::QueuedConnection);
     std::unique_lock lock(handshake->mutex);

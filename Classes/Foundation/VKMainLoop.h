@@ -10,7 +10,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 
 class QThread;
 
@@ -21,33 +20,34 @@ class VK_EXPORT VKMainLoopTimer : public std::enable_shared_from_this<VKMainLoop
 public:
     using Callback = std::function<void(VKMainLoopTimer &timer)>;
 
+    ~VKMainLoopTimer();
+    VKMainLoopTimer(const VKMainLoopTimer &) = delete;
+    VKMainLoopTimer &operator=(const VKMainLoopTimer &) = delete;
+
     // Schedules `callback` on the main loop after `interval` seconds; 0 (or less) means the
     // loop's next pass. Callable from any thread. Throws VKInternalInconsistencyException when
     // there is no application object.
     static std::shared_ptr<VKMainLoopTimer> scheduledTimer(double interval, Callback callback,
                                                            QVariant userInfo = {});
 
-    // Safe from any thread: once it returns, the callback will not start (a call already under
-    // way on the main thread finishes). Releases the callback.
+    // Safe from any thread: once it returns, the callback has either finished or will never
+    // start; a callback running on another thread is waited for (so do not hold a lock the
+    // callback needs). Called from inside the callback it returns at once. Releases the
+    // callback.
     void invalidate();
     // True until the timer fired or was invalidated.
     bool isValid() const;
     // Fires now on the calling thread if still valid; the timer is then spent.
     void fire();
 
-    double timeInterval() const { return m_interval; }
-    QDateTime fireDate() const { return m_fireDate; }
-    QVariant userInfo() const { return m_userInfo; }
+    double timeInterval() const;
+    QDateTime fireDate() const;
+    QVariant userInfo() const;
 
 private:
     VKMainLoopTimer(double interval, Callback callback, QVariant userInfo);
-
-    const double m_interval;
-    const QDateTime m_fireDate;
-    const QVariant m_userInfo;
-    mutable std::mutex m_mutex;
-    bool m_valid = true;
-    Callback m_callback;
+    struct Private;
+    std::unique_ptr<Private> d;
 };
 
 class VK_EXPORT VKMainLoop
@@ -60,7 +60,8 @@ public:
     // Runs `function` on the main thread. With waitUntilDone it returns after the function has
     // run (at once, on the main thread itself) and rethrows what the function threw; without,
     // the function is queued for a later pass of the main loop even when called there, and an
-    // exception it throws is logged.
+    // exception it throws is logged. A wait ends with VKInternalInconsistencyException when
+    // the main loop drops the call unrun (the application object went away).
     static void performOnMainThread(std::function<void()> function, bool waitUntilDone);
 
     // Turns the calling thread's event loop until `date` has passed.

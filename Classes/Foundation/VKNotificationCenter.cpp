@@ -1,15 +1,29 @@
+// Notification centre.
+//
+// State: a copy-on-write list of registrations guarded by Private::mutex; posting copies the
+// list's pointer under the lock and calls handlers without it. Each registration carries a
+// "removed" flag, set under the lock when it leaves the list and checked just before each call,
+// so removal never waits for handlers running on other threads (which may hold locks the
+// remover holds); the posting thread's copy of the list keeps the handler alive meanwhile.
 #include "Foundation/VKNotificationCenter.h"
 
 #include "Foundation/VKException.h"
-#include "Foundation/VKObservableCallGate_p.h"
 
 #include <atomic>
 #include <mutex>
 #include <utility>
 #include <vector>
 
-VKNotification::VKNotification(QString name, void *object, QVariantMap userInfo)
-    : m_name(std::move(name)), m_object(object), m_userInfo(std::move(userInfo))
+VKNotificationObject VKNotificationObject::commandNames(QSet<QString> names)
+{
+    VKNotificationObject object;
+    object.m_names = std::move(names);
+    object.m_hasNames = true;
+    return object;
+}
+
+VKNotification::VKNotification(QString name, VKNotificationObject object, QVariantMap userInfo)
+    : m_name(std::move(name)), m_object(std::move(object)), m_userInfo(std::move(userInfo))
 {}
 
 namespace {
@@ -18,15 +32,15 @@ struct Registration
 {
     const void *observer = nullptr;
     QString name;
-    const void *sender = nullptr;
+    VKNotificationObject sender;
     VKNotificationHandler handler;
     VKNotificationToken token = 0;
-    VKObservableCallGate gate;
+    std::atomic<bool> removed{false};
 
     bool accepts(const VKNotification &notification) const
     {
         return (name.isEmpty() || name == notification.name()) &&
-               (!sender || sender == notification.object());
+               (sender.isNull() || sender == notification.object());
     }
 };
 
@@ -37,29 +51,22 @@ using RegistrationList = std::vector<std::shared_ptr<Registration>>;
 struct VKNotificationCenter::Private
 {
     mutable std::mutex mutex;
-    // Copy on write, so that posting takes the list without holding the lock.
     std::shared_ptr<const RegistrationList> registrations = std::make_shared<RegistrationList>();
     std::atomic<VKNotificationToken> nextToken{1};
 
     template <typename Predicate>
     void removeIf(Predicate predicate)
     {
-        std::vector<std::shared_ptr<Registration>> removed;
-        {
-            std::lock_guard lock(mutex);
-            auto kept = std::make_shared<RegistrationList>();
-            for (const auto &r : *registrations) {
-                if (predicate(*r))
-                    removed.push_back(r);
-                else
-                    kept->push_back(r);
-            }
-            if (removed.empty())
-                return;
-            registrations = std::move(kept);
+        std::lock_guard lock(mutex);
+        auto kept = std::make_shared<RegistrationList>();
+        for (const auto &r : *registrations) {
+            if (predicate(*r))
+                r->removed.store(true);
+            else
+                kept->push_back(r);
         }
-        for (const auto &r : removed)
-            r->gate.closeAndDrain();
+        if (kept->size() != registrations->size())
+            registrations = std::move(kept);
     }
 };
 
@@ -75,7 +82,7 @@ VKNotificationCenter &VKNotificationCenter::defaultCenter()
 }
 
 VKNotificationToken VKNotificationCenter::addObserver(const void *observer, const QString &name,
-                                                      const void *sender,
+                                                      const VKNotificationObject &sender,
                                                       VKNotificationHandler handler)
 {
     if (!handler)
@@ -104,13 +111,13 @@ void VKNotificationCenter::removeObserver(const void *observer)
 }
 
 void VKNotificationCenter::removeObserver(const void *observer, const QString &name,
-                                          const void *sender)
+                                          const VKNotificationObject &sender)
 {
     if (!observer)
         return;
     d->removeIf([&](const Registration &r) {
         return r.observer == observer && (name.isEmpty() || r.name == name) &&
-               (!sender || r.sender == sender);
+               (sender.isNull() || r.sender == sender);
     });
 }
 
@@ -128,16 +135,13 @@ void VKNotificationCenter::postNotification(const VKNotification &notification)
         std::lock_guard lock(d->mutex);
         list = d->registrations;
     }
-    for (const auto &r : *list) {
-        if (!r->accepts(notification))
-            continue;
-        VKObservableCallScope scope(r->gate);
-        if (scope)
+    for (const auto &r : *list)
+        if (r->accepts(notification) && !r->removed.load())
             r->handler(notification);
-    }
 }
 
-void VKNotificationCenter::postNotificationName(const QString &name, void *sender,
+void VKNotificationCenter::postNotificationName(const QString &name,
+                                                const VKNotificationObject &sender,
                                                 const QVariantMap &userInfo)
 {
     postNotification(VKNotification(name, sender, userInfo));

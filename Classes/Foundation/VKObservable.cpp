@@ -1,8 +1,28 @@
+// Key-value observation.
+//
+// State of an object: a copy-on-write list of registrations (observer or callback, key, the keys
+// affecting it, options, a serial number and a "removed" flag), guarded by Private::mutex, plus
+// two counters readable without the lock: the number of registrations and the number of
+// will-changes of the object still open on any thread's pending stack.
+//
+// Locks: Private::mutex is held only to copy or replace the list; no user code (observers,
+// callbacks, valueForKey, keyPathsForValuesAffectingValueForKey) ever runs under it. Each
+// thread keeps its open will-changes in a thread-local stack, touched only by that thread.
+//
+// Invariants:
+// - A registration is in the list exactly while its "removed" flag is false; removal sets the
+//   flag under the lock and never waits, and a call checks the flag just before it starts.
+// - A did-change tells every registration in the list when it runs: those its will-change saw
+//   (with their old values) and those with a later serial number (without). So a registration
+//   made before the did-change is told, and one made after it reads the new value itself:
+//   the registration count is a sequentially consistent atomic, and the changed state is
+//   published before the did-change by a lock or a sequentially consistent store.
+// - With no registration and no open will-change the announcement pair reads two atomics and
+//   returns.
 #include "Foundation/VKObservable.h"
 
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
-#include "Foundation/VKObservableCallGate_p.h"
 
 #include <QHash>
 
@@ -36,6 +56,9 @@ VKKeyValueObserver::~VKKeyValueObserver() = default;
 struct VKObservable::Registration
 {
     VKKeyValueObserver *observer = nullptr;
+    // Set for observers registered by shared pointer.
+    std::weak_ptr<VKKeyValueObserver> sharedObserver;
+    bool observerIsShared = false;
     Callback callback;
     VKObservationToken token = 0;
     QString key;
@@ -43,7 +66,8 @@ struct VKObservable::Registration
     QSet<QString> affectingKeys;
     VKKeyValueObservingOptions options = 0;
     void *context = nullptr;
-    VKObservableCallGate gate;
+    quint64 serial = 0;
+    std::atomic<bool> removed{false};
 
     bool isTouchedBy(const QString &changedKey) const
     {
@@ -56,14 +80,38 @@ using VKRegistrationList = std::vector<std::shared_ptr<VKObservable::Registratio
 struct VKObservable::Private
 {
     mutable std::mutex mutex;
-    // Copy on write: announcing threads take the current list without holding the lock.
-    std::shared_ptr<const VKRegistrationList> registrations =
-        std::make_shared<VKRegistrationList>();
+    // Null while nobody ever registered, so that unobserved objects allocate no list.
+    std::shared_ptr<const VKRegistrationList> registrations;
+    quint64 lastSerial = 0;
+    mutable std::shared_ptr<const int> alive;
+    std::atomic<int> registrationCount{0};
+    std::atomic<int> openChanges{0};
+    bool announcesToItself = false;
 
-    std::shared_ptr<const VKRegistrationList> snapshot() const
+    std::shared_ptr<const VKRegistrationList> snapshot(quint64 *serial = nullptr) const
     {
         std::lock_guard lock(mutex);
+        if (serial)
+            *serial = lastSerial;
         return registrations;
+    }
+
+    // Takes the registration out of the list; answers whether it was there.
+    bool removeLocked(std::shared_ptr<Registration> removed)
+    {
+        if (!registrations)
+            return false;
+        auto list = std::make_shared<VKRegistrationList>();
+        list->reserve(registrations->size());
+        for (const auto &r : *registrations)
+            if (r != removed)
+                list->push_back(r);
+        if (list->size() == registrations->size())
+            return false;
+        removed->removed.store(true);
+        registrations = std::move(list);
+        registrationCount.fetch_sub(1);
+        return true;
     }
 };
 
@@ -82,6 +130,8 @@ struct PendingChange
 {
     const VKObservable *object = nullptr;
     QString key;
+    // Registrations with a higher serial were made after the will-change.
+    quint64 serial = 0;
     std::vector<PendingCall> calls;
 };
 
@@ -100,6 +150,24 @@ QString demangled(const char *mangled)
     return result;
 }
 
+void deliver(VKObservable *object, VKObservable::Registration &registration,
+             const VKKeyValueChange &change)
+{
+    if (registration.removed.load())
+        return;
+    if (registration.observerIsShared) {
+        // Kept alive for the length of the call.
+        if (const auto observer = registration.sharedObserver.lock())
+            observer->observeValueForKeyPath(registration.key, object, change,
+                                             registration.context);
+    } else if (registration.observer) {
+        registration.observer->observeValueForKeyPath(registration.key, object, change,
+                                                      registration.context);
+    } else {
+        registration.callback(object, registration.key, change);
+    }
+}
+
 } // namespace
 
 VKObservable::VKObservable() : d(std::make_unique<Private>()) {}
@@ -107,8 +175,11 @@ VKObservable::VKObservable() : d(std::make_unique<Private>()) {}
 VKObservable::~VKObservable()
 {
     // Forget will-changes this thread left open on the object.
-    auto &pending = pendingChanges();
-    std::erase_if(pending, [this](const PendingChange &change) { return change.object == this; });
+    if (d->openChanges.load() > 0) {
+        auto &pending = pendingChanges();
+        std::erase_if(pending,
+                      [this](const PendingChange &change) { return change.object == this; });
+    }
 }
 
 void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
@@ -127,9 +198,12 @@ void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
     }
     {
         std::lock_guard lock(d->mutex);
-        auto list = std::make_shared<VKRegistrationList>(*d->registrations);
+        registration->serial = ++d->lastSerial;
+        auto list = d->registrations ? std::make_shared<VKRegistrationList>(*d->registrations)
+                                     : std::make_shared<VKRegistrationList>();
         list->push_back(registration);
         d->registrations = std::move(list);
+        d->registrationCount.fetch_add(1);
     }
     if (registration->options & VKKeyValueObservingOptionInitial) {
         VKKeyValueChange change;
@@ -137,14 +211,7 @@ void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
             change.newValue = valueForKey(registration->key);
             change.hasNewValue = true;
         }
-        VKObservableCallScope scope(registration->gate);
-        if (!scope)
-            return;
-        if (registration->observer)
-            registration->observer->observeValueForKeyPath(registration->key, this, change,
-                                                           registration->context);
-        else
-            registration->callback(this, registration->key, change);
+        deliver(this, *registration, change);
     }
 }
 
@@ -163,6 +230,24 @@ void VKObservable::addObserver(VKKeyValueObserver *observer, const QString &key,
     addRegistration(std::move(registration));
 }
 
+void VKObservable::addObserver(const std::shared_ptr<VKKeyValueObserver> &observer,
+                               const QString &key, VKKeyValueObservingOptions options,
+                               void *context)
+{
+    if (!observer)
+        VKException::raise(
+            VKInvalidArgumentException,
+            "-[%@ addObserver:forKeyPath:options:context:]: observer must not be nil", className());
+    auto registration = std::make_shared<Registration>();
+    registration->observer = observer.get();
+    registration->sharedObserver = observer;
+    registration->observerIsShared = true;
+    registration->key = key;
+    registration->options = options;
+    registration->context = context;
+    addRegistration(std::move(registration));
+}
+
 void VKObservable::addObserver(VKKeyValueObserver *observer, const QStringList &keys,
                                VKKeyValueObservingOptions options, void *context)
 {
@@ -173,24 +258,17 @@ void VKObservable::addObserver(VKKeyValueObserver *observer, const QStringList &
 void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &key, bool anyContext,
                                   void *context)
 {
-    std::shared_ptr<Registration> removed;
+    bool removed = false;
     {
         std::lock_guard lock(d->mutex);
-        const VKRegistrationList &current = *d->registrations;
-        for (auto it = current.rbegin(); it != current.rend(); ++it) {
+        const auto current = d->registrations ? d->registrations
+                                              : std::make_shared<const VKRegistrationList>();
+        for (auto it = current->rbegin(); it != current->rend(); ++it) {
             const Registration &r = **it;
             if (r.observer == observer && r.key == key && (anyContext || r.context == context)) {
-                removed = *it;
+                removed = d->removeLocked(*it);
                 break;
             }
-        }
-        if (removed) {
-            auto list = std::make_shared<VKRegistrationList>();
-            list->reserve(current.size() - 1);
-            for (const auto &r : current)
-                if (r != removed)
-                    list->push_back(r);
-            d->registrations = std::move(list);
         }
     }
     if (!removed)
@@ -200,7 +278,6 @@ void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &k
                            observer ? demangled(typeid(*observer).name()) : QStringLiteral("nil"),
                            static_cast<const void *>(observer), key, className(),
                            static_cast<const void *>(this));
-    removed->gate.closeAndDrain();
 }
 
 void VKObservable::removeObserver(VKKeyValueObserver *observer, const QString &key)
@@ -237,31 +314,47 @@ VKObservationToken VKObservable::observe(const QString &key, VKKeyValueObserving
 
 void VKObservable::removeObservation(VKObservationToken token)
 {
-    std::shared_ptr<Registration> removed;
-    {
-        std::lock_guard lock(d->mutex);
-        auto list = std::make_shared<VKRegistrationList>();
-        for (const auto &r : *d->registrations) {
-            if (token != 0 && r->token == token)
-                removed = r;
-            else
-                list->push_back(r);
+    if (token == 0)
+        return;
+    std::lock_guard lock(d->mutex);
+    if (!d->registrations)
+        return;
+    for (const auto &r : *d->registrations) {
+        if (r->token == token) {
+            d->removeLocked(r);
+            return;
         }
-        if (removed)
-            d->registrations = std::move(list);
     }
-    if (removed)
-        removed->gate.closeAndDrain();
 }
 
 bool VKObservable::hasObserversForKey(const QString &key) const
 {
+    if (d->registrationCount.load() == 0)
+        return false;
     const auto list = d->snapshot();
-    for (const auto &r : *list)
+    for (const auto &r : list ? *list : VKRegistrationList())
         if (r->isTouchedBy(key))
             return true;
     return false;
 }
+
+VKObservableLifetime VKObservable::lifetime() const
+{
+    VKObservableLifetime result;
+    std::lock_guard lock(d->mutex);
+    if (!d->alive)
+        d->alive = std::make_shared<const int>(0);
+    result.m_alive = d->alive;
+    result.m_object = this;
+    return result;
+}
+
+void VKObservable::setAnnouncesToItself(bool enabled)
+{
+    d->announcesToItself = enabled;
+}
+
+void VKObservable::didAnnounceChangeForKey(const QString &) {}
 
 namespace {
 
@@ -283,27 +376,16 @@ QVariant observedValue(const VKObservable *object, const QString &key,
     return value;
 }
 
-void deliver(VKObservable *object, VKObservable::Registration &registration,
-             const VKKeyValueChange &change)
-{
-    VKObservableCallScope scope(registration.gate);
-    if (!scope)
-        return;
-    if (registration.observer)
-        registration.observer->observeValueForKeyPath(registration.key, object, change,
-                                                      registration.context);
-    else
-        registration.callback(object, registration.key, change);
-}
-
 } // namespace
 
 void VKObservable::willChangeValueForKey(const QString &key)
 {
-    const auto list = d->snapshot();
-    if (list->empty())
+    if (d->registrationCount.load() == 0)
         return;
-    PendingChange pending{this, key, {}};
+    PendingChange pending{this, key, 0, {}};
+    const auto list = d->snapshot(&pending.serial);
+    if (!list)
+        return;
     QHash<QString, QVariant> oldValues;
     for (const auto &r : *list) {
         if (!r->isTouchedBy(key))
@@ -320,6 +402,7 @@ void VKObservable::willChangeValueForKey(const QString &key)
         if (call.registration->options & VKKeyValueObservingOptionPrior)
             priorCalls.push_back(call);
     pendingChanges().push_back(std::move(pending));
+    d->openChanges.fetch_add(1);
     for (const PendingCall &call : priorCalls) {
         VKKeyValueChange change;
         change.isPrior = true;
@@ -333,40 +416,52 @@ void VKObservable::willChangeValueForKey(const QString &key)
 
 void VKObservable::didChangeValueForKey(const QString &key)
 {
+    if (d->openChanges.load(std::memory_order_relaxed) == 0 && d->registrationCount.load() == 0) {
+        if (d->announcesToItself)
+            didAnnounceChangeForKey(key);
+        return;
+    }
     std::vector<PendingCall> calls;
     bool opened = false;
-    auto &pending = pendingChanges();
-    for (auto i = pending.size(); i-- > 0;) {
-        if (pending[i].object == this && pending[i].key == key) {
-            calls = std::move(pending[i].calls);
-            pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(i));
-            opened = true;
-            break;
+    quint64 seenSerial = 0;
+    if (d->openChanges.load() > 0) {
+        auto &pending = pendingChanges();
+        for (auto i = pending.size(); i-- > 0;) {
+            if (pending[i].object == this && pending[i].key == key) {
+                calls = std::move(pending[i].calls);
+                seenSerial = pending[i].serial;
+                pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(i));
+                d->openChanges.fetch_sub(1);
+                opened = true;
+                break;
+            }
         }
     }
-    if (!opened) {
-        // No observer was interested at will-change: tell only those registered since.
+    // Registrations made since the will-change (all of them when it found none) are told too.
+    if (d->registrationCount.load() > 0) {
         const auto list = d->snapshot();
-        for (const auto &r : *list)
-            if (r->isTouchedBy(key))
+        for (const auto &r : list ? *list : VKRegistrationList())
+            if (r->serial > seenSerial && r->isTouchedBy(key))
                 calls.push_back({r, {}});
     }
     QHash<QString, QVariant> newValues;
     for (const PendingCall &call : calls) {
         Registration &r = *call.registration;
-        if (r.gate.isClosed())
+        if (r.removed.load())
             continue;
         VKKeyValueChange change;
         if (r.options & VKKeyValueObservingOptionNew) {
             change.newValue = observedValue(this, r.key, newValues);
             change.hasNewValue = true;
         }
-        if (opened && (r.options & VKKeyValueObservingOptionOld)) {
+        if (opened && r.serial <= seenSerial && (r.options & VKKeyValueObservingOptionOld)) {
             change.oldValue = call.oldValue;
             change.hasOldValue = true;
         }
         deliver(this, r, change);
     }
+    if (d->announcesToItself)
+        didAnnounceChangeForKey(key);
 }
 
 bool VKObservable::automaticallyNotifiesObserversForKey(const QString &) const

@@ -63,6 +63,38 @@ public:
 // Identifies a callback observation made with observe(); 0 is never used.
 using VKObservationToken = quint64;
 
+// A weak reference to the life of an observable object. A table keyed by observed objects keeps
+// one per entry and lets entries lapse once their object is gone; a new object at the same
+// address has another lifetime. It expires when the object's VKObservable part is destroyed,
+// that is after the subclass's destructor ran.
+class VK_EXPORT VKObservableLifetime
+{
+public:
+    // Never alive.
+    VKObservableLifetime() = default;
+
+    bool isAlive() const { return !m_alive.expired(); }
+    // The object's address, as a key; only dereference it while the object is known to live.
+    const VKObservable *object() const { return m_object; }
+
+    // The same life of the same object.
+    friend bool operator==(const VKObservableLifetime &a, const VKObservableLifetime &b)
+    {
+        return !a.m_alive.owner_before(b.m_alive) && !b.m_alive.owner_before(a.m_alive);
+    }
+
+private:
+    friend class VKObservable;
+    std::weak_ptr<const void> m_alive;
+    const VKObservable *m_object = nullptr;
+};
+
+// Observers and callbacks are told on the thread that announced the change. Registration and
+// removal never wait for calls running on other threads: once a removal returned, no call of
+// that registration starts any more, but a call that started earlier on another thread may
+// still be running. A callback registration keeps its function (and what it captures) alive
+// until such calls are over; an observer registered by shared pointer is kept alive for the
+// length of each call; a plain observer pointer must outlive calls that may be running.
 class VK_EXPORT VKObservable
 {
 public:
@@ -74,15 +106,18 @@ public:
     VKObservable(const VKObservable &) = delete;
     VKObservable &operator=(const VKObservable &) = delete;
 
-    // The observer is not owned: it must remove itself before it goes away. The same observer
-    // may register several times for one key (each registration is told once per change).
+    // The observer is not owned. The same observer may register several times for one key
+    // (each registration is told once per change).
     void addObserver(VKKeyValueObserver *observer, const QString &key,
                      VKKeyValueObservingOptions options = 0, void *context = nullptr);
     void addObserver(VKKeyValueObserver *observer, const QStringList &keys,
                      VKKeyValueObservingOptions options = 0, void *context = nullptr);
+    // Holds the observer weakly: calls stop once it is gone, and each call keeps it alive
+    // while it runs. Remove it with the plain pointer.
+    void addObserver(const std::shared_ptr<VKKeyValueObserver> &observer, const QString &key,
+                     VKKeyValueObservingOptions options = 0, void *context = nullptr);
     // Removes the observer's latest registration for the key (with the given context when one
-    // is passed). Throws VKRangeException when there is none. Calls of that registration in
-    // progress on other threads are waited for, so the observer may be destroyed afterwards.
+    // is passed). Throws VKRangeException when there is none.
     void removeObserver(VKKeyValueObserver *observer, const QString &key);
     void removeObserver(VKKeyValueObserver *observer, const QString &key, void *context);
     void removeObserver(VKKeyValueObserver *observer, const QStringList &keys);
@@ -95,8 +130,13 @@ public:
     // Whether anyone observes the key, directly or through a key that depends on it.
     bool hasObserversForKey(const QString &key) const;
 
+    // The object's lifetime, for tables keyed by observed objects.
+    VKObservableLifetime lifetime() const;
+
     // The announcement pair around a change of `key`. Pairs may nest (also for the same key);
     // each did-change closes the latest open will-change of that key on the calling thread.
+    // Every registration made before the did-change is told: one made after the will-change
+    // gets no old value. Without observers the pair costs a few loads.
     void willChangeValueForKey(const QString &key);
     void didChangeValueForKey(const QString &key);
 
@@ -140,6 +180,13 @@ public:
 
     // Internal: one registration of an observer or callback.
     struct Registration;
+
+protected:
+    // Lets a class react to its own announcements without observing itself (an operation
+    // tells its queue and its dependants this way): once enabled, from the constructor,
+    // didAnnounceChangeForKey() runs after the observers of every did-change were told.
+    void setAnnouncesToItself(bool enabled);
+    virtual void didAnnounceChangeForKey(const QString &key);
 
 private:
     struct Private;

@@ -1,46 +1,109 @@
+// Operations.
+//
+// States: Pending -> Executing -> Finished (`state`), plus the `cancelled` flag; an operation
+// is ready when cancelled or when no dependency's end is still outstanding
+// (`unfinishedDependencies`). Subclasses may override the getters and announce by hand.
+//
+// Locks, always taken in this order and never held while calling out (observers, completion
+// blocks, the state getters):
+//   1. an operation's dependencyMutex (its own dependency list),
+//   2. a dependency's mutex (its dependants, its queue link, its end),
+//   3. the queue's mutex (taken by VKOperationQueueLink calls).
+// No thread holds two operations' mutexes at once.
+//
+// Invariants:
+// - A dependant is counted in a dependency's `dependants` exactly while that dependency's end
+//   is outstanding for it; adding and delivering the end both happen under the dependency's
+//   mutex, so a dependency added while it finishes is either counted and then told, or seen
+//   finished.
+// - The end is delivered once (`ending`, `endDelivered`): completion block, then dependants
+//   (their "isReady" announced around the change), then the queue, then waiters.
+// - The queue link is used only under the operation's mutex; the queue clears it there
+//   before it goes, so a late end never reaches a destroyed queue.
 #include "Foundation/VKOperationBase.h"
 
 #include "Foundation/VKException.h"
+#include "Foundation/VKOperationBase_p.h"
 
-#include <chrono>
-#include <condition_variable>
+#include <algorithm>
+#include <exception>
+#include <typeindex>
+#include <unordered_map>
 
 namespace {
 const QString kIsReady = QStringLiteral("isReady");
 const QString kIsExecuting = QStringLiteral("isExecuting");
 const QString kIsFinished = QStringLiteral("isFinished");
 const QString kIsCancelled = QStringLiteral("isCancelled");
+
+// Every key whose change changes `key`, following dependencies transitively.
+QSet<QString> affectingKeys(const VKObservable &object, const QString &key)
+{
+    QSet<QString> result;
+    QStringList queue{key};
+    while (!queue.isEmpty()) {
+        const QString next = queue.takeFirst();
+        for (const QString &affecting : object.keyPathsForValuesAffectingValueForKey(next))
+            if (affecting != key && !result.contains(affecting)) {
+                result.insert(affecting);
+                queue.append(affecting);
+            }
+    }
+    return result;
+}
+
+// Dependent keys are declared per class, so they are worked out once per class.
+const VKOperationAffectingKeys *affectingKeysOfClass(const VKOperationBase &operation)
+{
+    static std::mutex mutex;
+    static std::unordered_map<std::type_index, std::unique_ptr<VKOperationAffectingKeys>> classes;
+    const std::type_index type(typeid(operation));
+    {
+        std::lock_guard lock(mutex);
+        auto it = classes.find(type);
+        if (it != classes.end())
+            return it->second.get();
+    }
+    // Asked without the lock: the answers are the subclass's code.
+    auto keys = std::make_unique<VKOperationAffectingKeys>();
+    keys->ready = affectingKeys(operation, kIsReady);
+    keys->finished = affectingKeys(operation, kIsFinished);
+    std::lock_guard lock(mutex);
+    return classes.try_emplace(type, std::move(keys)).first->second.get();
+}
 } // namespace
 
-VKOperationBase::VKOperationBase() = default;
+VKOperationBase::VKOperationBase() : VKOperationBase(std::make_unique<Private>()) {}
+
+VKOperationBase::VKOperationBase(std::unique_ptr<Private> d) : d(std::move(d))
+{
+    setAnnouncesToItself(true);
+}
 
 VKOperationBase::~VKOperationBase()
 {
-    QList<Dependency> dependencies;
-    {
-        std::lock_guard lock(m_mutex);
-        dependencies.swap(m_dependencies);
+    // Leave the dependencies' lists, so that their end is not delivered to a dead operation.
+    for (const auto &dependency : d->dependencies) {
+        std::lock_guard lock(dependency->d->mutex);
+        std::erase(dependency->d->dependants, this);
     }
-    // Waits for a dependency's announcement that may be calling us on another thread.
-    for (const Dependency &dependency : dependencies)
-        dependency.operation->removeObservation(dependency.token);
 }
 
 void VKOperationBase::start()
 {
     if (isCancelled()) {
-        if (m_state.load() != Pending)
+        if (d->state.load() != Private::Pending)
             return;
         willChangeValueForKey(kIsFinished);
-        int expected = Pending;
-        m_state.compare_exchange_strong(expected, Finished);
+        int expected = Private::Pending;
+        d->state.compare_exchange_strong(expected, Private::Finished);
         didChangeValueForKey(kIsFinished);
         return;
     }
-    if (m_state.load() == Executing)
+    if (d->state.load() == Private::Executing)
         VKException::raise(VKInvalidArgumentException,
                            "*** -[%@ start]: receiver is already executing", className());
-    if (m_state.load() == Finished)
+    if (d->state.load() == Private::Finished)
         VKException::raise(VKInvalidArgumentException,
                            "*** -[%@ start]: receiver is finished and cannot be started",
                            className());
@@ -49,8 +112,8 @@ void VKOperationBase::start()
                            "*** -[%@ start]: receiver is not yet ready to execute", className());
 
     willChangeValueForKey(kIsExecuting);
-    int expected = Pending;
-    const bool won = m_state.compare_exchange_strong(expected, Executing);
+    int expected = Private::Pending;
+    const bool won = d->state.compare_exchange_strong(expected, Private::Executing);
     didChangeValueForKey(kIsExecuting);
     if (!won)
         VKException::raise(VKInvalidArgumentException,
@@ -59,7 +122,7 @@ void VKOperationBase::start()
     auto finish = [this] {
         willChangeValueForKey(kIsFinished);
         willChangeValueForKey(kIsExecuting);
-        m_state.store(Finished);
+        d->state.store(Private::Finished);
         didChangeValueForKey(kIsExecuting);
         didChangeValueForKey(kIsFinished);
     };
@@ -76,33 +139,33 @@ void VKOperationBase::main() {}
 
 void VKOperationBase::cancel()
 {
-    if (m_cancelled.load())
+    if (d->cancelled.load())
         return;
     willChangeValueForKey(kIsCancelled);
     willChangeValueForKey(kIsReady);
-    m_cancelled.store(true);
+    d->cancelled.store(true);
     didChangeValueForKey(kIsReady);
     didChangeValueForKey(kIsCancelled);
 }
 
 bool VKOperationBase::isReady() const
 {
-    return m_cancelled.load() || m_unfinishedDependencies.load() == 0;
+    return d->cancelled.load() || d->unfinishedDependencies.load() == 0;
 }
 
 bool VKOperationBase::isExecuting() const
 {
-    return m_state.load() == Executing;
+    return d->state.load() == Private::Executing;
 }
 
 bool VKOperationBase::isFinished() const
 {
-    return m_state.load() == Finished;
+    return d->state.load() == Private::Finished;
 }
 
 bool VKOperationBase::isCancelled() const
 {
-    return m_cancelled.load();
+    return d->cancelled.load();
 }
 
 bool VKOperationBase::isConcurrent() const
@@ -114,38 +177,93 @@ void VKOperationBase::waitUntilFinished()
 {
     if (isFinished())
         return;
-    std::mutex mutex;
-    std::condition_variable finished;
-    const VKObservationToken token =
-        observe(kIsFinished, 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
-            std::lock_guard lock(mutex);
-            finished.notify_all();
-        });
+    std::unique_lock lock(d->mutex);
+    d->ended.wait(lock, [this] { return d->endDelivered; });
+}
+
+void VKOperationBase::didAnnounceChangeForKey(const QString &key)
+{
+    const VKOperationAffectingKeys *affecting = d->affectingKeys.load(std::memory_order_acquire);
+    if (!affecting) {
+        affecting = affectingKeysOfClass(*this);
+        d->affectingKeys.store(affecting, std::memory_order_release);
+    }
+    if (key == kIsReady || affecting->ready.contains(key))
+        tellQueueOfReadiness();
+    if ((key == kIsFinished || affecting->finished.contains(key)) && isFinished())
+        deliverEnd();
+}
+
+void VKOperationBase::tellQueueOfReadiness()
+{
+    // The getter runs without locks; a change racing with this call announces again, and the
+    // second look catches an answer that went stale before the queue took it.
+    for (;;) {
+        const bool ready = isReady();
+        {
+            std::lock_guard lock(d->mutex);
+            if (!d->queue)
+                return;
+            d->queue->operationReadinessChanged(this, ready);
+        }
+        if (isReady() == ready)
+            return;
+    }
+}
+
+void VKOperationBase::deliverEnd()
+{
+    std::function<void()> completion;
+    std::vector<std::shared_ptr<VKOperationBase>> announced;
     {
-        // An end announced while the observer was being registered can be missed (the change
-        // had already begun without it), so the state is also looked at now and then.
-        std::unique_lock lock(mutex);
-        while (!finished.wait_for(lock, std::chrono::milliseconds(10),
-                                  [this] { return isFinished(); })) {
+        std::lock_guard lock(d->mutex);
+        if (d->ending)
+            return;
+        d->ending = true;
+        completion = std::move(d->completionBlock);
+        d->completionBlock = nullptr;
+        for (VKOperationBase *dependant : d->dependants)
+            if (auto strong = dependant->weak_from_this().lock())
+                announced.push_back(std::move(strong));
+    }
+    std::exception_ptr failure;
+    if (completion) {
+        try {
+            completion();
+        } catch (...) {
+            failure = std::current_exception();
         }
     }
-    removeObservation(token);
-}
-
-void VKOperationBase::recountUnfinishedDependencies()
-{
-    std::lock_guard lock(m_mutex);
-    int unfinished = 0;
-    for (const Dependency &dependency : m_dependencies)
-        unfinished += dependency.operation->isFinished() ? 0 : 1;
-    m_unfinishedDependencies.store(unfinished);
-}
-
-void VKOperationBase::dependencyStateChanged()
-{
-    willChangeValueForKey(kIsReady);
-    recountUnfinishedDependencies();
-    didChangeValueForKey(kIsReady);
+    for (const auto &dependant : announced)
+        dependant->willChangeValueForKey(kIsReady);
+    std::vector<std::shared_ptr<VKOperationBase>> late;
+    {
+        std::lock_guard lock(d->mutex);
+        for (VKOperationBase *dependant : d->dependants) {
+            dependant->d->unfinishedDependencies.fetch_sub(1);
+            // Added since the first look: told without a will-change.
+            if (std::none_of(announced.begin(), announced.end(),
+                             [&](const auto &a) { return a.get() == dependant; }))
+                if (auto strong = dependant->weak_from_this().lock())
+                    late.push_back(std::move(strong));
+        }
+        d->dependants.clear();
+        if (d->queue) {
+            d->queue->operationFinished(this);
+            d->queue = nullptr;
+        }
+    }
+    for (auto it = announced.rbegin(); it != announced.rend(); ++it)
+        (*it)->didChangeValueForKey(kIsReady);
+    for (const auto &dependant : late)
+        dependant->didChangeValueForKey(kIsReady);
+    {
+        std::lock_guard lock(d->mutex);
+        d->endDelivered = true;
+        d->ended.notify_all();
+    }
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void VKOperationBase::addDependency(const std::shared_ptr<VKOperationBase> &operation)
@@ -156,99 +274,71 @@ void VKOperationBase::addDependency(const std::shared_ptr<VKOperationBase> &oper
     if (operation.get() == this)
         return;
     {
-        std::lock_guard lock(m_mutex);
-        for (const Dependency &dependency : m_dependencies)
-            if (dependency.operation == operation)
-                return;
+        std::lock_guard lock(d->dependencyMutex);
+        if (d->dependencies.contains(operation))
+            return;
     }
-    const VKObservationToken token = operation->observe(
-        kIsFinished, 0, [this](VKObservable *, const QString &, const VKKeyValueChange &) {
-            dependencyStateChanged();
-        });
-    bool added = true;
+    willChangeValueForKey(kIsReady);
     {
-        std::lock_guard lock(m_mutex);
-        for (const Dependency &dependency : m_dependencies)
-            added = added && dependency.operation != operation;
-        if (added)
-            m_dependencies.append({operation, token});
+        std::lock_guard edit(d->dependencyMutex);
+        if (!d->dependencies.contains(operation)) {
+            d->dependencies.append(operation);
+            std::lock_guard lock(operation->d->mutex);
+            if (!operation->d->ending) {
+                operation->d->dependants.push_back(this);
+                d->unfinishedDependencies.fetch_add(1);
+            }
+        }
     }
-    if (!added) {
-        // Another thread added the same dependency meanwhile.
-        operation->removeObservation(token);
-        return;
-    }
-    dependencyStateChanged();
+    didChangeValueForKey(kIsReady);
 }
 
 void VKOperationBase::removeDependency(const std::shared_ptr<VKOperationBase> &operation)
 {
-    VKObservationToken token = 0;
     {
-        std::lock_guard lock(m_mutex);
-        for (qsizetype i = 0; i < m_dependencies.size(); ++i) {
-            if (m_dependencies.at(i).operation == operation) {
-                token = m_dependencies.at(i).token;
-                m_dependencies.removeAt(i);
-                break;
+        std::lock_guard lock(d->dependencyMutex);
+        if (!operation || !d->dependencies.contains(operation))
+            return;
+    }
+    willChangeValueForKey(kIsReady);
+    {
+        std::lock_guard edit(d->dependencyMutex);
+        if (d->dependencies.removeOne(operation)) {
+            std::lock_guard lock(operation->d->mutex);
+            auto it =
+                std::find(operation->d->dependants.begin(), operation->d->dependants.end(), this);
+            if (it != operation->d->dependants.end()) {
+                operation->d->dependants.erase(it);
+                d->unfinishedDependencies.fetch_sub(1);
             }
         }
     }
-    if (token == 0)
-        return;
-    operation->removeObservation(token);
-    dependencyStateChanged();
+    didChangeValueForKey(kIsReady);
 }
 
 QList<std::shared_ptr<VKOperationBase>> VKOperationBase::dependencies() const
 {
-    std::lock_guard lock(m_mutex);
-    QList<std::shared_ptr<VKOperationBase>> result;
-    for (const Dependency &dependency : m_dependencies)
-        result.append(dependency.operation);
-    return result;
+    std::lock_guard lock(d->dependencyMutex);
+    return d->dependencies;
 }
 
 void VKOperationBase::setCompletionBlock(std::function<void()> block)
 {
-    bool observing = false;
-    {
-        std::lock_guard lock(m_mutex);
-        m_completionBlock = std::move(block);
-        observing = m_completionToken != 0;
-        if (!observing)
-            m_completionToken = ~VKObservationToken(0); // claimed; set below
-    }
-    if (observing)
-        return;
-    const VKObservationToken token =
-        observe(kIsFinished, 0, [this](VKObservable *, const QString &, const VKKeyValueChange &) {
-            if (!isFinished())
-                return;
-            std::function<void()> completion;
-            {
-                std::lock_guard lock(m_mutex);
-                completion = std::move(m_completionBlock);
-                m_completionBlock = nullptr;
-            }
-            if (completion)
-                completion();
-        });
-    std::lock_guard lock(m_mutex);
-    m_completionToken = token;
+    std::lock_guard lock(d->mutex);
+    d->completionBlock = std::move(block);
 }
 
 QString VKOperationBase::name() const
 {
-    std::lock_guard lock(m_mutex);
-    return m_name;
+    std::lock_guard lock(d->mutex);
+    return d->name;
 }
 
 void VKOperationBase::setName(const QString &name)
 {
     changeValueForKey(QStringLiteral("name"), [&] {
-        std::lock_guard lock(m_mutex);
-        m_name = name;
+        std::lock_guard lock(d->mutex);
+        d->name = name;
     });
 }
 

@@ -1,7 +1,7 @@
 // A unit of work with observable states ("isReady", "isExecuting", "isFinished",
 // "isCancelled") and dependencies: an operation is ready once every dependency has finished.
 // Ordinary operations override main(); concurrent ones override start() and the state getters
-// and announce their own changes.
+// and announce their own changes. Operations are held by std::shared_ptr.
 #pragma once
 
 #include "Foundation/VKExport.h"
@@ -10,10 +10,8 @@
 #include <QList>
 #include <QString>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 class VKOperationQueue;
 
@@ -41,7 +39,9 @@ public:
     // True for operations that start their work and finish it later by themselves.
     virtual bool isConcurrent() const;
 
-    // Blocks until isFinished() is true. Must not be called from the operation's own work.
+    // Blocks until the end of the operation was announced and handled: its completion block
+    // ran and its dependants and queue were told. Answers at once when isFinished() is already
+    // true. Must not be called from the operation's own work or completion block.
     void waitUntilFinished();
 
     // The operation holds its dependencies. Adding one twice or adding itself is ignored.
@@ -50,7 +50,8 @@ public:
     void removeDependency(const std::shared_ptr<VKOperationBase> &operation);
     QList<std::shared_ptr<VKOperationBase>> dependencies() const;
 
-    // Runs once, on the thread that finished the operation, after "isFinished" became true.
+    // Runs once, on the thread that finished the operation, after "isFinished" became true and
+    // before dependants and the queue are told.
     void setCompletionBlock(std::function<void()> block);
 
     QString name() const;
@@ -60,26 +61,18 @@ public:
     // "isAsynchronous" and "name".
     QVariant valueForKey(const QString &key) const override;
 
+protected:
+    struct Private;
+    // For subclasses that extend the private part (VKOperationBase_p.h).
+    explicit VKOperationBase(std::unique_ptr<Private> d);
+
 private:
     friend class VKOperationQueue;
-    void dependencyStateChanged();
-    void recountUnfinishedDependencies();
+    // Tells the queue and the dependants when "isReady" or "isFinished" was announced, by the
+    // class itself or by a subclass (also through keys those depend on).
+    void didAnnounceChangeForKey(const QString &key) final;
+    void deliverEnd();
+    void tellQueueOfReadiness();
 
-    enum State { Pending, Executing, Finished };
-    std::atomic<int> m_state{Pending};
-    std::atomic<bool> m_cancelled{false};
-    std::atomic<int> m_unfinishedDependencies{0};
-    // Set while a queue holds the operation.
-    std::atomic<VKOperationQueue *> m_queue{nullptr};
-
-    mutable std::mutex m_mutex;
-    struct Dependency
-    {
-        std::shared_ptr<VKOperationBase> operation;
-        VKObservationToken token;
-    };
-    QList<Dependency> m_dependencies;
-    QString m_name;
-    std::function<void()> m_completionBlock;
-    VKObservationToken m_completionToken = 0;
+    std::unique_ptr<Private> d;
 };

@@ -1,7 +1,28 @@
+// Operation queue.
+//
+// Each operation it holds has an entry: Waiting (not ready), Ready (in the start order) or
+// Running (a worker took it; `starting` while the worker is inside start()). Operations tell
+// the queue directly, through VKOperationQueueLink, when their readiness changes and when they
+// have finished; the queue never observes them and never calls their getters or start() under
+// its own lock.
+//
+// Locks: Private::mutex guards entries, the start order, the counters and the worker list. The
+// link calls arrive holding the operation's mutex and take only this one (operation before
+// queue, never the other way round). Workers run start() without any lock.
+//
+// Invariants:
+// - An operation is in `entries` exactly while its link points at this queue, except between
+//   the link's clearing and the entry's removal on one thread.
+// - `running` counts Running entries; at most effectiveMax() start while not suspended.
+// - References to finished operations are dropped by a worker outside every lock (the last one
+//   may destroy the operation); `retired` holds them until then.
+// - An end reported while the worker is still inside start() is applied when start() returns,
+//   so that what start() logs comes first.
 #include "Foundation/VKOperationQueue.h"
 
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
+#include "Foundation/VKOperationBase_p.h"
 
 #include <QHash>
 #include <QThread>
@@ -15,9 +36,6 @@
 #include <vector>
 
 namespace {
-
-const QString kIsReady = QStringLiteral("isReady");
-const QString kIsFinished = QStringLiteral("isFinished");
 
 class VKOperationQueueBlockOperation : public VKOperationBase
 {
@@ -33,7 +51,7 @@ private:
 
 } // namespace
 
-struct VKOperationQueue::Private
+struct VKOperationQueue::Private final : VKOperationQueueLink
 {
     enum Where { Waiting, Ready, Running };
     struct Entry
@@ -41,12 +59,8 @@ struct VKOperationQueue::Private
         std::shared_ptr<VKOperationBase> operation;
         quint64 sequence = 0;
         Where where = Waiting;
-        // A worker is inside start(); an end announced meanwhile is handled when it returns,
-        // so that whatever start() leaves behind (a logged exception) precedes the retirement.
         bool starting = false;
         bool finishedWhileStarting = false;
-        VKObservationToken readyToken = 0;
-        VKObservationToken finishedToken = 0;
     };
 
     VKOperationQueue *queue = nullptr;
@@ -54,12 +68,9 @@ struct VKOperationQueue::Private
     std::condition_variable workAvailable;
     std::condition_variable emptied;
     QHash<VKOperationBase *, Entry> entries;
-    // In the order of addition: not ready yet, and ready to start.
-    std::map<quint64, VKOperationBase *> waiting;
+    // In the order of addition, the operations ready to start.
     std::map<quint64, VKOperationBase *> ready;
-    // Finished operations whose observations are ended and references dropped by a worker,
-    // outside the lock and outside the announcement that reported the end.
-    std::vector<Entry> retired;
+    std::vector<std::shared_ptr<VKOperationBase>> retired;
     std::vector<std::thread> workers;
     int idle = 0;
     int running = 0;
@@ -74,23 +85,59 @@ struct VKOperationQueue::Private
         return maxCount < 0 ? std::max(1, QThread::idealThreadCount()) : maxCount;
     }
 
+    // Wakes or starts a worker when there is something to do.
     void spawnWorkersLocked()
     {
         if (stopping)
             return;
-        const auto limit = static_cast<size_t>(effectiveMax());
-        size_t available = static_cast<size_t>(idle);
-        size_t needed = suspended ? 0 : ready.size();
+        const int max = effectiveMax();
+        size_t wanted = suspended || running >= max
+                            ? 0
+                            : std::min(ready.size(), static_cast<size_t>(max - running));
         if (!retired.empty())
-            needed = std::max<size_t>(needed, 1);
-        while (available < needed && workers.size() < std::max<size_t>(limit, 1)) {
+            wanted = std::max<size_t>(wanted, 1);
+        if (wanted == 0)
+            return;
+        if (idle > 0)
+            workAvailable.notify_one();
+        const auto limit = static_cast<size_t>(std::max(1, max));
+        for (auto available = static_cast<size_t>(idle);
+             available < wanted && workers.size() < limit; ++available)
             workers.emplace_back([this] { work(); });
-            ++available;
+    }
+
+    void retireLocked(QHash<VKOperationBase *, Entry>::iterator it)
+    {
+        if (it->where == Running)
+            --running;
+        if (it->where == Ready)
+            ready.erase(it->sequence);
+        retired.push_back(std::move(it->operation));
+        entries.erase(it);
+        spawnWorkersLocked();
+        if (entries.isEmpty())
+            emptied.notify_all();
+    }
+
+    void operationReadinessChanged(VKOperationBase *operation, bool isReady) override
+    {
+        std::lock_guard lock(mutex);
+        auto it = entries.find(operation);
+        if (it == entries.end() || it->where == Running)
+            return;
+        if (isReady && it->where == Waiting) {
+            ready.emplace(it->sequence, operation);
+            it->where = Ready;
+            spawnWorkersLocked();
+        } else if (!isReady && it->where == Ready) {
+            ready.erase(it->sequence);
+            it->where = Waiting;
         }
     }
 
-    void retireLocked(VKOperationBase *operation)
+    void operationFinished(VKOperationBase *operation) override
     {
+        std::lock_guard lock(mutex);
         auto it = entries.find(operation);
         if (it == entries.end())
             return;
@@ -98,110 +145,89 @@ struct VKOperationQueue::Private
             it->finishedWhileStarting = true;
             return;
         }
-        if (it->where == Running)
-            --running;
-        waiting.erase(it->sequence);
-        ready.erase(it->sequence);
-        operation->m_queue.store(nullptr);
-        retired.push_back(std::move(*it));
-        entries.erase(it);
-        workAvailable.notify_one();
-        spawnWorkersLocked();
-        if (entries.isEmpty())
-            emptied.notify_all();
+        retireLocked(it);
     }
 
-    // Moves a waiting operation to the ready ones or back, after its readiness changed.
-    void reevaluateLocked(VKOperationBase *operation)
+    // Ends the operation's link to the queue, then its entry. Outside the queue's lock.
+    void detach(const std::shared_ptr<VKOperationBase> &operation)
     {
-        auto it = entries.find(operation);
-        if (it == entries.end() || it->where == Running)
-            return;
-        if (operation->isFinished()) {
-            retireLocked(operation);
-            return;
+        {
+            std::lock_guard lock(operation->d->mutex);
+            if (operation->d->queue == this)
+                operation->d->queue = nullptr;
         }
-        const bool isReady = operation->isReady();
-        if (isReady && it->where == Waiting) {
-            waiting.erase(it->sequence);
-            ready.emplace(it->sequence, operation);
-            it->where = Ready;
-            workAvailable.notify_one();
-            spawnWorkersLocked();
-        } else if (!isReady && it->where == Ready) {
-            ready.erase(it->sequence);
-            waiting.emplace(it->sequence, operation);
-            it->where = Waiting;
-        }
-    }
-
-    void readinessChanged(VKOperationBase *operation)
-    {
         std::lock_guard lock(mutex);
-        reevaluateLocked(operation);
+        auto it = entries.find(operation.get());
+        if (it != entries.end())
+            retireLocked(it);
     }
 
-    void finishedChanged(VKOperationBase *operation)
+    void logFailure(const std::shared_ptr<VKOperationBase> &operation, const QString &what)
     {
-        if (!operation->isFinished())
-            return;
-        std::lock_guard lock(mutex);
-        retireLocked(operation);
+        VKLogger::error({QStringLiteral("VKOperationQueue"),
+                         QStringLiteral("-[VKOperationQueue startOperation:]"), queue},
+                        "Operation %@ (%@) raised an exception%@", operation->className(),
+                        operation->name(), what);
     }
 
-    static void endObservations(std::vector<Entry> &ended)
-    {
-        for (Entry &entry : ended) {
-            entry.operation->removeObservation(entry.readyToken);
-            entry.operation->removeObservation(entry.finishedToken);
-        }
-        ended.clear();
-    }
-
-    void run(const std::shared_ptr<VKOperationBase> &operation)
+    // Runs start() without the lock; answers whether it threw.
+    bool start(const std::shared_ptr<VKOperationBase> &operation)
     {
         try {
             operation->start();
-            return;
+            return false;
         } catch (const std::exception &exception) {
-            VKLogger::error({QStringLiteral("VKOperationQueue"),
-                             QStringLiteral("-[VKOperationQueue startOperation:]"), queue},
-                            "Operation %@ (%@) raised an exception: %@", operation->className(),
-                            operation->name(), QString::fromUtf8(exception.what()));
+            logFailure(operation, QStringLiteral(": ") + QString::fromUtf8(exception.what()));
         } catch (...) {
-            VKLogger::error({QStringLiteral("VKOperationQueue"),
-                             QStringLiteral("-[VKOperationQueue startOperation:]"), queue},
-                            "Operation %@ (%@) raised an exception", operation->className(),
-                            operation->name());
+            logFailure(operation, QString());
         }
-        // A start that failed before the operation began (it was not ready after all) puts
-        // the operation back among the waiting ones.
-        std::lock_guard lock(mutex);
+        return true;
+    }
+
+    // After start() returned, with the lock held (it may be released and taken again).
+    void started(std::unique_lock<std::mutex> &lock,
+                 const std::shared_ptr<VKOperationBase> &operation, bool failed)
+    {
         auto it = entries.find(operation.get());
-        if (it != entries.end() && it->where == Running && !operation->isExecuting() &&
-            !operation->isFinished()) {
-            --running;
-            it->where = Waiting;
-            it->starting = false;
-            waiting.emplace(it->sequence, operation.get());
-            reevaluateLocked(operation.get());
+        if (it == entries.end() || it->operation != operation)
+            return;
+        it->starting = false;
+        if (it->finishedWhileStarting) {
+            retireLocked(it);
+            return;
         }
+        if (!failed)
+            return; // a concurrent operation: it keeps its slot until it finishes
+        // The getters are the operation's code: asked without the lock.
+        lock.unlock();
+        const bool untouched = !operation->isExecuting() && !operation->isFinished();
+        const bool stillReady = untouched && operation->isReady();
+        if (untouched && stillReady) {
+            // Starting it again would fail again: give it up.
+            detach(operation);
+        } else if (untouched) {
+            // It became not ready: it waits for its readiness to come back.
+            {
+                std::lock_guard relock(mutex);
+                it = entries.find(operation.get());
+                if (it != entries.end() && it->where == Running) {
+                    --running;
+                    it->where = Waiting;
+                }
+            }
+            operation->tellQueueOfReadiness();
+        }
+        lock.lock();
     }
 
     void work()
     {
         std::unique_lock lock(mutex);
         for (;;) {
-            if (!retired.empty()) {
-                std::vector<Entry> ended;
-                ended.swap(retired);
-                lock.unlock();
-                endObservations(ended);
-                lock.lock();
-                continue;
-            }
             if (stopping)
                 return;
+            // Takes the next operation and the references to drop in one pass under the lock.
+            std::shared_ptr<VKOperationBase> next;
             if (!suspended && running < effectiveMax() && !ready.empty()) {
                 auto first = ready.begin();
                 Entry &entry = entries[first->second];
@@ -210,26 +236,36 @@ struct VKOperationQueue::Private
                 entry.starting = true;
                 entry.finishedWhileStarting = false;
                 ++running;
-                std::shared_ptr<VKOperationBase> operation = entry.operation;
-                lock.unlock();
-                run(operation);
-                lock.lock();
-                auto it = entries.find(operation.get());
-                if (it != entries.end() && it->operation == operation) {
-                    const bool ended = it->finishedWhileStarting;
-                    it->starting = false;
-                    if (ended)
-                        retireLocked(operation.get());
-                }
-                // The last reference may go here: drop it outside the lock.
-                lock.unlock();
-                operation.reset();
+                next = entry.operation;
+                if (idle > 0 && !ready.empty() && running < effectiveMax())
+                    workAvailable.notify_one();
+            }
+            std::vector<std::shared_ptr<VKOperationBase>> dropped;
+            dropped.swap(retired);
+            if (!next && dropped.empty()) {
+                ++idle;
+                workAvailable.wait(lock);
+                --idle;
+                continue;
+            }
+            lock.unlock();
+            // The last reference may go here, outside the lock.
+            dropped.clear();
+            if (!next) {
                 lock.lock();
                 continue;
             }
-            ++idle;
-            workAvailable.wait(lock);
-            --idle;
+            const bool failed = start(next);
+            lock.lock();
+            started(lock, next, failed);
+            if (!retired.empty() && retired.back() == next) {
+                // Dropped with the next pass's references.
+                next.reset();
+            } else {
+                lock.unlock();
+                next.reset();
+                lock.lock();
+            }
         }
     }
 };
@@ -250,20 +286,20 @@ VKOperationQueue::~VKOperationQueue()
     }
     for (std::thread &worker : workers)
         worker.join();
-    std::vector<Private::Entry> remaining;
+    QList<std::shared_ptr<VKOperationBase>> remaining;
     {
         std::lock_guard lock(d->mutex);
-        remaining.swap(d->retired);
-        for (Private::Entry &entry : d->entries)
-            remaining.push_back(std::move(entry));
-        d->entries.clear();
-        d->waiting.clear();
-        d->ready.clear();
+        for (const Private::Entry &entry : std::as_const(d->entries))
+            remaining.append(entry.operation);
     }
-    // No callback can reach the queue once its observations are ended.
-    Private::endObservations(remaining);
-    for (const Private::Entry &entry : remaining)
-        entry.operation->m_queue.store(nullptr);
+    // Once its link is cleared no operation can reach the queue.
+    for (const auto &operation : remaining)
+        d->detach(operation);
+    std::vector<std::shared_ptr<VKOperationBase>> dropped;
+    {
+        std::lock_guard lock(d->mutex);
+        dropped.swap(d->retired);
+    }
 }
 
 void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &operation)
@@ -271,37 +307,39 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
     if (!operation)
         VKException::raise(VKInvalidArgumentException,
                            "*** -[VKOperationQueue addOperation:]: operation must not be nil");
-    VKOperationQueue *expected = nullptr;
-    if (!operation->m_queue.compare_exchange_strong(expected, this))
-        VKException::raise(
-            VKInvalidArgumentException,
-            "*** -[VKOperationQueue addOperation:]: operation is already enqueued on "
-            "a queue");
-    if (operation->isExecuting() || operation->isFinished()) {
-        const bool executing = operation->isExecuting();
-        operation->m_queue.store(nullptr);
+    const bool executing = operation->isExecuting();
+    if (executing || operation->isFinished())
         VKException::raise(VKInvalidArgumentException,
                            "*** -[VKOperationQueue addOperation:]: operation is %@ and cannot be "
                            "enqueued",
                            executing ? QStringLiteral("executing") : QStringLiteral("finished"));
+    // Asked before the locks: the getter is the operation's code.
+    const bool isReady = operation->isReady();
+    {
+        std::lock_guard lock(operation->d->mutex);
+        if (operation->d->queue)
+            VKException::raise(
+                VKInvalidArgumentException,
+                "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue");
+        if (operation->d->ending)
+            VKException::raise(VKInvalidArgumentException,
+                               "*** -[VKOperationQueue addOperation:]: operation is finished and "
+                               "cannot be enqueued");
+        operation->d->queue = d.get();
+        std::lock_guard queueLock(d->mutex);
+        Private::Entry entry;
+        entry.operation = operation;
+        entry.sequence = d->nextSequence++;
+        entry.where = isReady ? Private::Ready : Private::Waiting;
+        d->entries.insert(operation.get(), std::move(entry));
+        if (isReady) {
+            d->ready.emplace(d->nextSequence - 1, operation.get());
+            d->spawnWorkersLocked();
+        }
     }
-    Private *p = d.get();
-    VKOperationBase *raw = operation.get();
-    Private::Entry entry;
-    entry.operation = operation;
-    entry.readyToken = operation->observe(
-        kIsReady, 0, [p, raw](VKObservable *, const QString &, const VKKeyValueChange &) {
-            p->readinessChanged(raw);
-        });
-    entry.finishedToken = operation->observe(
-        kIsFinished, 0, [p, raw](VKObservable *, const QString &, const VKKeyValueChange &) {
-            p->finishedChanged(raw);
-        });
-    std::lock_guard lock(d->mutex);
-    entry.sequence = d->nextSequence++;
-    d->waiting.emplace(entry.sequence, raw);
-    d->entries.insert(raw, std::move(entry));
-    d->reevaluateLocked(raw);
+    // A change since the first look was announced without reaching the queue.
+    if (operation->isReady() != isReady)
+        operation->tellQueueOfReadiness();
 }
 
 std::shared_ptr<VKOperationBase>

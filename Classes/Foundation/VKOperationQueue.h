@@ -1,6 +1,8 @@
 // Runs operations on its own worker threads: an operation starts once it is ready, in the order
 // of addition among the ready ones, with at most maxConcurrentOperationCount running at a time.
-// Readiness is re-checked whenever an operation announces a change of "isReady".
+// Readiness is re-checked whenever an operation announces a change of "isReady". An exception
+// out of start() is logged; an operation it left neither executing nor finished is given up
+// while still ready (starting it again would fail again) and waits otherwise.
 #pragma once
 
 #include "Foundation/VKExport.h"

@@ -1,6 +1,6 @@
 #include "Interface/VKDisplayValueTransformers.h"
 
-#include "Application/VKLenientNumber.h"
+#include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKFormat.h"
 #include "Foundation/VKNumber.h"

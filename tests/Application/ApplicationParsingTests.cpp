@@ -1,6 +1,6 @@
 // Command-line parsing: token forms, parameter values and their numeric readings, lookup rules.
 #include "Application/VKApplication.h"
-#include "Application/VKLenientNumber.h"
+#include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKException.h"
 
 #include <gtest/gtest.h>

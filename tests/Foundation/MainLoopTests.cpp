@@ -2,6 +2,7 @@
 #include "Foundation/VKException.h"
 #include "Foundation/VKMainLoop.h"
 
+#include "../support/VKTestDeadline.h"
 #include "../support/VKTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -91,6 +92,62 @@ TEST(MainLoopTimer, InvalidateFromAnotherThreadPreventsTheFire)
         QCoreApplication::processEvents();
     }
     EXPECT_EQ(lateFires.load(), 0);
+}
+
+TEST(MainLoopTimer, InvalidateReturnsOnlyAfterARunningCallbackFinished)
+{
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<bool> started{false}, invalidating{false}, finished{false};
+        std::atomic<bool> finishedWhenInvalidateReturned{false};
+        auto timer = VKMainLoopTimer::scheduledTimer(0, [&](VKMainLoopTimer &) {
+            started = true;
+            while (!invalidating)
+                std::this_thread::yield();
+            // Give invalidate() the chance to return early.
+            QThread::msleep(2);
+            finished = true;
+        });
+        std::thread invalidator([&] {
+            while (!started)
+                std::this_thread::yield();
+            invalidating = true;
+            timer->invalidate();
+            finishedWhenInvalidateReturned = finished.load();
+        });
+        ASSERT_TRUE(vkWaitUntil([&] { return finished.load(); }));
+        invalidator.join();
+        ASSERT_TRUE(finishedWhenInvalidateReturned) << "round " << round;
+    }
+    // Invalidating from inside the callback does not wait for itself.
+    bool ran = false;
+    auto timer = VKMainLoopTimer::scheduledTimer(0, [&](VKMainLoopTimer &self) {
+        self.invalidate();
+        ran = true;
+    });
+    ASSERT_TRUE(vkWaitUntil([&] { return ran; }));
+    EXPECT_FALSE(timer->isValid());
+}
+
+TEST(MainLoop, WaitingPerformEndsWhenTheMainLoopDropsTheCall)
+{
+    std::atomic<bool> done{false};
+    QString caught;
+    std::thread worker([&] {
+        try {
+            VKMainLoop::performOnMainThread([] {}, true);
+        } catch (const VKException &exception) {
+            caught = exception.reason();
+        }
+        done = true;
+    });
+    vkFinishesWithin(10, "a waiting perform whose call was dropped", [&] {
+        // Posted calls are dropped as when the application object goes away.
+        while (!done)
+            QCoreApplication::removePostedEvents(QCoreApplication::instance(), QEvent::MetaCall);
+    });
+    worker.join();
+    EXPECT_EQ(caught, "+[VKMainLoop performOnMainThread]: the main loop went away before the "
+                      "function ran");
 }
 
 TEST(MainLoop, PerformOnMainThreadWaitsOrQueues)

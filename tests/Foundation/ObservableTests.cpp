@@ -2,11 +2,14 @@
 #include "Foundation/VKNotificationCenter.h"
 #include "Foundation/VKObservable.h"
 
+#include "../support/VKTestDeadline.h"
+
 #include <gtest/gtest.h>
 
 #include <QThread>
 
 #include <atomic>
+#include <latch>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -260,14 +263,14 @@ TEST(Observable, RegistrationAndAnnouncementFromManyThreads)
         });
     threads.emplace_back([&] {
         while (!stop) {
-            Recorder local;
-            selection.addObserver(&local, "title", VKKeyValueObservingOptionNew);
+            auto local = std::make_shared<Recorder>();
+            selection.addObserver(local, "title", VKKeyValueObservingOptionNew);
             const auto token = selection.observe(
                 "title", 0,
                 [&](VKObservable *, const QString &, const VKKeyValueChange &) { ++delivered; });
             selection.removeObservation(token);
-            // Once removal returns, the recorder may go away even if others were calling it.
-            selection.removeObserver(&local, "title");
+            // A call still running elsewhere keeps the recorder alive.
+            selection.removeObserver(local.get(), "title");
         }
     });
     for (int t = 0; t < 3; ++t)
@@ -275,6 +278,144 @@ TEST(Observable, RegistrationAndAnnouncementFromManyThreads)
     stop = true;
     threads.back().join();
     EXPECT_FALSE(selection.hasObserversForKey("title"));
+}
+
+TEST(Observable, RegistrationBetweenWillAndDidSeesTheChange)
+{
+    // One observer is there at will-change, the other registers before did-change.
+    struct Case
+    {
+        const char *name;
+        QString lateKey;
+        QString newValue;
+    };
+    const Case cases[] = {{"the changed key", "selectedElement", "b"},
+                          {"a key depending on it", "selectedName", "B"}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Selection selection;
+        Recorder early, late;
+        selection.addObserver(&early, "selectedElement");
+        selection.willChangeValueForKey("selectedElement");
+        selection.addObserver(&late, c.lateKey,
+                              VKKeyValueObservingOptionNew | VKKeyValueObservingOptionOld);
+        selection.setElementSilently("b");
+        selection.didChangeValueForKey("selectedElement");
+        EXPECT_EQ(early.snapshot().size(), 1u);
+        const auto calls = late.snapshot();
+        ASSERT_EQ(calls.size(), 1u);
+        // It missed the will-change, so it has no old value.
+        EXPECT_EQ(calls[0].change, (QVariantMap{{"kind", 1}, {"new", c.newValue}}));
+    }
+}
+
+TEST(Observable, RemovalNeverWaitsForCallsOnOtherThreads)
+{
+    // A callback holding a lock removes a registration whose callback, on another thread, is
+    // waiting for that lock.
+    vkFinishesWithin(10, "removal under a lock a running callback waits for", [] {
+        Selection selection;
+        std::mutex held;
+        std::atomic<bool> holding{false}, waiting{false};
+        std::atomic<int> titleCalls{0};
+        const auto titleToken = selection.observe(
+            "title", 0, [&](VKObservable *, const QString &, const VKKeyValueChange &) {
+                ++titleCalls;
+                waiting = true;
+                std::lock_guard lock(held);
+            });
+        selection.observe("selectedElement", 0,
+                          [&](VKObservable *, const QString &, const VKKeyValueChange &) {
+                              std::lock_guard lock(held);
+                              holding = true;
+                              while (!waiting)
+                                  std::this_thread::yield();
+                              selection.removeObservation(titleToken);
+                          });
+        std::thread other([&] {
+            while (!holding)
+                std::this_thread::yield();
+            selection.setTitle("x");
+        });
+        selection.setElement("b");
+        other.join();
+        selection.setTitle("y"); // removed: not called again
+        EXPECT_EQ(titleCalls.load(), 1);
+    });
+    // Two callbacks, each on its own thread, remove each other's registration.
+    vkFinishesWithin(10, "two threads removing each other's registrations", [] {
+        Selection selection;
+        std::latch bothInside(2);
+        VKObservationToken tokens[2] = {};
+        const QString keys[2] = {"title", "selectedElement"};
+        for (int i = 0; i < 2; ++i)
+            tokens[i] = selection.observe(
+                keys[i], 0, [&, i](VKObservable *, const QString &, const VKKeyValueChange &) {
+                    bothInside.arrive_and_wait();
+                    selection.removeObservation(tokens[1 - i]);
+                });
+        std::thread other([&] { selection.setElement("b"); });
+        selection.setTitle("x");
+        other.join();
+        EXPECT_FALSE(selection.hasObserversForKey("title"));
+        EXPECT_FALSE(selection.hasObserversForKey("selectedElement"));
+    });
+}
+
+TEST(Observable, SharedObserverOutlivesItsRemovalWhileACallRuns)
+{
+    struct State
+    {
+        std::atomic<bool> inside{false}, release{false}, destroyed{false};
+        std::atomic<int> calls{0};
+    } state;
+    class Blocking : public VKKeyValueObserver
+    {
+    public:
+        explicit Blocking(State &state) : m_state(state) {}
+        ~Blocking() override { m_state.destroyed = true; }
+        void observeValueForKeyPath(const QString &, VKObservable *, const VKKeyValueChange &,
+                                    void *) override
+        {
+            ++m_state.calls;
+            m_state.inside = true;
+            while (!m_state.release)
+                std::this_thread::yield();
+        }
+
+    private:
+        State &m_state;
+    };
+    Selection selection;
+    auto observer = std::make_shared<Blocking>(state);
+    selection.addObserver(observer, "title");
+    std::thread announcer([&] { selection.setTitle("x"); });
+    while (!state.inside)
+        std::this_thread::yield();
+    vkFinishesWithin(10, "removing an observer whose call is running",
+                     [&] { selection.removeObserver(observer.get(), "title"); });
+    observer.reset();
+    EXPECT_FALSE(state.destroyed); // the running call holds it
+    state.release = true;
+    announcer.join();
+    EXPECT_TRUE(state.destroyed);
+    selection.setTitle("y");
+    EXPECT_EQ(state.calls.load(), 1);
+}
+
+TEST(Observable, LifetimeLapsesWithItsObject)
+{
+    VKObservableLifetime lifetime;
+    EXPECT_FALSE(lifetime.isAlive());
+    auto first = std::make_unique<Selection>();
+    lifetime = first->lifetime();
+    EXPECT_TRUE(lifetime.isAlive());
+    EXPECT_EQ(lifetime.object(), first.get());
+    EXPECT_TRUE(lifetime == first->lifetime());
+    first.reset();
+    EXPECT_FALSE(lifetime.isAlive());
+    auto second = std::make_unique<Selection>();
+    EXPECT_FALSE(second->lifetime() == lifetime);
 }
 
 TEST(Observable, UndefinedKeysAndBadRemovalThrowWithExactTexts)
@@ -362,11 +503,11 @@ TEST(NotificationCenter, PostsOnThePostingThreadAndSurvivesConcurrentRemoval)
             center.postNotificationName("VKTestChurn");
     });
     for (int i = 0; i < 300; ++i) {
-        auto counter = std::make_unique<std::atomic<int>>(0);
+        auto counter = std::make_shared<std::atomic<int>>(0);
         center.addObserver(counter.get(), "VKTestChurn", nullptr,
-                           [c = counter.get()](const VKNotification &) { ++*c; });
+                           [counter](const VKNotification &) { ++*counter; });
         center.removeObserver(counter.get());
-        // The handler cannot run any more: destroying what it uses is safe.
+        // A call still running keeps what the handler captured alive.
     }
     stop = true;
     posting.join();
@@ -380,4 +521,55 @@ TEST(NotificationCenter, PostsOnThePostingThreadAndSurvivesConcurrentRemoval)
     center.postNotificationName("VKTestSelf");
     center.postNotificationName("VKTestSelf");
     EXPECT_EQ(calls, 1);
+}
+
+TEST(NotificationCenter, ObjectsAreTypedValuesThatFilterDelivery)
+{
+    struct Device
+    {
+    };
+    Device device, other;
+    const auto names = VKNotificationObject::commandNames({"copy:", "paste:"});
+    struct Case
+    {
+        const char *name;
+        VKNotificationObject filter;
+        VKNotificationObject posted;
+        bool delivered;
+    };
+    const Case cases[] = {
+        {"nil filter, object", {}, &device, true},
+        {"nil filter, command names", {}, names, true},
+        {"same object", &device, &device, true},
+        {"another object", &device, &other, false},
+        {"object filter, nil posted", &device, {}, false},
+        {"equal command names", VKNotificationObject::commandNames({"paste:", "copy:"}), names,
+         true},
+        {"other command names", VKNotificationObject::commandNames({"copy:"}), names, false},
+        {"empty names are not nil", VKNotificationObject::commandNames({}), {}, false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKNotificationCenter center;
+        int delivered = 0;
+        center.addObserver(nullptr, "N", c.filter, [&](const VKNotification &n) {
+            ++delivered;
+            EXPECT_TRUE(n.object() == c.posted);
+        });
+        center.postNotificationName("N", c.posted);
+        EXPECT_EQ(delivered, c.delivered ? 1 : 0);
+    }
+    const VKNotification notification("N", &device);
+    EXPECT_EQ(notification.object().object<Device>(), &device);
+    EXPECT_EQ(notification.object().object<int>(), nullptr); // not given as an int
+    EXPECT_EQ(notification.object().identity(), &device);
+    EXPECT_FALSE(notification.object().hasCommandNames());
+    EXPECT_EQ(names.commandNames(), (QSet<QString>{"paste:", "copy:"}));
+    EXPECT_TRUE(VKNotificationObject().isNull());
+    EXPECT_FALSE(names.isNull());
+    auto shared = std::make_shared<Device>();
+    std::weak_ptr<Device> weak = shared;
+    VKNotificationObject held(std::move(shared));
+    EXPECT_FALSE(weak.expired()); // kept by the value
+    EXPECT_EQ(held.object<Device>(), weak.lock().get());
 }

@@ -2,6 +2,7 @@
 #include "Foundation/VKException.h"
 #include "Foundation/VKOperationQueue.h"
 
+#include "../support/VKTestDeadline.h"
 #include "../support/VKTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -299,6 +300,135 @@ TEST(OperationQueue, AnExceptionInOperationIsLoggedAndTheQueueGoesOn)
     EXPECT_TRUE(capture.messages().first().endsWith("raised an exception: disk gone"));
 }
 
+TEST(Operation, DependencyAddedWhileItFinishesIsCounted)
+{
+    // A prior observer of the dependency's end holds the change open while the dependency is
+    // added; the dependant must still become ready.
+    for (int round = 0; round < 200; ++round) {
+        auto dependency = std::make_shared<RecordingOperation>();
+        auto dependant = std::make_shared<RecordingOperation>();
+        std::atomic<bool> ending{false}, added{false};
+        dependency->observe("isFinished", VKKeyValueObservingOptionPrior,
+                            [&](VKObservable *, const QString &, const VKKeyValueChange &change) {
+                                if (!change.isPrior)
+                                    return;
+                                ending = true;
+                                while (!added)
+                                    std::this_thread::yield();
+                            });
+        std::thread finisher([&] { dependency->start(); });
+        while (!ending)
+            std::this_thread::yield();
+        dependant->addDependency(dependency);
+        added = true;
+        finisher.join();
+        ASSERT_TRUE(dependant->isReady()) << "round " << round;
+        vkFinishesWithin(10, "waiting for an operation finished by another thread", [&] {
+            std::thread starter([&] { dependant->start(); });
+            dependant->waitUntilFinished();
+            starter.join();
+        });
+    }
+}
+
+namespace {
+// start() refuses without changing state; `staysReady` says whether it still counts as ready.
+class RefusingOperation : public VKOperationBase
+{
+public:
+    explicit RefusingOperation(bool staysReady) : m_staysReady(staysReady) {}
+    void start() override
+    {
+        // Refuses every time while it stays ready, once otherwise.
+        if (++starts == 1 || m_staysReady) {
+            if (!m_staysReady)
+                changeValueForKey("isReady", [&] { m_blocked = true; });
+            throw std::runtime_error("refused");
+        }
+        VKOperationBase::start();
+    }
+    bool isReady() const override { return !m_blocked && VKOperationBase::isReady(); }
+    void unblock()
+    {
+        changeValueForKey("isReady", [&] { m_blocked = false; });
+    }
+    std::atomic<int> starts{0};
+
+private:
+    const bool m_staysReady;
+    std::atomic<bool> m_blocked{false};
+};
+} // namespace
+
+TEST(OperationQueue, StartThatThrowsWithoutChangingStateRetiresTheOperation)
+{
+    struct Case
+    {
+        const char *name;
+        bool staysReady;
+        int queuedAfterRefusal;
+    };
+    const Case cases[] = {{"still ready: retired", true, 0},
+                          {"no longer ready: waits to be started again", false, 1}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKLogCapture capture;
+        VKOperationQueue queue;
+        auto operation = std::make_shared<RefusingOperation>(c.staysReady);
+        queue.addOperation(operation);
+        vkFinishesWithin(10, c.name, [&] {
+            ASSERT_TRUE(vkWaitUntil([&] {
+                return operation->starts.load() >= 1 &&
+                       queue.operationCount() == c.queuedAfterRefusal &&
+                       capture.messages().size() == 1;
+            }));
+            if (!c.staysReady) {
+                operation->unblock();
+                operation->waitUntilFinished();
+                queue.waitUntilAllOperationsAreFinished();
+            }
+        });
+        EXPECT_EQ(operation->starts.load(), c.staysReady ? 1 : 2);
+        EXPECT_EQ(operation->isFinished(), !c.staysReady);
+        EXPECT_EQ(queue.operationCount(), 0);
+        ASSERT_EQ(capture.messages().size(), 1);
+        EXPECT_TRUE(capture.messages().first().endsWith("raised an exception: refused"));
+    }
+}
+
+TEST(OperationQueue, StateGettersMayCallBackIntoTheQueue)
+{
+    // The queue must not hold its lock while it asks an operation for its state.
+    class Curious : public RecordingOperation
+    {
+    public:
+        explicit Curious(VKOperationQueue &queue) : m_queue(queue) {}
+        bool isReady() const override
+        {
+            m_queue.operationCount();
+            return RecordingOperation::isReady();
+        }
+        bool isFinished() const override
+        {
+            m_queue.operationCount();
+            return RecordingOperation::isFinished();
+        }
+
+    private:
+        VKOperationQueue &m_queue;
+    };
+    vkFinishesWithin(10, "state getters calling into the queue", [] {
+        VKOperationQueue queue;
+        auto blocker = std::make_shared<RecordingOperation>();
+        auto operation = std::make_shared<Curious>(queue);
+        operation->addDependency(blocker);
+        queue.addOperation(operation);
+        queue.addOperation(blocker);
+        queue.waitUntilAllOperationsAreFinished();
+        EXPECT_TRUE(operation->isFinished());
+    });
+}
+
 namespace {
 struct Exporter
 {
@@ -366,4 +496,23 @@ TEST(ClassRegistry, LooksUpCreatesAndDiscoversRegisteredClasses)
         VKClassRegistry::createInstance<VKTestAudioPlugin>("VKTestTemporary")); // factory said null
     EXPECT_TRUE(VKClassRegistry::unregisterClass("VKTestTemporary"));
     EXPECT_FALSE(VKClassRegistry::unregisterClass("VKTestTemporary"));
+}
+
+TEST(ClassRegistry, LogsWithoutHoldingItsLock)
+{
+    // A log sink that looks classes up while the registry reports a refused registration.
+    class LookingSink : public VKLogSink
+    {
+    public:
+        void write(const VKLogEntry &) override { known = VKClassRegistry::allClassNames().size(); }
+        std::atomic<qsizetype> known{0};
+    };
+    auto sink = std::make_shared<LookingSink>();
+    const auto previous = VKLogger::shared().sinks();
+    VKLogger::shared().setSinks({sink});
+    vkFinishesWithin(10, "class registry logging under its lock", [] {
+        EXPECT_FALSE(VKClassRegistry::registerClass<VKTestAudioPlugin>("VKTestMovieExporter"));
+    });
+    VKLogger::shared().setSinks(previous);
+    EXPECT_GE(sink->known.load(), 4);
 }

@@ -6,10 +6,17 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
+#include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
 #include <QSize>
 #include <QThread>
 
+#include <cmath>
+#include <limits>
 #include <thread>
 
 namespace {
@@ -22,13 +29,36 @@ protected:
     VKTempDir dir;
 };
 
+QString probe()
+{
+    return vkTestBinaryPath("vkdefaults_probe");
+}
+
+// Runs the probe to its end; answers its exit code (-1 when it did not finish normally).
+int runProbe(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(probe(), arguments);
+    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
+        return -1;
+    return process.exitCode();
+}
+
+QByteArray everyByte()
+{
+    QByteArray bytes;
+    for (int i = 0; i < 256; ++i)
+        bytes.append(char(i));
+    return bytes;
+}
+
 } // namespace
 
 TEST_F(UserDefaults, RegisteredValuesApplyOnlyWhileNothingIsStored)
 {
     auto defaults = VKUserDefaults::standardUserDefaults();
-    EXPECT_TRUE(defaults->filePath().startsWith(dir.path()));
-    EXPECT_TRUE(defaults->filePath().endsWith(".json"));
+    EXPECT_EQ(defaults->filePath(),
+              dir.path() + "/" + VKUserDefaults::applicationIdentifier() + ".json");
     defaults->registerDefaults({{"mode", "fast"}, {"count", 3}});
     defaults->registerDefaults({{"count", 4}});
     EXPECT_EQ(defaults->stringForKey("mode"), "fast");
@@ -167,4 +197,245 @@ TEST_F(UserDefaults, ChangesArePostedOnTheChangingThread)
     ASSERT_EQ(threads.size(), 2);
     EXPECT_EQ(threads[0], writer);
     EXPECT_EQ(threads[1], QThread::currentThreadId());
+}
+
+TEST_F(UserDefaults, ValuesKeepTheirExactTypesThroughTheFile)
+{
+    const QDateTime date(QDate(2024, 2, 29), QTime(23, 59, 59, 999), Qt::UTC);
+    const struct
+    {
+        const char *name;
+        QVariant value;
+        QVariant expected; // null: the value itself
+        int typeId;
+    } cases[] = {
+        {"integral real stays real", 2.0, {}, QMetaType::Double},
+        {"real", 0.1, {}, QMetaType::Double},
+        {"smallest real", 5e-324, {}, QMetaType::Double},
+        {"infinity", -std::numeric_limits<double>::infinity(), {}, QMetaType::Double},
+        {"int widens", 7, qlonglong(7), QMetaType::LongLong},
+        {"int64 min", std::numeric_limits<qlonglong>::min(), {}, QMetaType::LongLong},
+        {"int64 max", std::numeric_limits<qlonglong>::max(), {}, QMetaType::LongLong},
+        {"uint64 max", std::numeric_limits<qulonglong>::max(), {}, QMetaType::ULongLong},
+        {"bool is no integer", true, {}, QMetaType::Bool},
+        {"date keeps milliseconds", date, {}, QMetaType::QDateTime},
+        {"local date reads as UTC", date.toOffsetFromUtc(3600), date, QMetaType::QDateTime},
+        {"every byte", everyByte(), {}, QMetaType::QByteArray},
+        {"text that looks like data", QString("$data"), {}, QMetaType::QString},
+        {"dictionary that looks like a tag",
+         QVariantMap{{"$real", 1.5}},
+         {},
+         QMetaType::QVariantMap},
+        {"keys starting with $",
+         QVariantMap{{"$$x", 1}, {"$", QVariantList{}}},
+         {},
+         QMetaType::QVariantMap},
+        {"empty dictionary", QVariantMap{}, {}, QMetaType::QVariantMap},
+        {"nested",
+         QVariantList{QVariantMap{{"a/b", QByteArray("\0", 1)}}, 1.0},
+         {},
+         QMetaType::QVariantList},
+    };
+    auto defaults = VKUserDefaults::standardUserDefaults();
+    for (const auto &c : cases)
+        defaults->setObject(c.value, QString("values/") + c.name);
+    ASSERT_TRUE(defaults->synchronize());
+    VKUserDefaults reader(defaults->filePath());
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const QVariant expected = c.expected.isNull() ? c.value : c.expected;
+        for (const QVariant &value : {defaults->objectForKey(QString("values/") + c.name),
+                                      reader.objectForKey(QString("values/") + c.name)}) {
+            EXPECT_EQ(value.typeId(), c.typeId);
+            EXPECT_EQ(value, expected);
+        }
+    }
+    const double infinity = reader.doubleForKey("values/infinity");
+    EXPECT_TRUE(std::isinf(infinity) && infinity < 0);
+    EXPECT_EQ(reader.dataForKey("values/every byte"), everyByte());
+    EXPECT_TRUE(reader.dataForKey("values/real").isEmpty());
+}
+
+TEST_F(UserDefaults, SynchronizeReportsEachWriteAndRecoversAfterAFailure)
+{
+    // A plain file where the store's folder should be makes every write fail.
+    const QString blocker = dir.writeFile("blocked", "not a folder");
+    VKUserDefaults defaults(blocker + "/defaults.json");
+    VKLogCapture capture;
+    defaults.setObject("value", "k");
+    EXPECT_FALSE(defaults.synchronize());
+    EXPECT_FALSE(defaults.synchronize());
+    ASSERT_FALSE(capture.messages().isEmpty());
+    EXPECT_TRUE(capture.messages().first().startsWith("Cannot write the user defaults to " +
+                                                      blocker + "/defaults.json: "));
+    EXPECT_EQ(defaults.stringForKey("k"), "value"); // still pending, not lost
+
+    ASSERT_TRUE(QFile::remove(blocker));
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_TRUE(defaults.synchronize()); // nothing pending
+    EXPECT_EQ(VKUserDefaults(blocker + "/defaults.json").stringForKey("k"), "value");
+}
+
+TEST_F(UserDefaults, WritersOfOneFileMergeAndSeeEachOther)
+{
+    const QString path = dir.filePath("shared.json");
+    VKUserDefaults first(path);
+    VKUserDefaults second(path);
+    EXPECT_TRUE(second.objectForKey("a").isNull()); // loaded before the other writes
+    int posts = 0;
+    int owner = 0;
+    VKNotificationCenter::defaultCenter().addObserver(&owner, VKUserDefaultsDidChangeNotification,
+                                                      &second,
+                                                      [&](const VKNotification &) { ++posts; });
+
+    first.setObject("from first", "a");
+    first.setObject("both", "shared");
+    ASSERT_TRUE(first.synchronize());
+    EXPECT_EQ(second.stringForKey("a"), "from first"); // read picks up the new file
+    EXPECT_EQ(posts, 1);
+    EXPECT_EQ(second.stringForKey("a"), "from first");
+    EXPECT_EQ(posts, 1); // once per change of the file
+
+    second.setObject("from second", "b");
+    second.removeObjectForKey("shared");
+    first.setObject("again", "c"); // pending in first while second writes
+    ASSERT_TRUE(second.synchronize());
+    ASSERT_TRUE(first.synchronize());
+    VKNotificationCenter::defaultCenter().removeObserver(&owner);
+    const QVariantMap expected{{"a", "from first"}, {"b", "from second"}, {"c", "again"}};
+    EXPECT_EQ(VKUserDefaults(path).dictionaryRepresentation(), expected);
+    EXPECT_EQ(first.dictionaryRepresentation(), expected);
+}
+
+TEST_F(UserDefaults, ThreadsWritingAndReadingOneStoreLoseNothing)
+{
+    auto defaults = VKUserDefaults::standardUserDefaults();
+    VKUserDefaults other(defaults->filePath()); // a second writer of the same file
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            VKUserDefaults &target = t % 2 ? other : *defaults;
+            for (int i = 0; i < 25; ++i) {
+                target.setInteger(i, QString("t%1/%2").arg(t).arg(i));
+                (void)target.dictionaryRepresentation();
+                if (i % 5 == 4) {
+                    EXPECT_TRUE(target.synchronize());
+                }
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    ASSERT_TRUE(defaults->synchronize());
+    ASSERT_TRUE(other.synchronize());
+    EXPECT_EQ(VKUserDefaults(defaults->filePath()).dictionaryRepresentation().size(), 100);
+}
+
+TEST_F(UserDefaults, NamedDomainsAreFilesBesideTheStandardOne)
+{
+    auto other = VKUserDefaults::defaultsForDomain("com.example.Other");
+    ASSERT_TRUE(other);
+    EXPECT_EQ(other->filePath(), dir.path() + "/com.example.Other.json");
+    EXPECT_EQ(VKUserDefaults::defaultsForDomain("com.example.Other"), other);
+    EXPECT_EQ(VKUserDefaults::defaultsForDomain(VKUserDefaults::applicationIdentifier()),
+              VKUserDefaults::standardUserDefaults());
+    other->setObject("on", "feature/state");
+    ASSERT_TRUE(other->synchronize());
+    EXPECT_TRUE(VKUserDefaults::standardUserDefaults()->objectForKey("feature/state").isNull());
+    VKUserDefaults::resetStandardUserDefaults();
+    EXPECT_EQ(VKUserDefaults::defaultsForDomain("com.example.Other")->stringForKey("feature/state"),
+              "on");
+
+    const struct
+    {
+        const char *name;
+        QString identifier;
+    } unusable[] = {
+        {"empty", ""},
+        {"dot", "."},
+        {"dot dot", ".."},
+        {"slash", "../escape"},
+        {"NUL", QString::fromUtf8("a\0b", 3)},
+    };
+    for (const auto &c : unusable) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(VKUserDefaults::defaultsForDomain(c.identifier), nullptr);
+    }
+}
+
+TEST_F(UserDefaults, AKilledWriterLeavesTheOldOrTheNewFile)
+{
+    const QString path = dir.filePath("churn.json");
+    qint64 lastSeen = 0;
+    for (int round = 0; round < 4; ++round) {
+        SCOPED_TRACE(round);
+        QProcess process;
+        process.start(probe(), {"churn", path});
+        ASSERT_TRUE(process.waitForStarted(10000));
+        // Kill while the second write of this round is under way.
+        QByteArray output;
+        while (output.count('\n') < 2 && process.waitForReadyRead(30000))
+            output += process.readAllStandardOutput();
+        ASSERT_GE(output.count('\n'), 2) << process.readAllStandardError().toStdString();
+        process.kill();
+        ASSERT_TRUE(process.waitForFinished(10000));
+
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        QJsonParseError error;
+        const QJsonObject object = QJsonDocument::fromJson(file.readAll(), &error).object();
+        ASSERT_EQ(error.error, QJsonParseError::NoError);
+        VKLogCapture capture;
+        VKUserDefaults reader(path);
+        const qint64 sequence = reader.integerForKey("sequence");
+        EXPECT_GE(sequence, lastSeen);
+        lastSeen = sequence;
+        EXPECT_EQ(reader.dataForKey("payload"), QByteArray(512 * 1024, char('a' + sequence % 26)));
+        EXPECT_TRUE(capture.messages().isEmpty());
+    }
+    // A later writer breaks the dead one's lock and clears what it left.
+    VKUserDefaults writer(path);
+    writer.setBool(true, "after");
+    ASSERT_TRUE(writer.synchronize());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"churn.json"});
+}
+
+TEST_F(UserDefaults, ProcessesWritingDifferentKeysLoseNothing)
+{
+    const QString path = dir.filePath("two.json");
+    QProcess first;
+    QProcess second;
+    first.start(probe(), {"keys", path, "first", "40"});
+    second.start(probe(), {"keys", path, "second", "40"});
+    ASSERT_TRUE(first.waitForFinished(60000));
+    ASSERT_TRUE(second.waitForFinished(60000));
+    EXPECT_EQ(first.exitCode(), 0);
+    EXPECT_EQ(second.exitCode(), 0);
+    const QVariantMap stored = VKUserDefaults(path).dictionaryRepresentation();
+    EXPECT_EQ(stored.size(), 80);
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(stored.value("first" + QString::number(i)), qlonglong(i));
+        EXPECT_EQ(stored.value("second" + QString::number(i)), qlonglong(i));
+    }
+}
+
+TEST_F(UserDefaults, PendingValuesAreWrittenWhenTheProcessEnds)
+{
+    const struct
+    {
+        const char *name;
+        const char *mode;
+        QStringList keys;
+    } cases[] = {
+        {"returning from main without a loop", "exit", {"set/before exit"}},
+        {"quitting the loop", "quit", {"setBeforeQuit", "setInAboutToQuit"}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKTempDir folder;
+        ASSERT_EQ(runProbe({c.mode, folder.path()}), 0);
+        VKUserDefaults stored(folder.path() + "/com.example.Probe.json");
+        for (const QString &key : c.keys)
+            EXPECT_TRUE(stored.objectForKey(key).isValid()) << key.toStdString();
+    }
 }

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -34,10 +36,33 @@ QString joined(const QString &folder, const QString &name)
 
 struct Listing
 {
-    QStringList files;   // paths as they are printed
+    // The file names, joined() with the folder they are printed as paths. They are views into
+    // `text`, which holds them all one after the other: a folder of a million frames costs one
+    // allocation instead of a million.
+    QStringList names;
+    std::vector<char16_t> text;
     QStringList folders; // subfolder paths, symbolic links to folders left out
     int error = 0;       // errno of a failed listing
 };
+
+// Appends a name read from the file system to `text`, as UTF-16.
+void appendName(std::vector<char16_t> &text, const char *name,
+                std::vector<std::pair<std::size_t, std::size_t>> &spans)
+{
+    const std::size_t offset = text.size();
+    const std::size_t length = std::strlen(name);
+    text.resize(offset + length);
+    char16_t *out = text.data() + offset;
+    std::size_t k = 0;
+    for (; k < length && static_cast<unsigned char>(name[k]) < 0x80; ++k)
+        out[k] = char16_t(name[k]);
+    if (k < length) { // not ASCII: decoded as a whole
+        text.resize(offset);
+        const QString decoded = QString::fromUtf8(name);
+        text.insert(text.end(), decoded.utf16(), decoded.utf16() + decoded.size());
+    }
+    spans.emplace_back(offset, text.size() - offset);
+}
 
 Listing readFolder(const QString &displayPath, bool progress)
 {
@@ -49,6 +74,7 @@ Listing readFolder(const QString &displayPath, bool progress)
         return listing;
     }
     const int dirFd = dirfd(dir);
+    std::vector<std::pair<std::size_t, std::size_t>> nameSpans; // where each name lies in text
     qsizetype seen = 0;
     errno = 0;
     while (dirent *entry = readdir(dir)) {
@@ -68,11 +94,10 @@ Listing readFolder(const QString &displayPath, bool progress)
                 isFolder = entry->d_type == DT_UNKNOWN && S_ISDIR(st.st_mode);
             }
         }
-        const QString path = joined(displayPath, QString::fromUtf8(name));
         if (isFile)
-            listing.files.append(path);
+            appendName(listing.text, name, nameSpans);
         else if (isFolder)
-            listing.folders.append(path);
+            listing.folders.append(joined(displayPath, QString::fromUtf8(name)));
         if (progress && ++seen % kProgressStep == 0) {
             vkToolWrite(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
                                     .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
@@ -84,6 +109,10 @@ Listing readFolder(const QString &displayPath, bool progress)
     if (errno != 0)
         listing.error = errno;
     closedir(dir);
+    listing.names.reserve(qsizetype(nameSpans.size()));
+    for (const auto &[offset, length] : nameSpans)
+        listing.names.append(QString::fromRawData(
+            reinterpret_cast<const QChar *>(listing.text.data() + offset), qsizetype(length)));
     if (progress && seen >= kProgressStep) {
         vkToolWrite(stderr, QStringLiteral("\r\x1b[K"));
         std::fflush(stderr);
@@ -133,21 +162,46 @@ bool VKSequenceListTool::listFolder(const QString &displayPath, bool recursive, 
         return false;
     }
 
+    // The names of one folder group as their paths would: the folder is a common beginning
+    // that ends with "/", and frame numbers are read from the name alone.
+    QList<qsizetype> order;
+    const QList<qsizetype> runLengths = VKFileSequence::runLengthsWithFiles(listing.names, order);
     QString out;
-    for (const QStringList &run : VKFileSequence::sequencesWithFiles(listing.files)) {
+    qsizetype position = 0;
+    for (const qsizetype length : runLengths) {
+        const QString &firstName = listing.names.at(order.at(position));
+        if (length == 1 && !sizes &&
+            VKFileSequence::frameNumberForFile(firstName) == VKFileSequence::notFound) {
+            // A file without frame number (a side-car) is its own identifier.
+            if (!displayPath.isEmpty()) {
+                out += displayPath;
+                if (!displayPath.endsWith(u'/'))
+                    out += u'/';
+            }
+            out += firstName;
+            out += u"\t1\n";
+            ++position;
+            continue;
+        }
+        // A sequence is made from its first and last members alone.
+        const QString first = joined(displayPath, firstName);
+        QStringList ends{first};
+        if (length > 1)
+            ends.append(joined(displayPath, listing.names.at(order.at(position + length - 1))));
+        position += length;
         const std::shared_ptr<VKFileSequence> sequence =
-            VKFileSequence::fileSequenceWithSequenceOfFiles(run);
+            VKFileSequence::fileSequenceWithSequenceOfFiles(ends);
         if (!sequence)
             continue;
         out += sequence->identifier();
         out += u'\t';
-        out += QString::number(run.size());
+        out += QString::number(length);
         if (sizes) {
             // A file without a frame number is measured directly; runs use the sampled total.
             const bool numbered =
-                VKFileSequence::frameNumberForFile(run.first()) != VKFileSequence::notFound;
+                VKFileSequence::frameNumberForFile(first) != VKFileSequence::notFound;
             const qint64 bytes =
-                numbered ? sequence->overallByteCount() : VKFileSystem::filesizeCFI(run.first());
+                numbered ? sequence->overallByteCount() : VKFileSystem::filesizeCFI(first);
             out += u'\t';
             out += VKFileSize::humanReadableFileSizeStringFromByteCount(
                 static_cast<quint64>(qMax<qint64>(bytes, 0)));

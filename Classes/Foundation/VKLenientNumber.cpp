@@ -1,4 +1,6 @@
-#include "Application/VKLenientNumber.h"
+#include "Foundation/VKLenientNumber.h"
+
+#include "Foundation/VKStringRanges.h"
 
 #include <clocale>
 #include <cmath>
@@ -67,4 +69,29 @@ float VKLenientNumber::floatValue(const QString &text)
     if (std::isfinite(value) && std::fabs(value) > std::numeric_limits<float>::max())
         return value < 0 ? -HUGE_VALF : HUGE_VALF;
     return static_cast<float>(value);
+}
+
+qint32 VKLenientNumber::intValue(QStringView text)
+{
+    return VKStringRanges::intValue(text);
+}
+
+qint64 VKLenientNumber::longLongValue(QStringView text)
+{
+    return VKStringRanges::longLongValue(text);
+}
+
+bool VKLenientNumber::boolValue(QStringView text)
+{
+    qsizetype i = 0;
+    while (i < text.size() && text.at(i).isSpace())
+        ++i;
+    if (i < text.size() && (text.at(i) == u'+' || text.at(i) == u'-'))
+        ++i;
+    while (i < text.size() && text.at(i) == u'0')
+        ++i;
+    if (i >= text.size())
+        return false;
+    const QChar c = text.at(i);
+    return c == u'Y' || c == u'y' || c == u'T' || c == u't' || (c >= u'1' && c <= u'9');
 }
