@@ -52,6 +52,18 @@
 #include "Application/VKApplicationDelegate.h"
 #include "Application/VKPrint.h"
 
+// Diagnostics: report transport, log readers, system profile
+#include "Diagnostics/VKCrashLogReader.h"
+#include "Diagnostics/VKCrashReportReader.h"
+#include "Diagnostics/VKFileCreationDate.h"
+#include "Diagnostics/VKLogReader.h"
+#include "Diagnostics/VKReporter.h"
+#include "Diagnostics/VKRunLogReader.h"
+#include "Diagnostics/VKSystemInfo.h"
+#include "Diagnostics/VKSystemLogReader.h"
+#include "Diagnostics/VKSystemProfiler.h"
+#include "Diagnostics/VKURLConnection.h"
+
 // Colour triples and colour value transformers
 #include "Color/VKColorValueTransformers.h"
 #include "Color/VKTriple.h"

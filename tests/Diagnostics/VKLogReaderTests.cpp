@@ -1,0 +1,228 @@
+#include "Diagnostics/VKCrashLogReader.h"
+#include "Diagnostics/VKCrashReportReader.h"
+#include "Diagnostics/VKFileCreationDate.h"
+#include "Diagnostics/VKRunLogReader.h"
+#include "Diagnostics/VKSystemLogReader.h"
+#include "Foundation/VKException.h"
+#include "Foundation/VKSearchPaths.h"
+#include "Foundation/VKUserDefaults.h"
+
+#include "VKTestSupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A private "Library" tree and defaults store for each test.
+class LogReaderTest : public ::testing::Test
+{
+protected:
+    VKTempDir tree;
+    VKTempDir prefs;
+    VKSearchPaths::TestingRoot root{tree.path()};
+
+    void SetUp() override { VKUserDefaults::setStandardUserDefaultsFolder(prefs.path()); }
+    void TearDown() override
+    {
+        VKUserDefaults::setStandardUserDefaultsFolder(QString());
+        VKSystemLogReader::setLogFolderForTesting(QString());
+    }
+    QString user(const QString &sub) const
+    {
+        return VKSearchPaths::libraryDirectory(VKSearchPathDomain::User) + "/" + sub;
+    }
+    QString local(const QString &sub) const
+    {
+        return VKSearchPaths::libraryDirectory(VKSearchPathDomain::Local) + "/" + sub;
+    }
+    static QString write(const QString &path, const QByteArray &contents = "log\n")
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(contents);
+        return path;
+    }
+    static QStringList sorted(QStringList l)
+    {
+        l.sort();
+        return l;
+    }
+};
+
+} // namespace
+
+TEST_F(LogReaderTest, MatchingRulesPerReader)
+{
+    const QString reports = user("Logs/DiagnosticReports");
+    const QString runs = local("Logs/Vessan");
+    for (const char *name : {"MyApp_2014-01-02-101010_host.crash", "MyApp.hang", "myapp.crash",
+                             "MyApp_x.ips", "MyApp_x.spin", "Other.crash"})
+        write(reports + "/" + name);
+    for (const char *name : {"MyApp_1.vqnLog", "MyApp_2.vqnlog", "MyApp_3.vqnLog.gz", "MyApp"})
+        write(runs + "/" + name);
+    const QString var = tree.makeDir("varlog");
+    for (const char *name : {"system.log", "system.log.0.gz", "system", "syslog", "System.log"})
+        write(var + "/" + name);
+    VKSystemLogReader::setLogFolderForTesting(var);
+
+    struct Case
+    {
+        const char *name;
+        QStringList got;
+        QStringList expected;
+    } cases[] = {
+        {"crash log reader: prefix is case-sensitive, any extension",
+         VKCrashLogReader("MyApp", {}).allLogFilePaths(),
+         {reports + "/MyApp_2014-01-02-101010_host.crash", reports + "/MyApp.hang",
+          reports + "/MyApp_x.ips", reports + "/MyApp_x.spin"}},
+        {"crash report reader: only .crash and .hang",
+         VKCrashReportReader("MyApp", {}, false).unsentCrashLogFilePathsInDirectory(reports),
+         {reports + "/MyApp_2014-01-02-101010_host.crash", reports + "/MyApp.hang"}},
+        {"run log reader: exact extension, local folder",
+         VKRunLogReader("MyApp", {}).allLogFilePaths(),
+         {runs + "/MyApp_1.vqnLog"}},
+        {"system log reader: every system* entry",
+         VKSystemLogReader({}).allLogFilePaths(),
+         {var + "/system.log", var + "/system.log.0.gz", var + "/system"}},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(sorted(c.got), sorted(c.expected)) << c.name;
+    EXPECT_EQ(VKSystemLogReader({}).applicationName(), "system");
+}
+
+TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
+{
+    const QString reports = user("Logs/DiagnosticReports");
+    const QString before = write(reports + "/MyApp_a.crash");
+    const auto earliest = VKFileCreationDate::creationDate(before);
+    if (!earliest)
+        GTEST_SKIP() << "this file system keeps no birth times";
+    // Wait on the clock, not a sleep, so the next file is born a millisecond later at least.
+    ASSERT_TRUE(
+        vkWaitUntil([&] { return QDateTime::currentDateTimeUtc() > earliest->addMSecs(2); }));
+    const QString after = write(reports + "/MyApp_b.crash");
+    ASSERT_GT(*VKFileCreationDate::creationDate(after), *earliest);
+
+    VKCrashLogReader first("MyApp", *earliest);
+    EXPECT_EQ(first.unsentLogFilePaths(), QStringList{after}) << "born exactly at the date";
+    EXPECT_EQ(VKCrashLogReader("MyApp", {}).unsentLogFilePaths().size(), 2) << "no date";
+    EXPECT_FALSE(first.sentLogFilePaths());
+    EXPECT_EQ(first.recentLogString(), "log\n");
+    first.markUnsentLogsAsSent();
+    EXPECT_TRUE(first.unsentLogFilePaths().isEmpty());
+    EXPECT_TRUE(first.recentLogString().isNull());
+
+    // A second reader, then a restart, see the same list; the crash report reader shares it.
+    VKCrashLogReader second("MyApp", {});
+    EXPECT_EQ(second.unsentLogFilePaths(), QStringList{before});
+    VKUserDefaults::resetStandardUserDefaults();
+    EXPECT_EQ(*second.sentLogFilePaths(), QStringList{after});
+    VKCrashReportReader reports2("MyApp", {}, false);
+    EXPECT_EQ(reports2.unsentCrashLogFilePathsInDirectory(reports), QStringList{before});
+
+    const QString newer = write(reports + "/MyApp_c.crash");
+    EXPECT_EQ(first.unsentLogFilePaths(), QStringList{newer});
+    // Run logs keep their own list.
+    EXPECT_FALSE(VKRunLogReader("MyApp", {}).sentLogFilePaths());
+}
+
+TEST_F(LogReaderTest, ReaderWithoutKeyNeverRecords)
+{
+    write(user("MyApp.txt"));
+    VKLogReader reader("MyApp", QDateTime::currentDateTimeUtc().addYears(1));
+    EXPECT_EQ(reader.unsentLogFilePaths(), QStringList{user("MyApp.txt")});
+    reader.markUnsentLogsAsSent();
+    EXPECT_EQ(reader.unsentLogFilePaths().size(), 1);
+    EXPECT_FALSE(reader.sentLogFilePaths());
+}
+
+TEST_F(LogReaderTest, BadSentListsAndFoldersLoseNothing)
+{
+    const QString reports = user("Logs/DiagnosticReports");
+    const QString a = write(reports + "/MyApp_a.crash");
+    auto defaults = VKUserDefaults::standardUserDefaults();
+    defaults->setObject(QVariantList{42, a, QVariantMap{{"k", 1}}}, kVKSentCrashLogFilePaths);
+    VKCrashLogReader reader("MyApp", {});
+    EXPECT_TRUE(reader.unsentLogFilePaths().isEmpty()) << "the string member still counts";
+    const QString b = write(reports + "/MyApp_b.crash");
+    reader.markUnsentLogsAsSent();
+    const QVariantList stored = defaults->arrayForKey(kVKSentCrashLogFilePaths);
+    EXPECT_EQ(stored.size(), 4);
+    EXPECT_TRUE(stored.contains(42) && stored.contains(b));
+
+    defaults->setObject(QString("not a list"), "SentRunLogFilePaths");
+    write(user("Logs/Vessan/MyApp.vqnLog"));
+    VKRunLogReader runs("MyApp", {});
+    EXPECT_EQ(runs.unsentLogFilePaths().size(), 1);
+
+    // A report folder that is a file, and one that does not exist, contribute nothing.
+    QDir(user("Logs")).removeRecursively();
+    write(user("Logs/DiagnosticReports"));
+    EXPECT_TRUE(reader.allLogFilePaths().isEmpty());
+    EXPECT_TRUE(VKCrashReportReader("MyApp", {}, false).combinedCrashLogString().isNull());
+}
+
+TEST_F(LogReaderTest, CombinedTextOrderAndJunk)
+{
+    const QString u = user("Logs/DiagnosticReports");
+    const QString l = local("Logs/DiagnosticReports");
+    write(u + "/MyApp_2014-01-01.crash", "January\n");
+    write(l + "/MyApp_2014-02-01.crash", "February\n");
+    write(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
+    VKCrashReportReader reader("MyApp", {}, false);
+    EXPECT_TRUE(VKCrashReportReader(QString(), {}, false).combinedCrashLogString().isNull());
+    const QString text = reader.combinedCrashLogString();
+    // Paths sort by their folders first: the local tree's path is under var/, after home/.
+    EXPECT_EQ(text, "<crash_logs app_name:\"MyApp\">\n<crashLog>\nFebruary\n</crashLog>\n"
+                    "<crashLog>\nJanuary\n</crashLog>\n</crash_logs>\n\n\n");
+    EXPECT_EQ(reader.crashLogFilePaths().size(), 3) << "the unreadable report counts as gathered";
+    reader.markCrashLogsAsSent();
+    EXPECT_TRUE(reader.combinedCrashLogString().isNull());
+    EXPECT_EQ(reader.crashLogFilePaths().size(), 3) << "kept when nothing new";
+}
+
+TEST(VKCrashLogReaderStrip, Sections)
+{
+    struct Case
+    {
+        const char *name;
+        QString in;
+        QString out;
+    } cases[] = {
+        {"null", QString(), QString()},
+        {"none", "Thread 0\n", "Thread 0\n"},
+        {"description header first", "a\nBinary Images Description:\n0x1 x\n\nb\n", "a\nb\n"},
+        {"plain header, lower case", "a\nbinary images:\n0x1\n0x2\n\nb\n", "a\nb\n"},
+        {"every section", "BINARY IMAGES:\nx\n\nmid\nBinary Images:\ny\n\nend", "mid\nend"},
+    };
+    for (const Case &c : cases) {
+        const QString got = VKCrashLogReader::stripBinaryImages(c.in);
+        EXPECT_EQ(got, c.out) << c.name;
+        EXPECT_EQ(got.isNull(), c.out.isNull()) << c.name;
+    }
+    try {
+        (void)VKCrashReportReader::stripBinaryImages("a\nBinary Images:\n0x1 x\n");
+        ADD_FAILURE() << "no blank line after the header";
+    } catch (const VKException &e) {
+        EXPECT_EQ(e.name(), VKRangeException);
+    }
+}
+
+TEST_F(LogReaderTest, HugeLogReadWithinTheLimit)
+{
+    const QString path = user("Logs/Vessan/MyApp_big.vqnLog");
+    write(path);
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(f.resize(200LL << 20)); // sparse: no 200 MB on disk
+    f.seek(f.size() - 11);
+    f.write("\nlast line\n");
+    f.close();
+    VKRunLogReader reader("MyApp", {});
+    EXPECT_EQ(reader.allLogFilePaths().size(), 1) << "listing reads nothing";
+    reader.setMaximumLogStringSize(1 << 20);
+    EXPECT_EQ(reader.recentLogString(), "last line\n");
+}
