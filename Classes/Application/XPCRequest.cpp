@@ -128,13 +128,12 @@ std::optional<QVariantMap> XPCRequest::send() const
             return std::nullopt;
         failure = failureOf(reply);
     }
-    if (failure == Failure::Other)
-        return std::nullopt;
+    // Every error reply is logged; only the two connection failures say more.
     VKLogger::error(logContext(this), QStringLiteral("error calling metadata XPC service"));
     if (failure == Failure::Interrupted)
         VKLogger::error(logContext(this),
                         QStringLiteral("premature exit of service, maybe it crashed?"));
-    else
+    else if (failure == Failure::Invalid)
         VKLogger::error(logContext(this),
                         QStringLiteral("connection is invalid, service %s not found"), service);
     return std::nullopt;

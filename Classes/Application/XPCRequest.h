@@ -45,7 +45,8 @@ public:
     //  - a service that leaves the bus without answering (or does not answer in time) logs
     //    "error calling metadata XPC service" and "premature exit of service, maybe it
     //    crashed?";
-    //  - any other error, or a reply that is not one "a{sv}", is answered with nothing, unlogged.
+    //  - any other error reply logs the first message alone; a reply that is not one "a{sv}" is
+    //    answered with nothing, unlogged.
     // A reply holding a value of another D-Bus type stops the process (see XPCHelpers.h).
     [[nodiscard]] std::optional<QVariantMap> send() const;
 

@@ -54,7 +54,10 @@ TEST(VKDisplayValueTransformers, StateToTextColour)
         EXPECT_EQ(rgba(disabled.transformedValue(c.state)), c.disabled);
         EXPECT_EQ(rgba(red.transformedValue(c.state)), c.red);
     }
-    EXPECT_EQ(red.transformedValue(true).value<QColor>().spec(), QColor::Rgb);
+    // An RGB colour, not merely one that converts to the same RGBA (QColor's == compares the
+    // colour model too).
+    const QColor shown = red.transformedValue(true).value<QColor>();
+    EXPECT_EQ(shown, shown.toRgb());
     EXPECT_EQ(enabled.transformedValueClass(), QMetaType::fromType<QColor>());
 }
 
