@@ -291,7 +291,9 @@ TEST_F(EnumDefaults, FollowsChangesMadeElsewhereOnce)
     defaults()->setObject(QString("other"), "unrelated");
     EXPECT_EQ(posts.count, 1);
 
-    // Another process writes the file; the next synchronisation reads it.
+    // Another process writes the file (after ours is on disk, or our pending value would win);
+    // the next synchronisation reads it.
+    ASSERT_TRUE(defaults()->synchronize());
     ASSERT_EQ(runProbe(m_dir.path(), {"write", defaults()->filePath(), "display", "feet"}), "");
     defaults()->synchronize();
     EXPECT_EQ(display->selectedIdentifier(), "feet");
