@@ -52,6 +52,11 @@
 #include "Application/VKApplicationDelegate.h"
 #include "Application/VKPrint.h"
 
+// Application: extension roles and user-defaults enumerations
+#include "Application/VKEnum.h"
+#include "Application/VKEnumElement.h"
+#include "Application/VKExtensionRegistry.h"
+
 // Diagnostics: report transport, log readers, system profile
 #include "Diagnostics/VKCrashLogReader.h"
 #include "Diagnostics/VKCrashReportReader.h"
