@@ -10,6 +10,11 @@
 // resuming and the readiness observer change state and notify under the same mutex, so a wake-up
 // cannot fall between the worker's test and its wait.
 //
+// Only the first waiting operation's readiness can wake the worker, so the worker observes
+// "isReady" of that one operation, and only when it finds it not ready (registering, then
+// testing again, under the mutex): operations that are ready when their turn comes cost no
+// observation at all.
+//
 // The worker thread holds the shared state for the rest of the process; the public object may
 // go before it.
 #include "Application/VKSingleThreadOperationQueue.h"
@@ -53,10 +58,26 @@ struct VKSingleThreadOperationQueue::Private
     std::thread::id threadId;
     QString name;
     std::shared_ptr<ReadinessObserver> readiness = std::make_shared<ReadinessObserver>();
+    // The waiting operation whose "isReady" the worker observes, if any.
+    std::shared_ptr<VKOperationBase> observed;
 
-    bool canStart() const
+    // Under the mutex. Observes the first waiting operation before judging it, so that a change
+    // right after the test still wakes the worker.
+    bool canStart()
     {
-        return !operations.isEmpty() && !suspended && operations.first()->isReady();
+        if (operations.isEmpty() || suspended)
+            return false;
+        const auto &first = operations.first();
+        if (first->isReady())
+            return true;
+        if (observed != first) {
+            if (observed)
+                observed->removeObserver(readiness.get(), kIsReady);
+            observed = first;
+            first->addObserver(std::shared_ptr<VKKeyValueObserver>(readiness), kIsReady,
+                               VKKeyValueObservingOptionNew);
+        }
+        return first->isReady();
     }
 
     static void enqueue(const std::shared_ptr<Private> &self);
@@ -88,8 +109,11 @@ void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Privat
             operation = self->operations.takeFirst();
             self->waiting.remove(operation.get());
             self->currentOperation = operation;
+            if (self->observed == operation) {
+                operation->removeObserver(self->readiness.get(), kIsReady);
+                self->observed.reset();
+            }
         }
-        operation->removeObserver(self->readiness.get(), kIsReady);
         try {
             operation->start();
         } catch (const std::exception &exception) {
@@ -117,15 +141,17 @@ VKSingleThreadOperationQueue::VKSingleThreadOperationQueue() : d(std::make_share
 VKSingleThreadOperationQueue::~VKSingleThreadOperationQueue()
 {
     QList<std::shared_ptr<VKOperationBase>> operations;
+    std::shared_ptr<VKOperationBase> observed;
     {
         std::lock_guard lock(d->mutex);
         operations.swap(d->operations);
         d->waiting.clear();
+        observed = std::move(d->observed);
     }
-    for (const auto &operation : operations) {
+    if (observed)
+        observed->removeObserver(d->readiness.get(), kIsReady);
+    for (const auto &operation : operations)
         operation->cancel();
-        operation->removeObserver(d->readiness.get(), kIsReady);
-    }
 }
 
 void VKSingleThreadOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &operation)
@@ -137,8 +163,6 @@ void VKSingleThreadOperationQueue::addOperation(const std::shared_ptr<VKOperatio
         return;
     d->operations.append(operation);
     d->waiting.insert(operation.get());
-    operation->addObserver(std::shared_ptr<VKKeyValueObserver>(d->readiness), kIsReady,
-                           VKKeyValueObservingOptionNew);
     if (!d->threadStarted) {
         d->threadStarted = true;
         std::thread worker([state = d] { Private::enqueue(state); });

@@ -55,21 +55,31 @@ QSet<QString> affectingKeys(const VKObservable &object, const QString &key)
 // Dependent keys are declared per class, so they are worked out once per class.
 const VKOperationAffectingKeys *affectingKeysOfClass(const VKOperationBase &operation)
 {
+    // Operations of one class usually come in runs: the last answer is kept per thread.
+    thread_local const std::type_info *lastType = nullptr;
+    thread_local const VKOperationAffectingKeys *lastKeys = nullptr;
+    if (lastType && *lastType == typeid(operation))
+        return lastKeys;
     static std::mutex mutex;
     static std::unordered_map<std::type_index, std::unique_ptr<VKOperationAffectingKeys>> classes;
     const std::type_index type(typeid(operation));
     {
         std::lock_guard lock(mutex);
         auto it = classes.find(type);
-        if (it != classes.end())
-            return it->second.get();
+        if (it != classes.end()) {
+            lastType = &typeid(operation);
+            lastKeys = it->second.get();
+            return lastKeys;
+        }
     }
     // Asked without the lock: the answers are the subclass's code.
     auto keys = std::make_unique<VKOperationAffectingKeys>();
     keys->ready = affectingKeys(operation, kIsReady);
     keys->finished = affectingKeys(operation, kIsFinished);
     std::lock_guard lock(mutex);
-    return classes.try_emplace(type, std::move(keys)).first->second.get();
+    lastType = &typeid(operation);
+    lastKeys = classes.try_emplace(type, std::move(keys)).first->second.get();
+    return lastKeys;
 }
 } // namespace
 
@@ -220,6 +230,16 @@ void VKOperationBase::deliverEnd()
         if (d->ending)
             return;
         d->ending = true;
+        if (!d->completionBlock && d->dependants.empty()) {
+            // Nothing to call out to: the queue and the waiters are told in one go.
+            if (d->queue) {
+                d->queue->operationFinished(this);
+                d->queue = nullptr;
+            }
+            d->endDelivered = true;
+            d->ended.notify_all();
+            return;
+        }
         completion = std::move(d->completionBlock);
         d->completionBlock = nullptr;
         for (VKOperationBase *dependant : d->dependants)

@@ -64,4 +64,23 @@ struct VKOperationBase::Private
 
     // Shared by every operation of the class; looked up on first use.
     std::atomic<const VKOperationAffectingKeys *> affectingKeys{nullptr};
+
+    // The holding queue's bookkeeping, guarded by that queue's mutex. An operation is in one
+    // queue at most, so the queue keeps its lists in the operations and allocates nothing
+    // per operation.
+    struct QueueEntry
+    {
+        // Held while queued; null otherwise.
+        std::shared_ptr<VKOperationBase> operation;
+        quint64 sequence = 0;
+        int where = 0;
+        bool starting = false;
+        bool finishedWhileStarting = false;
+        // Every queued operation in the order of addition.
+        VKOperationBase *previous = nullptr;
+        VKOperationBase *next = nullptr;
+        // The ready ones, in the order of addition.
+        VKOperationBase *previousReady = nullptr;
+        VKOperationBase *nextReady = nullptr;
+    } queueEntry;
 };

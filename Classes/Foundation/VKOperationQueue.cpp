@@ -4,33 +4,33 @@
 // Running (a worker took it; `starting` while the worker is inside start()). Operations tell
 // the queue directly, through VKOperationQueueLink, when their readiness changes and when they
 // have finished; the queue never observes them and never calls their getters or start() under
-// its own lock.
+// its own lock. The entries live in the operations (an operation is in one queue at most) and
+// are chained into two intrusive lists, every entry and the ready ones, both in the order of
+// addition: queuing, starting and retiring an operation allocate nothing.
 //
-// Locks: Private::mutex guards entries, the start order, the counters and the worker list. The
+// Locks: Private::mutex guards the entries, both lists, the counters and the worker list. The
 // link calls arrive holding the operation's mutex and take only this one (operation before
 // queue, never the other way round). Workers run start() without any lock.
 //
 // Invariants:
-// - An operation is in `entries` exactly while its link points at this queue, except between
-//   the link's clearing and the entry's removal on one thread.
+// - An operation's entry holds it exactly while its link points at this queue; both are set
+//   and cleared together under the operation's mutex and the queue's, except that an end
+//   reported while the worker is still inside start() clears the link first and the entry
+//   when start() returns (so that what start() logs comes first).
 // - `running` counts Running entries; at most effectiveMax() start while not suspended.
 // - References to finished operations are dropped by a worker outside every lock (the last one
 //   may destroy the operation); `retired` holds them until then.
-// - An end reported while the worker is still inside start() is applied when start() returns,
-//   so that what start() logs comes first.
 #include "Foundation/VKOperationQueue.h"
 
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKOperationBase_p.h"
 
-#include <QHash>
 #include <QThread>
 
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
-#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -54,22 +54,22 @@ private:
 struct VKOperationQueue::Private final : VKOperationQueueLink
 {
     enum Where { Waiting, Ready, Running };
-    struct Entry
-    {
-        std::shared_ptr<VKOperationBase> operation;
-        quint64 sequence = 0;
-        Where where = Waiting;
-        bool starting = false;
-        bool finishedWhileStarting = false;
-    };
+    using Entry = VKOperationBase::Private::QueueEntry;
+
+    static Entry &entryOf(VKOperationBase *operation) { return operation->d->queueEntry; }
 
     VKOperationQueue *queue = nullptr;
     mutable std::mutex mutex;
     std::condition_variable workAvailable;
     std::condition_variable emptied;
-    QHash<VKOperationBase *, Entry> entries;
+    // Every queued operation, in the order of addition (links in their entries).
+    VKOperationBase *first = nullptr;
+    VKOperationBase *last = nullptr;
+    int count = 0;
     // In the order of addition, the operations ready to start.
-    std::map<quint64, VKOperationBase *> ready;
+    VKOperationBase *firstReady = nullptr;
+    VKOperationBase *lastReady = nullptr;
+    size_t readyCount = 0;
     std::vector<std::shared_ptr<VKOperationBase>> retired;
     std::vector<std::thread> workers;
     int idle = 0;
@@ -82,7 +82,57 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
 
     int effectiveMax() const
     {
-        return maxCount < 0 ? std::max(1, QThread::idealThreadCount()) : maxCount;
+        // Asking the system each time would cost a system call per operation.
+        static const int cores = std::max(1, QThread::idealThreadCount());
+        return maxCount < 0 ? cores : maxCount;
+    }
+
+    void appendLocked(VKOperationBase *operation, Entry &entry)
+    {
+        entry.previous = last;
+        entry.next = nullptr;
+        (last ? entryOf(last).next : first) = operation;
+        last = operation;
+        ++count;
+    }
+
+    void unlinkLocked(Entry &entry)
+    {
+        (entry.previous ? entryOf(entry.previous).next : first) = entry.next;
+        (entry.next ? entryOf(entry.next).previous : last) = entry.previous;
+        entry.previous = entry.next = nullptr;
+        --count;
+    }
+
+    // Keeps the ready list in the order of addition; usually the operation goes at the end.
+    void makeReadyLocked(VKOperationBase *operation, Entry &entry)
+    {
+        VKOperationBase *after = lastReady;
+        while (after && entryOf(after).sequence > entry.sequence)
+            after = entryOf(after).previousReady;
+        VKOperationBase *before = after ? entryOf(after).nextReady : firstReady;
+        entry.previousReady = after;
+        entry.nextReady = before;
+        (after ? entryOf(after).nextReady : firstReady) = operation;
+        (before ? entryOf(before).previousReady : lastReady) = operation;
+        entry.where = Ready;
+        ++readyCount;
+    }
+
+    void unreadyLocked(Entry &entry)
+    {
+        (entry.previousReady ? entryOf(entry.previousReady).nextReady : firstReady) =
+            entry.nextReady;
+        (entry.nextReady ? entryOf(entry.nextReady).previousReady : lastReady) =
+            entry.previousReady;
+        entry.previousReady = entry.nextReady = nullptr;
+        --readyCount;
+    }
+
+    // Whether the operation is queued here (its link points at this queue).
+    bool holdsLocked(VKOperationBase *operation) const
+    {
+        return operation->d->queue == this && entryOf(operation).operation;
     }
 
     // Wakes or starts a worker when there is something to do.
@@ -93,7 +143,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         const int max = effectiveMax();
         size_t wanted = suspended || running >= max
                             ? 0
-                            : std::min(ready.size(), static_cast<size_t>(max - running));
+                            : std::min(readyCount, static_cast<size_t>(max - running));
         if (!retired.empty())
             wanted = std::max<size_t>(wanted, 1);
         if (wanted == 0)
@@ -106,60 +156,58 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
             workers.emplace_back([this] { work(); });
     }
 
-    void retireLocked(QHash<VKOperationBase *, Entry>::iterator it)
+    void retireLocked(Entry &entry)
     {
-        if (it->where == Running)
+        if (entry.where == Running)
             --running;
-        if (it->where == Ready)
-            ready.erase(it->sequence);
-        retired.push_back(std::move(it->operation));
-        entries.erase(it);
+        if (entry.where == Ready)
+            unreadyLocked(entry);
+        entry.where = Waiting;
+        unlinkLocked(entry);
+        retired.push_back(std::move(entry.operation));
         spawnWorkersLocked();
-        if (entries.isEmpty())
+        if (count == 0)
             emptied.notify_all();
     }
 
     void operationReadinessChanged(VKOperationBase *operation, bool isReady) override
     {
         std::lock_guard lock(mutex);
-        auto it = entries.find(operation);
-        if (it == entries.end() || it->where == Running)
+        Entry &entry = entryOf(operation);
+        if (!entry.operation || entry.where == Running)
             return;
-        if (isReady && it->where == Waiting) {
-            ready.emplace(it->sequence, operation);
-            it->where = Ready;
+        if (isReady && entry.where == Waiting) {
+            makeReadyLocked(operation, entry);
             spawnWorkersLocked();
-        } else if (!isReady && it->where == Ready) {
-            ready.erase(it->sequence);
-            it->where = Waiting;
+        } else if (!isReady && entry.where == Ready) {
+            unreadyLocked(entry);
+            entry.where = Waiting;
         }
     }
 
     void operationFinished(VKOperationBase *operation) override
     {
         std::lock_guard lock(mutex);
-        auto it = entries.find(operation);
-        if (it == entries.end())
+        Entry &entry = entryOf(operation);
+        if (!entry.operation)
             return;
-        if (it->where == Running && it->starting) {
-            it->finishedWhileStarting = true;
+        if (entry.where == Running && entry.starting) {
+            entry.finishedWhileStarting = true;
             return;
         }
-        retireLocked(it);
+        retireLocked(entry);
     }
 
-    // Ends the operation's link to the queue, then its entry. Outside the queue's lock.
+    // Ends the operation's link to the queue and its entry in one step, so that no other queue
+    // can take the operation while its entry is still here.
     void detach(const std::shared_ptr<VKOperationBase> &operation)
     {
-        {
-            std::lock_guard lock(operation->d->mutex);
-            if (operation->d->queue == this)
-                operation->d->queue = nullptr;
-        }
+        std::lock_guard link(operation->d->mutex);
         std::lock_guard lock(mutex);
-        auto it = entries.find(operation.get());
-        if (it != entries.end())
-            retireLocked(it);
+        if (!holdsLocked(operation.get()))
+            return;
+        operation->d->queue = nullptr;
+        retireLocked(entryOf(operation.get()));
     }
 
     void logFailure(const std::shared_ptr<VKOperationBase> &operation, const QString &what)
@@ -188,12 +236,12 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
     void started(std::unique_lock<std::mutex> &lock,
                  const std::shared_ptr<VKOperationBase> &operation, bool failed)
     {
-        auto it = entries.find(operation.get());
-        if (it == entries.end() || it->operation != operation)
+        Entry &entry = entryOf(operation.get());
+        if (entry.operation != operation || entry.where != Running || !entry.starting)
             return;
-        it->starting = false;
-        if (it->finishedWhileStarting) {
-            retireLocked(it);
+        entry.starting = false;
+        if (entry.finishedWhileStarting) {
+            retireLocked(entry);
             return;
         }
         if (!failed)
@@ -209,10 +257,10 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
             // It became not ready: it waits for its readiness to come back.
             {
                 std::lock_guard relock(mutex);
-                it = entries.find(operation.get());
-                if (it != entries.end() && it->where == Running) {
+                Entry &again = entryOf(operation.get());
+                if (again.operation == operation && again.where == Running) {
                     --running;
-                    it->where = Waiting;
+                    again.where = Waiting;
                 }
             }
             operation->tellQueueOfReadiness();
@@ -223,24 +271,24 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
     void work()
     {
         std::unique_lock lock(mutex);
+        // Reused from pass to pass, so that dropping references allocates nothing.
+        std::vector<std::shared_ptr<VKOperationBase>> dropped;
         for (;;) {
             if (stopping)
                 return;
             // Takes the next operation and the references to drop in one pass under the lock.
             std::shared_ptr<VKOperationBase> next;
-            if (!suspended && running < effectiveMax() && !ready.empty()) {
-                auto first = ready.begin();
-                Entry &entry = entries[first->second];
-                ready.erase(first);
+            if (!suspended && running < effectiveMax() && firstReady) {
+                Entry &entry = entryOf(firstReady);
+                unreadyLocked(entry);
                 entry.where = Running;
                 entry.starting = true;
                 entry.finishedWhileStarting = false;
                 ++running;
                 next = entry.operation;
-                if (idle > 0 && !ready.empty() && running < effectiveMax())
+                if (idle > 0 && firstReady && running < effectiveMax())
                     workAvailable.notify_one();
             }
-            std::vector<std::shared_ptr<VKOperationBase>> dropped;
             dropped.swap(retired);
             if (!next && dropped.empty()) {
                 ++idle;
@@ -286,12 +334,7 @@ VKOperationQueue::~VKOperationQueue()
     }
     for (std::thread &worker : workers)
         worker.join();
-    QList<std::shared_ptr<VKOperationBase>> remaining;
-    {
-        std::lock_guard lock(d->mutex);
-        for (const Private::Entry &entry : std::as_const(d->entries))
-            remaining.append(entry.operation);
-    }
+    QList<std::shared_ptr<VKOperationBase>> remaining = operations();
     // Once its link is cleared no operation can reach the queue.
     for (const auto &operation : remaining)
         d->detach(operation);
@@ -327,13 +370,14 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
                                "cannot be enqueued");
         operation->d->queue = d.get();
         std::lock_guard queueLock(d->mutex);
-        Private::Entry entry;
+        Private::Entry &entry = operation->d->queueEntry;
         entry.operation = operation;
         entry.sequence = d->nextSequence++;
-        entry.where = isReady ? Private::Ready : Private::Waiting;
-        d->entries.insert(operation.get(), std::move(entry));
+        entry.where = Private::Waiting;
+        entry.starting = entry.finishedWhileStarting = false;
+        d->appendLocked(operation.get(), entry);
         if (isReady) {
-            d->ready.emplace(d->nextSequence - 1, operation.get());
+            d->makeReadyLocked(operation.get(), entry);
             d->spawnWorkersLocked();
         }
     }
@@ -366,21 +410,18 @@ void VKOperationQueue::addOperations(const QList<std::shared_ptr<VKOperationBase
 QList<std::shared_ptr<VKOperationBase>> VKOperationQueue::operations() const
 {
     std::lock_guard lock(d->mutex);
-    std::vector<const Private::Entry *> sorted;
-    for (const Private::Entry &entry : d->entries)
-        sorted.push_back(&entry);
-    std::sort(sorted.begin(), sorted.end(),
-              [](const auto *a, const auto *b) { return a->sequence < b->sequence; });
     QList<std::shared_ptr<VKOperationBase>> result;
-    for (const Private::Entry *entry : sorted)
-        result.append(entry->operation);
+    result.reserve(d->count);
+    for (VKOperationBase *operation = d->first; operation;
+         operation = Private::entryOf(operation).next)
+        result.append(Private::entryOf(operation).operation);
     return result;
 }
 
 int VKOperationQueue::operationCount() const
 {
     std::lock_guard lock(d->mutex);
-    return static_cast<int>(d->entries.size());
+    return d->count;
 }
 
 void VKOperationQueue::cancelAllOperations()
@@ -392,7 +433,7 @@ void VKOperationQueue::cancelAllOperations()
 void VKOperationQueue::waitUntilAllOperationsAreFinished()
 {
     std::unique_lock lock(d->mutex);
-    d->emptied.wait(lock, [this] { return d->entries.isEmpty(); });
+    d->emptied.wait(lock, [this] { return d->count == 0; });
 }
 
 int VKOperationQueue::maxConcurrentOperationCount() const

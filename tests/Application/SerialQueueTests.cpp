@@ -110,6 +110,24 @@ TEST(SerialQueue, UnreadyFirstOperationHoldsBackReadyOnesBehindIt)
     EXPECT_EQ(record.order, (std::vector<int>{1, 2}));
 }
 
+// The worker starts watching a waiting operation only once it finds it not ready; readiness
+// arriving from another thread around that moment must still wake it.
+TEST(SerialQueue, ReadinessRacingTheWorkersLookIsNeverLost)
+{
+    VKSingleThreadOperationQueue queue;
+    for (int round = 0; round < 300; ++round) {
+        auto dependency = std::make_shared<VKOperationBase>();
+        auto waiting = std::make_shared<VKOperationBase>();
+        waiting->addDependency(dependency);
+        std::thread finisher([&] { dependency->start(); });
+        queue.addOperation(waiting);
+        finisher.join();
+        ASSERT_TRUE(vkWaitUntil([&] { return waiting->isFinished(); }, 5000))
+            << "wake-up lost in round " << round;
+        EXPECT_FALSE(waiting->hasObserversForKey("isReady"));
+    }
+}
+
 TEST(SerialQueue, OperationsMayAddToTheirOwnQueueAndCancelledOnesStillStart)
 {
     Record record;

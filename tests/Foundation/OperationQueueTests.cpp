@@ -242,6 +242,67 @@ TEST(OperationQueue, HonoursTheConcurrencyLimitAndSuspension)
     EXPECT_THROW(queue.setMaxConcurrentOperationCount(-2), VKException);
 }
 
+// Operations start in the order of addition among the ready ones, whatever the order in which
+// they became ready, and one that became not ready again drops out of that order.
+TEST(OperationQueue, ReadyOperationsStartInTheOrderOfAddition)
+{
+    struct Case
+    {
+        const char *name;
+        std::vector<int> becomeReady;
+        std::vector<int> blockedAgain;
+        std::vector<int> expectedStarts;
+    };
+    const std::vector<Case> cases = {
+        {"in order", {0, 1, 2, 3, 4}, {}, {0, 1, 2, 3, 4}},
+        {"reversed", {4, 3, 2, 1, 0}, {}, {0, 1, 2, 3, 4}},
+        {"middle first", {2, 0, 4, 1, 3}, {}, {0, 1, 2, 3, 4}},
+        {"some stay waiting", {3, 1}, {}, {1, 3}},
+        {"first and last only", {4, 0}, {}, {0, 4}},
+        {"blocked again in the middle", {0, 1, 2, 3, 4}, {2}, {0, 1, 3, 4}},
+        {"blocked again at both ends", {4, 3, 2, 1, 0}, {0, 4}, {1, 2, 3}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKOperationQueue queue;
+        queue.setMaxConcurrentOperationCount(1);
+        queue.setSuspended(true);
+        std::atomic<int> clock{0};
+        std::vector<std::shared_ptr<VKOperationBase>> gates;
+        std::vector<std::shared_ptr<RecordingOperation>> operations;
+        for (int i = 0; i < 5; ++i) {
+            gates.push_back(std::make_shared<VKOperationBase>());
+            operations.push_back(std::make_shared<RecordingOperation>(&clock));
+            operations.back()->addDependency(gates.back());
+            queue.addOperation(operations.back());
+        }
+        for (int i : c.becomeReady)
+            gates[i]->start();
+        auto lastGate = std::make_shared<VKOperationBase>();
+        for (int i : c.blockedAgain)
+            operations[i]->addDependency(lastGate);
+        EXPECT_EQ(queue.operationCount(), 5);
+        queue.setSuspended(false);
+        for (int i : c.expectedStarts)
+            operations[i]->waitUntilFinished();
+        std::vector<int> started;
+        for (int order = 0; order < int(c.expectedStarts.size()); ++order)
+            for (int i = 0; i < 5; ++i)
+                if (operations[i]->startedAt == order)
+                    started.push_back(i);
+        EXPECT_EQ(started, c.expectedStarts);
+        const int left = 5 - int(c.expectedStarts.size());
+        EXPECT_TRUE(vkWaitUntil([&] { return queue.operationCount() == left; }));
+        // The rest still runs once ready.
+        for (auto &gate : gates)
+            if (!gate->isFinished())
+                gate->start();
+        lastGate->start();
+        queue.waitUntilAllOperationsAreFinished();
+        EXPECT_EQ(clock.load(), 5);
+    }
+}
+
 TEST(OperationQueue, RefusesOperationsItCannotTake)
 {
     VKOperationQueue first, second;
