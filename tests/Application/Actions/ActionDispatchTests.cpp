@@ -33,18 +33,34 @@ QString senderText(QObject *sender)
     return action ? action->text() : QStringLiteral("-");
 }
 
-class Target : public VKActionTarget
+// Records what it performs; every target has the command "shared".
+class Recorder : public VKActionTarget
 {
     Q_OBJECT
 
 public:
-    Target(const QString &name, const QSet<QString> &selectors, bool valid) : m_name(name)
+    Recorder(const QString &name, const QSet<QString> &selectors, bool valid) : m_name(name)
     {
         setSelectors(selectors);
         setValid(valid);
     }
-    Q_INVOKABLE void showHelp(QObject *sender) { record("showHelp", sender); }
     Q_INVOKABLE void shared(QObject *sender) { record("shared", sender); }
+
+protected:
+    void record(const char *command, QObject *sender)
+    {
+        performed.append(m_name + " " + command + " " + senderText(sender));
+    }
+    QString m_name;
+};
+
+class Target : public Recorder
+{
+    Q_OBJECT
+
+public:
+    using Recorder::Recorder;
+    Q_INVOKABLE void showHelp(QObject *sender) { record("showHelp", sender); }
     Q_INVOKABLE void sendFeedback() { record("sendFeedback", nullptr); }
     Q_INVOKABLE void takesText(const QString &) {}
 
@@ -53,36 +69,29 @@ Q_SIGNALS:
 
 protected:
     Q_INVOKABLE void hidden() {}
-
-private:
-    void record(const char *command, QObject *sender)
-    {
-        performed.append(m_name + " " + command + " " + senderText(sender));
-    }
-    QString m_name;
 };
 
 // The classes an application declares; found by name at launch.
-class VDActionTargetHelp : public Target
+class VDActionTargetHelp : public Recorder
 {
     Q_OBJECT
 public:
-    VDActionTargetHelp() : Target("Help", {"showHelp", "shared"}, true) {}
+    VDActionTargetHelp() : Recorder("Help", {"showHelp", "shared"}, true) {}
+    Q_INVOKABLE void showHelp(QObject *sender) { record("showHelp", sender); }
 };
-class VHActionTargetFeedback : public Target
+class VHActionTargetFeedback : public Recorder
 {
     Q_OBJECT
 public:
-    VHActionTargetFeedback() : Target("Feedback", {"sendFeedback", "shared"}, false) {}
+    VHActionTargetFeedback() : Recorder("Feedback", {"sendFeedback", "shared"}, false) {}
+    Q_INVOKABLE void sendFeedback() { record("sendFeedback", nullptr); }
 };
 // Right prefix, wrong base; right base, wrong prefix.
 class VDActionTargetNotDerived : public VKResponder
 {
-    Q_OBJECT
 };
 class VKActionTargetStray : public Target
 {
-    Q_OBJECT
 public:
     VKActionTargetStray() : Target("Stray", {"showHelp"}, true) {}
 };
@@ -162,36 +171,38 @@ TEST(ActionTarget, ValidPostsOnceAndOnlyOnChange)
 {
     Target target("T", {"a", "b"}, false);
     StateNotifications posts;
-    int announcements = 0;
-    QVariant oldValue, newValue;
+    QStringList announced; // "old>new"
     target.observe(kValid, VKKeyValueObservingOptionOld | VKKeyValueObservingOptionNew,
                    [&](VKObservable *, const QString &, const VKKeyValueChange &change) {
-                       ++announcements;
-                       oldValue = change.oldValue;
-                       newValue = change.newValue;
+                       announced.append(change.oldValue.toString() + ">" +
+                                        change.newValue.toString());
                    });
-    target.setValid(false);
-    EXPECT_EQ(posts.names.size(), 0);
-    EXPECT_EQ(announcements, 0);
-    target.setValid(true);
-    EXPECT_EQ(posts.names, (QList<QSet<QString>>{{"a", "b"}}));
-    EXPECT_EQ(announcements, 1);
-    EXPECT_EQ(oldValue, QVariant(false));
-    EXPECT_EQ(newValue, QVariant(true));
-    target.setValid(true);
-    target.setValueForKey(true, kValid);
-    EXPECT_EQ(posts.names.size(), 1);
-    target.setValueForKey(false, kValid);
-    EXPECT_EQ(posts.names.size(), 2);
-    EXPECT_EQ(target.valueForKey(kValid), QVariant(false));
+    struct Step
+    {
+        const char *name;
+        bool byKey, value;
+        int posts;
+    } steps[] = {{"same value", false, false, 0},
+                 {"change", false, true, 1},
+                 {"same again", false, true, 1},
+                 {"same through the key", true, true, 1},
+                 {"change through the key", true, false, 2}};
+    for (const Step &step : steps) {
+        SCOPED_TRACE(step.name);
+        step.byKey ? target.setValueForKey(step.value, kValid) : target.setValid(step.value);
+        EXPECT_EQ(posts.names.size(), step.posts);
+        EXPECT_EQ(announced.size(), step.posts);
+    }
+    EXPECT_EQ(announced, QStringList({"false>true", "true>false"}));
+    EXPECT_EQ(posts.names.value(0), (QSet<QString>{"a", "b"}));
 }
 
 TEST(ActionTarget, ControlValidationFollowsTheCurrentDictionary)
 {
     auto a = std::make_shared<Observed>(), b = std::make_shared<Observed>();
+    auto target = std::make_unique<Target>("T", QSet<QString>{"x"}, true);
     StateNotifications posts;
     VKLogCapture log;
-    auto target = std::make_unique<Target>("T", QSet<QString>{"x"}, true);
     int dictionaryAnnouncements = 0;
     target->observe("invokeControlValidationObservers", 0,
                     [&](VKObservable *, const QString &, const VKKeyValueChange &) {
