@@ -45,12 +45,16 @@
 #include "Files/VKFileSize.h"
 #include "Files/VKHumanReadableValueTransformers.h"
 
-// Application: the command-line frame
+// Application: the command-line frame, commands along the responder chain
+#include "Application/VKActionDispatch.h"
+#include "Application/VKActionTarget.h"
 #include "Application/VKApplication.h"
 #include "Application/VKApplicationArguments.h"
 #include "Application/VKApplicationConfiguration.h"
 #include "Application/VKApplicationDelegate.h"
+#include "Application/VKCommandAction.h"
 #include "Application/VKPrint.h"
+#include "Application/VKResponder.h"
 
 // Application: extension roles and user-defaults enumerations
 #include "Application/VKEnum.h"

@@ -1,5 +1,5 @@
 # Every third-party dependency of the library is found here, once.
-find_package(Qt6 6.2 REQUIRED COMPONENTS Core Gui DBus Network)
+find_package(Qt6 6.2 REQUIRED COMPONENTS Core Gui DBus Network Widgets)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(Oniguruma REQUIRED IMPORTED_TARGET oniguruma)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)

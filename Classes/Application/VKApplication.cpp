@@ -1,5 +1,6 @@
 #include "Application/VKApplication.h"
 
+#include "Foundation/VKApplicationLifecycle.h"
 #include "Foundation/VKLenientNumber.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKLogger.h"
@@ -372,6 +373,10 @@ int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegate
         ownApplication =
             std::make_unique<QCoreApplication>(applicationArgc, argv ? argv : noArguments);
 
+    // Hosts listen for launch and termination (the action dispatch links its targets at
+    // launch): "will finish launching" now, "did finish launching" on the wait's first turn.
+    VKApplicationLifecycle::attachToApplication();
+
     int result = 1;
     {
         VKApplication application;
@@ -390,6 +395,10 @@ int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegate
                             QStringLiteral("an exception of unknown type stopped the run"));
         }
     }
+    // An application made here ends with the run; one the host made lives on, and its end is
+    // announced when it quits.
+    if (ownApplication)
+        VKApplicationLifecycle::applicationWillTerminate();
     std::fflush(stdout);
     return result;
 }

@@ -119,7 +119,10 @@ private:
 // Runs a tool: decodes argv[1...argc-1] as UTF-8, creates a QCoreApplication if there is none,
 // runs a fresh VKApplication with the delegate class and answers its exit code narrowed to int.
 // An exception of any type escaping the run (a class without a delegate included) is logged
-// and answers 1.
+// and answers 1. The application object is attached to VKApplicationLifecycle: "will finish
+// launching" is posted before the delegate is made, "did finish launching" on the first turn of
+// the wait (never when the delegate finishes the run in its call), and "will terminate" after
+// the run when the application object was made here.
 VK_EXPORT int VKRunApplicationWithDelegateClass(const VKApplicationDelegateClass &delegateClass,
                                                 int argc, char **argv);
 

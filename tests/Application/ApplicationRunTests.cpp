@@ -224,7 +224,8 @@ TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
     EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(process.exitCode(), 7);
     EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()),
-              QString::fromUtf8("argument [Grüße 😀]\n"
+              QString::fromUtf8("notification VKApplicationWillFinishLaunchingNotification\n"
+                                "argument [Grüße 😀]\n"
                                 "argument [50%%%%]\n"
                                 "parameter delay [0.25]\n"
                                 "parameter exit [7]\n"
@@ -233,6 +234,8 @@ TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
                                 "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
                                 "\n(100% honest)\n"
                                 "returning while delegate running\n"
-                                "finishing while waiting\n"));
+                                "notification VKApplicationDidFinishLaunchingNotification\n"
+                                "finishing while waiting\n"
+                                "notification VKApplicationWillTerminateNotification\n"));
     EXPECT_EQ(process.readAllStandardError(), QByteArray());
 }

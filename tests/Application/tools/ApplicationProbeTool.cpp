@@ -1,8 +1,11 @@
 // A small tool on the application frame, run by the tests as a separate process. It reports
 // what it parsed, prints its usage for --help, and finishes from a timer after --delay seconds
-// with the exit code given by --exit.
+// with the exit code given by --exit. It also prints the launch and termination notifications
+// it receives.
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
+#include "Foundation/VKApplicationLifecycle.h"
+#include "Foundation/VKNotificationCenter.h"
 
 #include <QTimer>
 
@@ -54,5 +57,12 @@ public:
 
 int main(int argc, char **argv)
 {
+    for (const QString &name :
+         {VKApplicationWillFinishLaunchingNotification, VKApplicationDidFinishLaunchingNotification,
+          VKApplicationWillTerminateNotification})
+        VKNotificationCenter::defaultCenter().addObserver(
+            nullptr, name, nullptr, [](const VKNotification &notification) {
+                VKPrint(QStringLiteral("notification %@"), notification.name());
+            });
     return VKRunApplicationWithDelegateClass<ProbeDelegate>(argc, argv);
 }
