@@ -173,9 +173,8 @@ VKColorSpace VKColorSpaceController::colorSpace(Space which)
         // sRGB primaries with a plain 1.8 gamma, the traditional generic RGB of print work.
         p->name = QStringLiteral("Generic RGB");
         p->space = babl_space_from_chromaticities(
-            "VKGenericRGB", 0.3127, 0.3290, 0.64, 0.33, 0.30, 0.60, 0.15, 0.06,
-            babl_trc_gamma(1.8), babl_trc_gamma(1.8), babl_trc_gamma(1.8),
-            BABL_SPACE_FLAG_EQUALIZE);
+            "VKGenericRGB", 0.3127, 0.3290, 0.64, 0.33, 0.30, 0.60, 0.15, 0.06, babl_trc_gamma(1.8),
+            babl_trc_gamma(1.8), babl_trc_gamma(1.8), BABL_SPACE_FLAG_EQUALIZE);
         p->qspace = QColorSpace(QColorSpace::Primaries::SRgb, 1.8f);
         break;
     }

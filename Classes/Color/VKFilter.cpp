@@ -51,9 +51,8 @@ FilterRegistry &filterRegistry()
     return registry;
 }
 
-const bool kFilterClassRegistered =
-    VKClassRegistry::registerClass<VKFilter, VKCoding>(QStringLiteral("VKFilter"),
-                                                       QStringLiteral("VKCoding"));
+const bool kFilterClassRegistered = VKClassRegistry::registerClass<VKFilter, VKCoding>(
+    QStringLiteral("VKFilter"), QStringLiteral("VKCoding"));
 
 // Values an archive can hold as they are; colours and triples get a plain form.
 QVariant archivableValue(const QVariant &value)

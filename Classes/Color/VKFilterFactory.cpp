@@ -89,9 +89,10 @@ void VKFilterFactory::initSingleton()
     VKError error;
     loadImagePluginsError(&error);
     if (!error.isNull())
-        VKLogger::error(logContext("-[VKFilterFactory initSingleton]", this),
-                        QStringLiteral("VFFilterFactory init failed in loadImagePlugins with error:\n%@"),
-                        error.description());
+        VKLogger::error(
+            logContext("-[VKFilterFactory initSingleton]", this),
+            QStringLiteral("VFFilterFactory init failed in loadImagePlugins with error:\n%@"),
+            error.description());
     error = VKError();
     loadCompoundPluginsError(&error);
     if (!error.isNull())
@@ -159,7 +160,8 @@ bool VKFilterFactory::loadCompoundPluginsError(VKError *error)
 QString VKFilterFactory::filtersFolderPath()
 {
     return VKPathString::appendingPathComponent(
-        VKPathString::deletingLastPathComponent(firstProcessArgument()), QStringLiteral("../Filters"));
+        VKPathString::deletingLastPathComponent(firstProcessArgument()),
+        QStringLiteral("../Filters"));
 }
 
 void VKFilterFactory::loadImagePluginsOnMainThread()
@@ -183,7 +185,8 @@ void VKFilterFactory::loadImagePluginsOnMainThread()
     QStringList failures;
     for (const QString &name : names) {
         if (!known.contains(name))
-            failures.append(vkFormat(QStringLiteral("Could not load Vessan filter %@ from %@"), name, folder));
+            failures.append(
+                vkFormat(QStringLiteral("Could not load Vessan filter %@ from %@"), name, folder));
     }
     d->singleFilterNames = names;
     if (!failures.isEmpty()) {
@@ -203,8 +206,9 @@ void VKFilterFactory::loadFilters(const QStringList &names, const QString &plugi
         const QString path = VKPathString::appendingPathExtension(
             VKPathString::appendingPathComponent(pluginPath, name), kPluginExtension);
         if (!VKFileSystem::fileExistsAtPath(path)) {
-            VKLogger::error(logContext("-[VKFilterFactory loadFilters:fromPluginPath:filterList:]", this),
-                            QStringLiteral("in %@ missing filterName %@"), pluginPath, name);
+            VKLogger::error(
+                logContext("-[VKFilterFactory loadFilters:fromPluginPath:filterList:]", this),
+                QStringLiteral("in %@ missing filterName %@"), pluginPath, name);
             continue;
         }
         // A plug-in that does not load is reported with the names that stay unknown.

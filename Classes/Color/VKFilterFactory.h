@@ -55,7 +55,8 @@ public:
     // The plug-in names found in the filters folder.
     QStringList singleFilterNames() const;
     // Which provider builds which name.
-    QMap<QString, std::shared_ptr<VKAbstractCompoundFilterProvider>> compoundFilterProviders() const;
+    QMap<QString, std::shared_ptr<VKAbstractCompoundFilterProvider>>
+    compoundFilterProviders() const;
     // singleFilterNames() then the provider names, as they were at creation.
     QStringList filterNames() const;
 

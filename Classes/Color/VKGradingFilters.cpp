@@ -72,8 +72,8 @@ VKWhiteBalanceFilter::VKWhiteBalanceFilter() : VKFilter(QStringLiteral("VKWhiteB
 
 VKImage VKWhiteBalanceFilter::outputImage()
 {
-    const VKTTLTriple neutral = tripleValue(inputValue(QStringLiteral("inputNeutral")),
-                                            VKTTLTriple(0.5f, 0.5f, 0.125f));
+    const VKTTLTriple neutral =
+        tripleValue(inputValue(QStringLiteral("inputNeutral")), VKTTLTriple(0.5f, 0.5f, 0.125f));
     const VKRGBTriple cast = neutral.rgbTriple();
     // The RGB form never drops below 0.025, so the divisions are safe.
     const float r = cast.y() / cast.x(), b = cast.y() / cast.z();

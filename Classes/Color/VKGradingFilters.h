@@ -24,7 +24,8 @@ public:
 
 // Each wheel (angle in degrees, radius 0..1, level) gives a colour c = the RGB of hue angle/360,
 // saturation radius, value 1 (white at radius 0). Per channel: lift = c × level,
-// gamma = c × 10^level, gain = c × 10^level, and out = max(0, gain × (in + lift × (1 − in)))^(1/gamma).
+// gamma = c × 10^level, gain = c × 10^level, and out = max(0, gain × (in + lift × (1 −
+// in)))^(1/gamma).
 class VK_EXPORT VKLiftGammaGainFilter : public VKFilter
 {
 public:

@@ -67,7 +67,8 @@ gboolean pointProcess(GeglOperation *operation, void *in, void *out, glong sampl
     if (in != out)
         std::memcpy(out, in, size_t(samples) * 4 * sizeof(float));
     if (self->function)
-        (*static_cast<VKImage::PointFunction *>(self->function))(static_cast<float *>(out), samples);
+        (*static_cast<VKImage::PointFunction *>(self->function))(static_cast<float *>(out),
+                                                                 samples);
     return TRUE;
 }
 
@@ -177,8 +178,7 @@ bool vkGeglSetProperty(GeglNode *node, GParamSpec *spec, const QVariant &value)
         } else {
             auto *s = G_PARAM_SPEC_FLOAT(spec);
             g_value_init(&gvalue, G_TYPE_FLOAT);
-            g_value_set_float(&gvalue,
-                              std::clamp(float(number), s->minimum, s->maximum));
+            g_value_set_float(&gvalue, std::clamp(float(number), s->minimum, s->maximum));
         }
     } else if (type == G_TYPE_INT || type == G_TYPE_UINT) {
         if (!variantToDouble(value, &number) || !std::isfinite(number))
@@ -283,7 +283,7 @@ struct VKImage::Private
     GeglNode *graph = nullptr; // owns `node`
     GeglNode *node = nullptr;
     GeglNode *foreignNode = nullptr; // a node handed over by the caller (own reference)
-    QList<VKImage> inputs;       // keeps the nodes this one reads alive
+    QList<VKImage> inputs;           // keeps the nodes this one reads alive
     std::unique_ptr<PointFunction> function;
 
     ~Private()

@@ -42,7 +42,8 @@ int main(int argc, char **argv)
     cmsToneCurve *rec709Tone = cmsBuildParametricToneCurve(nullptr, 4, rec709Curve);
 
     const cmsCIExyY d50 = {0.3457, 0.3585, 1.0};
-    const cmsCIExyYTRIPLE romm = {{0.7347, 0.2653, 1.0}, {0.1596, 0.8404, 1.0}, {0.0366, 0.0001, 1.0}};
+    const cmsCIExyYTRIPLE romm = {
+        {0.7347, 0.2653, 1.0}, {0.1596, 0.8404, 1.0}, {0.0366, 0.0001, 1.0}};
     cmsToneCurve *linear = cmsBuildGamma(nullptr, 1.0);
 
     const bool ok = writeProfile(folder + "/rec709.icc", d65, rec709, rec709Tone, "Rec. 709") &&

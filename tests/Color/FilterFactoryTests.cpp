@@ -18,7 +18,8 @@ namespace {
 
 QString builtPlugin(const QString &relative)
 {
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../") + relative);
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../") +
+                           relative);
 }
 
 // Lays out <tmp>/bin/vkfilterprobe and <tmp>/Filters with the given files, runs the probe from
@@ -56,10 +57,14 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
         QString failedName; // the plug-in reported as not loaded, or none
     };
     const Case cases[] = {
-        {"a plug-in and a text file", {{"Grade.plugin", "Filters/Grade.plugin"}, {"notes.txt", ""}},
-         {"Grade"}, {}},
+        {"a plug-in and a text file",
+         {{"Grade.plugin", "Filters/Grade.plugin"}, {"notes.txt", ""}},
+         {"Grade"},
+         {}},
         {"a plug-in that does not provide its filter",
-         {{"NotProvided.plugin", "FilterPlugins/NotProvided.plugin"}}, {"NotProvided"}, "NotProvided"},
+         {{"NotProvided.plugin", "FilterPlugins/NotProvided.plugin"}},
+         {"NotProvided"},
+         "NotProvided"},
         {"a file that fails to load", {{"Broken.plugin", ""}}, {"Broken"}, "Broken"},
         {"an empty folder", {}, {}, {}},
     };
@@ -70,14 +75,16 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
             if (it.value().isEmpty())
                 dir.writeFile("Filters/" + it.key(), junk);
             else
-                ASSERT_TRUE(QFile::copy(builtPlugin(it.value()), dir.filePath("Filters/" + it.key())))
+                ASSERT_TRUE(
+                    QFile::copy(builtPlugin(it.value()), dir.filePath("Filters/" + it.key())))
                     << c.name;
         }
         const QJsonObject report = runProbe(dir, {});
         const QString folder = dir.filePath("bin") + "/../Filters";
         EXPECT_EQ(report["folder"].toString(), folder) << c.name;
         EXPECT_EQ(strings(report["singleFilterNames"]), c.singleNames) << c.name;
-        EXPECT_EQ(strings(report["filterNames"]), c.singleNames + QStringList({"Grade", "Unbuildable"}))
+        EXPECT_EQ(strings(report["filterNames"]),
+                  c.singleNames + QStringList({"Grade", "Unbuildable"}))
             << c.name;
         const QJsonValue error = report["pluginLoadError"];
         if (c.failedName.isEmpty()) {
@@ -93,9 +100,11 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
         const QStringList log = strings(report["log"]);
         // The kept error is handed out by the providers' load too, so creation logs it twice.
         ASSERT_EQ(log.size(), 2) << c.name;
-        EXPECT_TRUE(log[0].startsWith("VFFilterFactory init failed in loadImagePlugins with error:\n"))
+        EXPECT_TRUE(
+            log[0].startsWith("VFFilterFactory init failed in loadImagePlugins with error:\n"))
             << c.name;
-        EXPECT_TRUE(log[1].startsWith("VFFilterFactory init failed in loadCompoundPlugins with error:\n"))
+        EXPECT_TRUE(
+            log[1].startsWith("VFFilterFactory init failed in loadCompoundPlugins with error:\n"))
             << c.name;
         EXPECT_TRUE(log[0].contains(reason)) << c.name;
     }
@@ -128,7 +137,8 @@ TEST(VKFilterFactory, NamesAreServedByProvidersThenByTheFramework)
 {
     VKTempDir dir;
     dir.makeDir("Filters");
-    ASSERT_TRUE(QFile::copy(builtPlugin("Filters/Grade.plugin"), dir.filePath("Filters/Grade.plugin")));
+    ASSERT_TRUE(
+        QFile::copy(builtPlugin("Filters/Grade.plugin"), dir.filePath("Filters/Grade.plugin")));
     const QJsonObject report =
         runProbe(dir, {"Grade", "Unbuildable", "gegl:exposure", "NoSuchFilter"});
     const QJsonObject made = report["made"].toObject();

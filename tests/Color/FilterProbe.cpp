@@ -41,9 +41,10 @@ int main(int argc, char **argv)
     auto errorJson = [](const VKError &error) -> QJsonValue {
         if (error.isNull())
             return QJsonValue::Null;
-        return QJsonObject{{"domain", error.domain()},
-                           {"code", error.code()},
-                           {"reason", error.userInfo().value(VKLocalizedFailureReasonKey).toString()}};
+        return QJsonObject{
+            {"domain", error.domain()},
+            {"code", error.code()},
+            {"reason", error.userInfo().value(VKLocalizedFailureReasonKey).toString()}};
     };
     out["folder"] = VKFilterFactory::filtersFolderPath();
     out["singleFilterNames"] = QJsonArray::fromStringList(factory->singleFilterNames());

@@ -31,10 +31,12 @@ VKImage twoPixels()
                                 float tolerance = 1e-5f)
 {
     if (actual.size() != expected.size())
-        return ::testing::AssertionFailure() << actual.size() << " values, expected " << expected.size();
+        return ::testing::AssertionFailure()
+               << actual.size() << " values, expected " << expected.size();
     for (qsizetype i = 0; i < actual.size(); ++i) {
         if (std::fabs(actual[i] - expected[i]) > tolerance)
-            return ::testing::AssertionFailure() << "value " << i << ": " << actual[i] << " expected " << expected[i];
+            return ::testing::AssertionFailure()
+                   << "value " << i << ": " << actual[i] << " expected " << expected[i];
     }
     return ::testing::AssertionSuccess();
 }
@@ -82,7 +84,8 @@ TEST(VKImage, NothingToMakeOrRenderAnswersNull)
         {"null QImage", VKImage::imageWithQImage(QImage())},
         {"unknown generator", VKImage::imageWithOperation(QStringLiteral("gegl:no-such-op"))},
         {"unknown operation", twoPixels().imageByApplyingOperation(QStringLiteral("vk:none"))},
-        {"operation on the null image", VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
+        {"operation on the null image",
+         VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
     };
     for (const Case &c : cases)
         EXPECT_TRUE(c.image.isNull()) << c.name;
@@ -187,11 +190,15 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     const Case cases[] = {
         {"one stop up doubles", "gegl:exposure", {{"exposure", 1.0}}, {0.5f, 0.5f, 0.5f, 1}},
         {"an integer converts", "gegl:exposure", {{"exposure", -1}}, {0.125f, 0.125f, 0.125f, 1}},
-        {"a string is no number and leaves the default", "gegl:exposure",
-         {{"exposure", QStringLiteral("2")}}, {0.25f, 0.25f, 0.25f, 1}},
+        {"a string is no number and leaves the default",
+         "gegl:exposure",
+         {{"exposure", QStringLiteral("2")}},
+         {0.25f, 0.25f, 0.25f, 1}},
         {"opacity scales alpha", "gegl:opacity", {{"value", 0.5}}, {0.25f, 0.25f, 0.25f, 0.5f}},
-        {"booleans and limits", "gegl:rgb-clip",
-         {{"clip-low", true}, {"low-limit", 0.3}}, {0.3f, 0.3f, 0.3f, 1}},
+        {"booleans and limits",
+         "gegl:rgb-clip",
+         {{"clip-low", true}, {"low-limit", 0.3}},
+         {0.3f, 0.3f, 0.3f, 1}},
     };
     for (const Case &c : cases) {
         const auto filter = VKFilter::filterWithName(QString::fromLatin1(c.operation));
@@ -209,7 +216,8 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     filter->setValueForKey(QVariant::fromValue(twoPixels()), VKFilterInputImageKey);
     filter->setValueForKey(1e9, "exposure");
     const QList<float> beyond = filter->outputImage().floatPixels(QRect(0, 0, 1, 1));
-    filter->setValueForKey(filter->customAttributes()["exposure"].toMap()[VKAttributeMax], "exposure");
+    filter->setValueForKey(filter->customAttributes()["exposure"].toMap()[VKAttributeMax],
+                           "exposure");
     EXPECT_TRUE(near(beyond, filter->outputImage().floatPixels(QRect(0, 0, 1, 1)), 1e-2f));
     EXPECT_GT(beyond.value(0), 100.0f);
     filter->setValueForKey(QVariant(), VKFilterInputImageKey);
@@ -254,15 +262,17 @@ public:
     CountingFilter() : VKFilter(QStringLiteral("VKCountingTestFilter"))
     {
         declareInputKey(VKFilterInputImageKey, {{VKAttributeType, VKAttributeTypeImage}});
-        declareInputKey("inputGain", {{VKAttributeType, VKAttributeTypeTriple},
-                                      {VKAttributeDefault, QVariant::fromValue(VKRGBTriple(1, 1, 1))}});
+        declareInputKey("inputGain",
+                        {{VKAttributeType, VKAttributeTypeTriple},
+                         {VKAttributeDefault, QVariant::fromValue(VKRGBTriple(1, 1, 1))}});
         declareInputKey("inputTint", {{VKAttributeType, VKAttributeTypeColor}});
     }
 };
 
 TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
 {
-    VKFilter::registerFilter("VKCountingTestFilter", [] { return std::make_shared<CountingFilter>(); });
+    VKFilter::registerFilter("VKCountingTestFilter",
+                             [] { return std::make_shared<CountingFilter>(); });
     VKClassRegistry::registerClass<CountingFilter, VKFilter>("VKCountingTestFilter", "VKFilter");
     EXPECT_TRUE(VKFilter::filterNames().startsWith("VKCountingTestFilter") ||
                 VKFilter::filterNames().indexOf("VKCountingTestFilter") <
@@ -277,8 +287,7 @@ TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
     VKError error;
     const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(filter, &error);
     ASSERT_FALSE(data.isEmpty()) << error.description();
-    const auto restored =
-        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
+    const auto restored = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
     ASSERT_TRUE(restored) << error.description();
     EXPECT_EQ(restored->name(), "VKCountingTestFilter");
     const auto gain = VKTriple::fromVariant(restored->valueForKey("inputGain"));

@@ -34,25 +34,34 @@ TEST(VKGradingFilters, PixelsMatchTheArithmeticByHand)
         {"exposure defaults to nothing", "VKExposureFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
         {"one stop up", "VKExposureFilter", {{"inputEV", 1.0}}, {0.4f, 0.8f, 1.6f, 0.5f}},
         {"two stops down", "VKExposureFilter", {{"inputEV", -2}}, {0.05f, 0.1f, 0.2f, 0.5f}},
-        {"beyond ten stops clamps", "VKExposureFilter", {{"inputEV", 40.0}},
+        {"beyond ten stops clamps",
+         "VKExposureFilter",
+         {{"inputEV", 40.0}},
          {0.2f * 1024, 0.4f * 1024, 0.8f * 1024, 0.5f}},
         {"a neutral balance changes nothing", "VKWhiteBalanceFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
         // Temperature 0.75: the cast is (0.04375, 0.04375, 0.03125), so blue gains 1.4.
-        {"a warm cast lifts blue", "VKWhiteBalanceFilter",
+        {"a warm cast lifts blue",
+         "VKWhiteBalanceFilter",
          {{"inputNeutral", QVariant::fromValue(VKTTLTriple(0.5f, 0.75f, 0.125f))}},
          {0.2f, 0.4f, 0.8f * 1.4f, 0.5f}},
         {"centred wheels change nothing", "VKLiftGammaGainFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
-        {"gain level log10(2) doubles", "VKLiftGammaGainFilter",
+        {"gain level log10(2) doubles",
+         "VKLiftGammaGainFilter",
          {{"inputGain", QVariant::fromValue(VKARLTriple(0, 0, std::log10(2.0f)))}},
          {0.4f, 0.8f, 1.6f, 0.5f}},
-        {"lift 0.5 halves the distance to white", "VKLiftGammaGainFilter",
-         {{"inputLift", QVariant::fromValue(VKARLTriple(0, 0, 0.5f))}}, {0.6f, 0.7f, 0.9f, 0.5f}},
-        {"gamma 2 takes square roots", "VKLiftGammaGainFilter",
+        {"lift 0.5 halves the distance to white",
+         "VKLiftGammaGainFilter",
+         {{"inputLift", QVariant::fromValue(VKARLTriple(0, 0, 0.5f))}},
+         {0.6f, 0.7f, 0.9f, 0.5f}},
+        {"gamma 2 takes square roots",
+         "VKLiftGammaGainFilter",
          {{"inputGamma", QVariant::fromValue(VKARLTriple(0, 0, std::log10(2.0f)))}},
          {std::pow(0.2f, inv), std::pow(0.4f, inv), std::pow(0.8f, inv), 0.5f}},
         // A red gain wheel at full radius: hue 0, saturation 1 is (1, 0, 0).
-        {"a red gain wheel keeps only red", "VKLiftGammaGainFilter",
-         {{"inputGain", QVariant::fromValue(VKARLTriple(0, 1, 0))}}, {0.2f, 0, 0, 0.5f}},
+        {"a red gain wheel keeps only red",
+         "VKLiftGammaGainFilter",
+         {{"inputGain", QVariant::fromValue(VKARLTriple(0, 1, 0))}},
+         {0.2f, 0, 0, 0.5f}},
     };
     const VKImage input = VKImage::imageWithFloatPixels(kPixel, 1, 1);
     for (const Case &c : cases) {
@@ -136,9 +145,10 @@ TEST(VKColorSpaceController, FiveSpacesMadeOnceAndTheProfilesRead)
     // Linear white through ProPhoto stays white; pure sRGB red is not pure in ProPhoto.
     const float red[4] = {1, 0, 0, 1};
     float out[4] = {};
-    babl_process(babl_fish(babl_format("RGBA float"),
-                           VKColorSpaceController::proPhotoLinearColorSpace().bablRGBAFloatFormat()),
-                 red, out, 1);
+    babl_process(
+        babl_fish(babl_format("RGBA float"),
+                  VKColorSpaceController::proPhotoLinearColorSpace().bablRGBAFloatFormat()),
+        red, out, 1);
     EXPECT_GT(out[0], 0.4f);
     EXPECT_LT(out[0], 0.9f);
     EXPECT_GT(out[1], 0.01f);
