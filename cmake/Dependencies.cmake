@@ -7,6 +7,10 @@ pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 # Volume labels and device properties (Files).
 pkg_check_modules(Blkid REQUIRED IMPORTED_TARGET blkid)
 pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
+# Image filters, pixel formats and colour spaces (Color); ICC profiles are made with LittleCMS.
+pkg_check_modules(Gegl REQUIRED IMPORTED_TARGET gegl-0.4)
+pkg_check_modules(Babl REQUIRED IMPORTED_TARGET babl)
+pkg_check_modules(Lcms2 REQUIRED IMPORTED_TARGET lcms2)
 find_package(Threads REQUIRED)
 
 if(VK_BUILD_TESTS)
