@@ -4,6 +4,7 @@
 // and from every GEGL operation, which is a filter under its own name ("gegl:exposure").
 #pragma once
 
+#include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKCoding.h"
 #include "Foundation/VKExport.h"
 #include "Foundation/VKObservable.h"

@@ -86,7 +86,7 @@ static void vk_point_function_op_class_init(VKPointFunctionOpClass *klass)
     g_object_class_install_property(
         objectClass, kPropFunction,
         g_param_spec_pointer("function", "Function", "The pixel function",
-                             GParamFlags(G_PARAM_READWRITE | GEGL_PARAM_PAD_INPUT)));
+                             GParamFlags(int(G_PARAM_READWRITE) | int(GEGL_PARAM_PAD_INPUT))));
     GeglOperationClass *operationClass = GEGL_OPERATION_CLASS(klass);
     operationClass->prepare = pointPrepare;
     // Pixels are independent, so GEGL may split the work over its threads.

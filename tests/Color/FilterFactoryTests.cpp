@@ -1,0 +1,168 @@
+#include "Color/VKAbstractCompoundFilterProvider.h"
+#include "Color/VKFilter.h"
+#include "Color/VKFilterFactory.h"
+
+#include "VKTestSupport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+QString builtPlugin(const QString &relative)
+{
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../" + relative);
+}
+
+// Lays out <tmp>/bin/vkfilterprobe and <tmp>/Filters with the given files, runs the probe from
+// there and answers its report.
+QJsonObject runProbe(const VKTempDir &dir, const QStringList &arguments)
+{
+    dir.makeDir("bin");
+    const QString probe = dir.filePath("bin/vkfilterprobe");
+    QFile::link(vkTestBinaryPath("vkfilterprobe"), probe);
+    QProcess process;
+    process.start(probe, arguments);
+    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+        ADD_FAILURE() << "probe failed: " << process.readAllStandardError().toStdString();
+        return {};
+    }
+    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+}
+
+QStringList strings(const QJsonValue &value)
+{
+    QStringList list;
+    for (const QJsonValue &v : value.toArray())
+        list.append(v.toString());
+    return list;
+}
+
+TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
+{
+    const QByteArray junk("this is no shared object\n");
+    struct Case
+    {
+        const char *name;
+        QMap<QString, QString> files; // in Filters: name to a built plug-in, or "" for junk text
+        QStringList singleNames;
+        QString failedName; // the plug-in reported as not loaded, or none
+    };
+    const Case cases[] = {
+        {"a plug-in and a text file", {{"Grade.plugin", "Filters/Grade.plugin"}, {"notes.txt", ""}},
+         {"Grade"}, {}},
+        {"a plug-in that does not provide its filter",
+         {{"NotProvided.plugin", "FilterPlugins/NotProvided.plugin"}}, {"NotProvided"}, "NotProvided"},
+        {"a file that fails to load", {{"Broken.plugin", ""}}, {"Broken"}, "Broken"},
+        {"an empty folder", {}, {}, {}},
+    };
+    for (const Case &c : cases) {
+        VKTempDir dir;
+        dir.makeDir("Filters");
+        for (auto it = c.files.cbegin(); it != c.files.cend(); ++it) {
+            if (it.value().isEmpty())
+                dir.writeFile("Filters/" + it.key(), junk);
+            else
+                ASSERT_TRUE(QFile::copy(builtPlugin(it.value()), dir.filePath("Filters/" + it.key())))
+                    << c.name;
+        }
+        const QJsonObject report = runProbe(dir, {});
+        const QString folder = dir.filePath("bin") + "/../Filters";
+        EXPECT_EQ(report["folder"].toString(), folder) << c.name;
+        EXPECT_EQ(strings(report["singleFilterNames"]), c.singleNames) << c.name;
+        EXPECT_EQ(strings(report["filterNames"]), c.singleNames + QStringList{"Grade", "Unbuildable"})
+            << c.name;
+        const QJsonValue error = report["pluginLoadError"];
+        if (c.failedName.isEmpty()) {
+            EXPECT_TRUE(error.isNull()) << c.name;
+            EXPECT_EQ(strings(report["log"]), QStringList()) << c.name;
+            continue;
+        }
+        const QString reason = "Failed loading Filters: (\n    \"Could not load Vessan filter " +
+                               c.failedName + " from " + folder + "\"\n)";
+        EXPECT_EQ(error["domain"].toString(), "Vessan Error Domain") << c.name;
+        EXPECT_EQ(error["code"].toInt(-1), 0) << c.name;
+        EXPECT_EQ(error["reason"].toString(), reason) << c.name;
+        const QStringList log = strings(report["log"]);
+        ASSERT_EQ(log.size(), 1) << c.name;
+        EXPECT_TRUE(log[0].startsWith("VFFilterFactory init failed in loadImagePlugins with error:\n"))
+            << c.name;
+        EXPECT_TRUE(log[0].contains(c.failedName)) << c.name;
+    }
+}
+
+TEST(VKFilterFactory, WithoutAFiltersFolderNothingLoadsAndNothingFails)
+{
+    VKTempDir dir;
+    const QJsonObject report = runProbe(dir, {"--again"});
+    EXPECT_EQ(strings(report["singleFilterNames"]), QStringList());
+    EXPECT_TRUE(report["pluginLoadError"].isNull());
+    // With no error kept, a second load is a load: the missing folder is still no error.
+    EXPECT_TRUE(report["againAnswered"].toBool());
+    EXPECT_TRUE(report["againError"].isNull());
+}
+
+TEST(VKFilterFactory, ASecondLoadAfterAFailureOnlyClearsTheError)
+{
+    VKTempDir dir;
+    dir.writeFile("Filters/Broken.plugin", "junk");
+    const QJsonObject report = runProbe(dir, {"--again"});
+    EXPECT_FALSE(report["pluginLoadError"].isNull());
+    EXPECT_TRUE(report["againAnswered"].toBool());
+    EXPECT_TRUE(report["againError"].isNull()) << "the listing succeeded, so its error is none";
+    EXPECT_TRUE(report["againKept"].isNull());
+    EXPECT_EQ(strings(report["singleFilterNames"]), QStringList{"Broken"});
+}
+
+TEST(VKFilterFactory, NamesAreServedByProvidersThenByTheFramework)
+{
+    VKTempDir dir;
+    dir.makeDir("Filters");
+    ASSERT_TRUE(QFile::copy(builtPlugin("Filters/Grade.plugin"), dir.filePath("Filters/Grade.plugin")));
+    const QJsonObject report =
+        runProbe(dir, {"Grade", "Unbuildable", "gegl:exposure", "NoSuchFilter"});
+    const QJsonObject made = report["made"].toObject();
+    struct Case
+    {
+        const char *name;
+        QJsonValue expected;
+    };
+    const Case cases[] = {
+        {"Grade", "gegl:nop"}, // the provider's filter, not the plug-in's
+        {"Unbuildable", QJsonValue::Null},
+        {"gegl:exposure", "gegl:exposure"},
+        {"NoSuchFilter", QJsonValue::Null},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(made[c.name], c.expected) << c.name;
+    EXPECT_EQ(strings(report["log"]),
+              QStringList({"filter provider VKProbeFilterProvider should provide filter "
+                           "Unbuildable but can't",
+                           "VFFilterFactory can't create filter NoSuchFilter, not loaded"}));
+}
+
+TEST(VKFilterFactory, InThisProcessThePluginIsLoadedAndDefaultsAreSet)
+{
+    VKFilterFactory *factory = VKFilterFactory::sharedFactory();
+    EXPECT_EQ(factory, VKFilterFactory::sharedFactory());
+    EXPECT_EQ(factory->singleFilterNames(), QStringList{"Grade"});
+    EXPECT_TRUE(factory->pluginLoadError().isNull());
+    const auto grade = VKFilterFactory::filterWithName("Grade");
+    ASSERT_TRUE(grade);
+    EXPECT_TRUE(grade->valueForKey("inputSlope").isValid()) << "setDefaults was sent";
+
+    // A name whose file is missing is logged; a known name is not looked for.
+    VKTempDir dir;
+    VKLogCapture capture;
+    factory->loadFilters({"Ghost", "Grade"}, dir.path(), {"Grade"});
+    EXPECT_EQ(capture.messages(), QStringList{"in " + dir.path() + " missing filterName Ghost"});
+}
+
+} // namespace

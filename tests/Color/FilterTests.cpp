@@ -1,0 +1,309 @@
+#include "Color/VKFilter.h"
+#include "Color/VKImage.h"
+#include "Color/VKOperationFilter.h"
+#include "Color/VKTriple.h"
+#include "Foundation/VKException.h"
+#include "Foundation/VKKeyedArchiver.h"
+#include "Foundation/VKKeyedUnarchiver.h"
+
+#include "VKTestSupport.h"
+
+#include <QColor>
+#include <QImage>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <thread>
+
+namespace {
+
+// A 2x1 image: a mid grey pixel and a coloured one with half alpha.
+const float kPixels[8] = {0.25f, 0.25f, 0.25f, 1.0f, 0.5f, 0.125f, 1.0f, 0.5f};
+
+VKImage twoPixels()
+{
+    return VKImage::imageWithFloatPixels(kPixels, 2, 1);
+}
+
+::testing::AssertionResult near(const QList<float> &actual, const QList<float> &expected,
+                                float tolerance = 1e-5f)
+{
+    if (actual.size() != expected.size())
+        return ::testing::AssertionFailure() << actual.size() << " values, expected " << expected.size();
+    for (qsizetype i = 0; i < actual.size(); ++i) {
+        if (std::fabs(actual[i] - expected[i]) > tolerance)
+            return ::testing::AssertionFailure() << "value " << i << ": " << actual[i] << " expected " << expected[i];
+    }
+    return ::testing::AssertionSuccess();
+}
+
+TEST(VKImage, PixelsComeBackAsTheyWentIn)
+{
+    struct Case
+    {
+        const char *name;
+        QRect rect;
+        QList<float> expected;
+    };
+    const Case cases[] = {
+        {"whole image", QRect(0, 0, 2, 1), QList<float>(kPixels, kPixels + 8)},
+        {"second pixel only", QRect(1, 0, 1, 1), {0.5f, 0.125f, 1.0f, 0.5f}},
+        {"outside is transparent black", QRect(2, 0, 1, 1), {0, 0, 0, 0}},
+        {"a rectangle across the edge", QRect(-1, 0, 2, 1), {0, 0, 0, 0, 0.25f, 0.25f, 0.25f, 1}},
+    };
+    const VKImage image = twoPixels();
+    EXPECT_EQ(image.extent(), QRect(0, 0, 2, 1));
+    for (const Case &c : cases)
+        EXPECT_TRUE(near(image.floatPixels(c.rect), c.expected)) << c.name;
+}
+
+TEST(VKImage, RowsWithPaddingAreReadByTheirStride)
+{
+    // Two rows of one pixel each, every row padded with four junk floats.
+    const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
+    const VKImage image = VKImage::imageWithFloatPixels(padded, 1, 2, 8 * sizeof(float));
+    EXPECT_TRUE(near(image.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
+}
+
+TEST(VKImage, NothingToMakeOrRenderAnswersNull)
+{
+    const float one[4] = {1, 1, 1, 1};
+    struct Case
+    {
+        const char *name;
+        VKImage image;
+    };
+    const Case cases[] = {
+        {"no pixels", VKImage::imageWithFloatPixels(nullptr, 1, 1)},
+        {"zero width", VKImage::imageWithFloatPixels(one, 0, 1)},
+        {"negative height", VKImage::imageWithFloatPixels(one, 1, -1)},
+        {"null QImage", VKImage::imageWithQImage(QImage())},
+        {"unknown generator", VKImage::imageWithOperation(QStringLiteral("gegl:no-such-op"))},
+        {"unknown operation", twoPixels().imageByApplyingOperation(QStringLiteral("vk:none"))},
+        {"operation on the null image", VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
+    };
+    for (const Case &c : cases)
+        EXPECT_TRUE(c.image.isNull()) << c.name;
+    float out[4];
+    EXPECT_FALSE(VKImage().renderFloatPixels(QRect(0, 0, 1, 1), out));
+    EXPECT_FALSE(twoPixels().renderFloatPixels(QRect(0, 0, 0, 1), out));
+    EXPECT_TRUE(twoPixels().renderImage(QRect(0, 0, 1, 1), QImage::Format_Mono).isNull());
+}
+
+TEST(VKImage, QImagesAreSRGBEncodedAndFloatImagesLinear)
+{
+    const VKImage image = twoPixels();
+    const QImage bytes = image.renderImage(QRect(0, 0, 2, 1));
+    ASSERT_EQ(bytes.format(), QImage::Format_RGBA8888);
+    // 0.25 linear is 137 in sRGB, 0.5 is 188, 0.125 is 99.
+    const uchar *p = bytes.constBits();
+    EXPECT_EQ(QList<int>({p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7]}),
+              QList<int>({137, 137, 137, 255, 188, 99, 255, 128}));
+    const QImage floats = image.renderImage(QRect(0, 0, 2, 1), QImage::Format_RGBA32FPx4);
+    ASSERT_EQ(floats.format(), QImage::Format_RGBA32FPx4);
+    const auto *f = reinterpret_cast<const float *>(floats.constBits());
+    EXPECT_TRUE(near(QList<float>(f, f + 8), QList<float>(kPixels, kPixels + 8)));
+    // And back: an 8-bit image read as sRGB.
+    const VKImage again = VKImage::imageWithQImage(bytes);
+    EXPECT_TRUE(near(again.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 1}, 2e-3f));
+}
+
+TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
+{
+    const int size = 256;
+    QList<float> pixels(size * size * 4, 0.25f);
+    const VKImage source = VKImage::imageWithFloatPixels(pixels.constData(), size, size);
+    std::atomic<qint64> seen{0};
+    const VKImage doubled = source.imageByApplyingPointFunction([&seen](float *rgba, qint64 n) {
+        for (qint64 i = 0; i < n; ++i)
+            rgba[i * 4] *= 2;
+        seen += n;
+    });
+    // The recipe runs nothing until rendered, and each render runs it again.
+    EXPECT_EQ(seen.load(), 0);
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            const QList<float> out = doubled.floatPixels(QRect(0, 0, size, size));
+            for (qsizetype i = 0; i < out.size(); i += 4) {
+                if (out[i] != 0.5f || out[i + 1] != 0.25f)
+                    ++wrong;
+            }
+        });
+    }
+    for (std::thread &t : threads)
+        t.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_GE(seen.load(), qint64(size) * size);
+    EXPECT_TRUE(near(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
+}
+
+TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
+{
+    const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
+    ASSERT_TRUE(filter);
+    EXPECT_EQ(filter->name(), QStringLiteral("gegl:exposure"));
+    EXPECT_EQ(filter->className(), QStringLiteral("VKOperationFilter"));
+    EXPECT_EQ(filter->inputKeys(), QStringList({"inputImage", "black-level", "exposure"}));
+    EXPECT_EQ(filter->inputParameterKeys(), QStringList({"black-level", "exposure"}));
+    EXPECT_EQ(filter->outputKeys(), QStringList({"outputImage"}));
+    const QVariantMap exposure = filter->customAttributes().value("exposure").toMap();
+    EXPECT_EQ(exposure.value(VKAttributeType).toString(), VKAttributeTypeDouble);
+    EXPECT_EQ(exposure.value(VKAttributeDefault).toDouble(), 0.0);
+    EXPECT_LT(exposure.value(VKAttributeMin).toDouble(), -1.0);
+    EXPECT_GT(exposure.value(VKAttributeMax).toDouble(), 1.0);
+    EXPECT_FALSE(exposure.value(VKAttributeDescription).toString().isEmpty());
+    EXPECT_EQ(filter->attributes().value(VKAttributeFilterName).toString(), "gegl:exposure");
+
+    // Generators take no image; enumerations list their names.
+    const auto color = VKFilter::filterWithName(QStringLiteral("gegl:color"));
+    ASSERT_TRUE(color);
+    EXPECT_FALSE(color->inputKeys().contains("inputImage"));
+    EXPECT_EQ(color->customAttributes().value("value").toMap().value(VKAttributeType).toString(),
+              VKAttributeTypeColor);
+    const auto over = VKFilter::filterWithName(QStringLiteral("gegl:over"));
+    ASSERT_TRUE(over);
+    EXPECT_EQ(over->inputKeys().mid(0, 2), QStringList({"inputImage", "inputAuxImage"}));
+
+    EXPECT_FALSE(VKFilter::filterWithName(QStringLiteral("gegl:no-such-op")));
+    EXPECT_FALSE(VKFilter::filterWithName(QString()));
+    EXPECT_TRUE(VKFilter::filterNames().contains("gegl:exposure"));
+    EXPECT_TRUE(VKFilter::isFilterNameKnown("gegl:over"));
+    EXPECT_FALSE(VKFilter::isFilterNameKnown("Exposure"));
+}
+
+TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
+{
+    struct Case
+    {
+        const char *name;
+        const char *operation;
+        QVariantMap values;
+        QList<float> expected; // of the first pixel, 0.25 grey
+    };
+    const Case cases[] = {
+        {"one stop up doubles", "gegl:exposure", {{"exposure", 1.0}}, {0.5f, 0.5f, 0.5f, 1}},
+        {"an integer converts", "gegl:exposure", {{"exposure", -1}}, {0.125f, 0.125f, 0.125f, 1}},
+        {"beyond the range clamps to it", "gegl:exposure", {{"exposure", 1e9}},
+         {0.25f * 1024, 0.25f * 1024, 0.25f * 1024, 1}},
+        {"a string is no number and leaves the default", "gegl:exposure",
+         {{"exposure", QStringLiteral("2")}}, {0.25f, 0.25f, 0.25f, 1}},
+        {"opacity scales alpha", "gegl:opacity", {{"value", 0.5}}, {0.25f, 0.25f, 0.25f, 0.5f}},
+        {"booleans and limits", "gegl:rgb-clip",
+         {{"clip-low", true}, {"low-limit", 0.3}}, {0.3f, 0.3f, 0.3f, 1}},
+    };
+    for (const Case &c : cases) {
+        const auto filter = VKFilter::filterWithName(QString::fromLatin1(c.operation));
+        ASSERT_TRUE(filter) << c.name;
+        filter->setDefaults();
+        filter->setValueForKey(QVariant::fromValue(twoPixels()), VKFilterInputImageKey);
+        for (auto it = c.values.cbegin(); it != c.values.cend(); ++it)
+            filter->setValueForKey(it.value(), it.key());
+        const VKImage out = filter->valueForKey(VKFilterOutputImageKey).value<VKImage>();
+        EXPECT_TRUE(near(out.floatPixels(QRect(0, 0, 1, 1)), c.expected, 1e-4f)) << c.name;
+    }
+
+    const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
+    EXPECT_TRUE(filter->outputImage().isNull()) << "no input image yet";
+    EXPECT_FALSE(filter->valueForKey(VKFilterOutputImageKey).isValid());
+    filter->setValueForKey(QVariant::fromValue(twoPixels()), VKFilterInputImageKey);
+    filter->setValueForKey(1.0, "exposure");
+    const VKImage before = filter->outputImage();
+    filter->setValueForKey(2.0, "exposure");
+    EXPECT_TRUE(near(before.floatPixels(QRect(0, 0, 1, 1)), {0.5f, 0.5f, 0.5f, 1}));
+    EXPECT_TRUE(near(filter->outputImage().floatPixels(QRect(0, 0, 1, 1)), {1, 1, 1, 1}));
+    // setDefaults resets parameters but keeps the image.
+    filter->setDefaults();
+    EXPECT_EQ(filter->valueForKey("exposure").toDouble(), 0.0);
+    EXPECT_FALSE(filter->outputImage().isNull());
+}
+
+TEST(VKFilter, UndefinedKeysRaiseAndDeclaredKeysAreObservable)
+{
+    const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
+    const QString address = QString::asprintf("%p", static_cast<const void *>(filter.get()));
+    EXPECT_EQ(vkRaisedBy([&] { filter->valueForKey("inputRadius"); }),
+              "NSUnknownKeyException|[<VKOperationFilter " + address +
+                  "> valueForUndefinedKey:]: this class is not key value coding-compliant for "
+                  "the key inputRadius.");
+    EXPECT_EQ(vkRaisedBy([&] { filter->setValueForKey(1, "inputRadius"); }).section('|', 0, 0),
+              "NSUnknownKeyException");
+    EXPECT_FALSE(filter->valueForKey("exposure").isValid()) << "unset until setDefaults";
+    int told = 0;
+    filter->observe("exposure", VKKeyValueObservingOptionNew,
+                    [&](VKObservable *, const QString &, const VKKeyValueChange &change) {
+                        ++told;
+                        EXPECT_EQ(change.newValue.toDouble(), 3.0);
+                    });
+    filter->setValueForKey(3.0, "exposure");
+    EXPECT_EQ(told, 1);
+}
+
+class CountingFilter : public VKFilter
+{
+public:
+    CountingFilter() : VKFilter(QStringLiteral("VKCountingTestFilter"))
+    {
+        declareInputKey(VKFilterInputImageKey, {{VKAttributeType, VKAttributeTypeImage}});
+        declareInputKey("inputGain", {{VKAttributeType, VKAttributeTypeTriple},
+                                      {VKAttributeDefault, QVariant::fromValue(VKRGBTriple(1, 1, 1))}});
+        declareInputKey("inputTint", {{VKAttributeType, VKAttributeTypeColor}});
+    }
+};
+
+TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
+{
+    VKFilter::registerFilter("VKCountingTestFilter", [] { return std::make_shared<CountingFilter>(); });
+    VKClassRegistry::registerClass<CountingFilter, VKFilter>("VKCountingTestFilter", "VKFilter");
+    EXPECT_TRUE(VKFilter::filterNames().startsWith("VKCountingTestFilter") ||
+                VKFilter::filterNames().indexOf("VKCountingTestFilter") <
+                    VKFilter::filterNames().indexOf("gegl:exposure"));
+    const auto filter = VKFilter::filterWithName("VKCountingTestFilter");
+    ASSERT_TRUE(filter);
+    filter->setDefaults();
+    filter->setValueForKey(QVariant::fromValue(VKARLTriple(0.5f, 0.25f, 2.0f)), "inputGain");
+    filter->setValueForKey(QVariant::fromValue(QColor(255, 0, 0)), "inputTint");
+    filter->setValueForKey(QVariant::fromValue(twoPixels()), VKFilterInputImageKey);
+
+    VKError error;
+    const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(filter, &error);
+    ASSERT_FALSE(data.isEmpty()) << error.description();
+    const auto restored =
+        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
+    ASSERT_TRUE(restored) << error.description();
+    EXPECT_EQ(restored->name(), "VKCountingTestFilter");
+    const auto gain = VKTriple::fromVariant(restored->valueForKey("inputGain"));
+    ASSERT_TRUE(gain);
+    EXPECT_EQ(gain->tripleClass(), VKTripleClass::ARL);
+    EXPECT_EQ(gain->z(), 2.0f);
+    EXPECT_EQ(restored->valueForKey("inputTint").value<QColor>(), QColor(255, 0, 0));
+    EXPECT_FALSE(restored->valueForKey(VKFilterInputImageKey).isValid()) << "images are not kept";
+
+    EXPECT_TRUE(VKFilter::unregisterFilter("VKCountingTestFilter"));
+    EXPECT_FALSE(VKFilter::filterWithName("VKCountingTestFilter"));
+    VKClassRegistry::unregisterClass("VKCountingTestFilter");
+}
+
+TEST(VKOperationFilter, ArchivesNameTheOperationAndBadOnesFail)
+{
+    const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
+    filter->setValueForKey(1.5, "exposure");
+    VKError error;
+    const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(filter, &error);
+    const auto restored = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
+    ASSERT_TRUE(restored) << error.description();
+    EXPECT_EQ(restored->name(), "gegl:exposure");
+    EXPECT_EQ(restored->valueForKey("exposure").toDouble(), 1.5);
+
+    // The same archive naming an operation GEGL lacks fails with an error.
+    QByteArray renamed = data;
+    renamed.replace("gegl:exposure", "gegl:exposurX");
+    VKError failure;
+    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(renamed, &failure));
+    EXPECT_EQ(failure.code(), 4864);
+}
+
+} // namespace
