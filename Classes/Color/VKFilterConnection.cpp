@@ -47,7 +47,7 @@ bool loadFilterClasses(VKKeyedUnarchiver &coder)
         // Asking the factory for a filter of the class's name loads the plug-in that provides
         // it; the filter itself is not needed.
         if (!name.isEmpty() && !VKClassRegistry::classNamed(name))
-            (void)VKFilterFactory::sharedFactory()->filterWithName(name);
+            (void)VKFilterFactory::filterWithName(name);
     }
     return true;
 }

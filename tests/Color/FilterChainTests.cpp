@@ -2,7 +2,9 @@
 // keys, evaluation order, copies, archives (good and hostile).
 #include "Color/VKFilterChainWrapper.h"
 #include "Color/VKFilterConnection.h"
+#include "Color/VKFilterFactory.h"
 #include "Color/VKImage.h"
+#include "Color/VKTriple.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKKeyedArchiver.h"
@@ -12,6 +14,8 @@
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
+#include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 
 namespace {
@@ -626,4 +630,95 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
             EXPECT_TRUE(log.messages().contains(c.logged)) << log.messages().join('\n');
         }
     }
+}
+
+namespace {
+
+struct ChildRun
+{
+    int exitCode = -1;
+    QString out, err;
+};
+
+ChildRun runRestore(const QString &program, const QStringList &arguments)
+{
+    QProcess child;
+    child.start(program, arguments);
+    ChildRun run;
+    if (!child.waitForFinished(60000)) {
+        child.kill();
+        child.waitForFinished();
+        return run;
+    }
+    run.exitCode = child.exitStatus() == QProcess::NormalExit ? child.exitCode() : -1;
+    run.out = QString::fromUtf8(child.readAllStandardOutput());
+    run.err = QString::fromUtf8(child.readAllStandardError());
+    return run;
+}
+
+} // namespace
+
+// Exposure (GEGL), the Grade plug-in and levels (GEGL), concatenated, with every parameter set
+// through the wrapper. Then the same chain restored by a fresh process, which has to load
+// Grade.plugin from its Filters folder while decoding, renders the same pixels.
+TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
+{
+    const auto exposure = VKFilterFactory::filterWithName("gegl:exposure");
+    const auto grade = VKFilterFactory::filterWithName("Grade");
+    const auto levels = VKFilterFactory::filterWithName("gegl:levels");
+    ASSERT_TRUE(exposure && levels) << "GEGL lacks exposure or levels";
+    ASSERT_TRUE(grade) << "Grade.plugin was not loaded from "
+                       << VKFilterFactory::filtersFolderPath();
+    auto chain = std::make_shared<VKFilterChainWrapper>();
+    chain->concatenateFiltersFromArray({exposure, grade, levels});
+    chain->exportInputImageKeyForFilter(exposure);
+    chain->exportOutputImageKeyForFilter(levels);
+    const QVariantMap parameters{
+        {"exposure", 1.0},
+        {"inputSlope", QVariant::fromValue(VKRGBTriple(0.5f, 1, 2))},
+        {"inputOffset", QVariant::fromValue(VKRGBTriple(0.25f, 0, -0.5f))},
+        {"in-low", 0.0},
+        {"in-high", 4.0},
+        {"out-low", 0.5},
+        {"out-high", 1.5},
+    };
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
+        chain->setValueForKey(it.value(), it.key());
+    const QList<float> input{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 1.0f};
+    chain->setValueForKey(QVariant::fromValue(VKImage::imageWithFloatPixels(input.data(), 2, 1)),
+                          "inputImage");
+    // x * 2, then * slope + offset, then / 4 + 0.5.
+    const QList<float> expected{0.625f, 0.75f, 1.375f, 1.0f, 0.5625f, 0.5625f, 2.375f, 1.0f};
+    const QList<float> rendered = render(chain->outputImage());
+    ASSERT_EQ(rendered.size(), expected.size());
+    for (qsizetype i = 0; i < expected.size(); ++i)
+        EXPECT_NEAR(rendered[i], expected[i], 1e-6) << "component " << i;
+
+    VKTempDir temp;
+    const QString archivePath = temp.writeFile("chain.archive", archive(chain));
+    const QString pixelsPath =
+        temp.writeFile("pixels.raw", QByteArray(reinterpret_cast<const char *>(input.data()),
+                                                input.size() * qsizetype(sizeof(float))));
+    const QStringList arguments{archivePath, pixelsPath, "2", "1", "Grade"};
+
+    // Beside the suite, "../Filters" holds Grade.plugin.
+    const ChildRun run = runRestore(vkTestBinaryPath("vkchain_restore"), arguments);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << run.out.toStdString();
+    EXPECT_EQ(lines[0], "before: no after: yes");
+    QList<float> restored;
+    for (const QString &number : lines[1].split(' '))
+        restored.append(number.toFloat());
+    EXPECT_EQ(restored, rendered);
+
+    // A copy of the program with no Filters folder beside it cannot make the Grade filter.
+    const QString lonely = temp.makeDir("bin") + "/vkchain_restore";
+    ASSERT_TRUE(QFile::copy(vkTestBinaryPath("vkchain_restore"), lonely));
+    const ChildRun without = runRestore(lonely, arguments);
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_TRUE(without.err.contains("VFFilterFactory can't create filter Grade, not loaded"))
+        << without.err.toStdString();
+    EXPECT_TRUE(without.err.contains("error: Cannot decode an object of class \"Grade\""))
+        << without.err.toStdString();
 }
