@@ -522,6 +522,30 @@ TEST(FilterChain, ArchivedChainRestoresTheSameGraphAndPixels)
     EXPECT_EQ(render(restored->outputImage()), expected);
 }
 
+TEST(FilterChain, AChainInsideAChainEvaluatesAndArchives)
+{
+    auto a = testFilter("a", 2), b = testFilter("b", 1, 0.25), c = testFilter("c", 4);
+    auto inner = std::make_shared<VKFilterChainWrapper>();
+    inner->concatenateFiltersFromArray({b, c});
+    inner->exportInputImageKeyForFilter(b);
+    inner->exportOutputImageKeyForFilter(c);
+    auto outer = std::make_shared<VKFilterChainWrapper>();
+    outer->concatenateFiltersFromArray({a, inner});
+    outer->exportInputImageKeyForFilter(a);
+    outer->exportOutputImageKeyForFilter(inner);
+
+    VKError error;
+    const auto restored =
+        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(archive(outer), &error);
+    ASSERT_TRUE(restored) << error.localizedDescription().toStdString();
+    // ((x * 2) + 0.25) * 4 on RGB.
+    const QList<float> expected{3.0f, 5.0f, 9.0f, 1, 1.0f, 2.0f, 17.0f, 0.5f};
+    for (const auto &w : {outer, restored}) {
+        w->setValueForKey(QVariant::fromValue(smallImage()), "inputImage");
+        EXPECT_EQ(render(w->outputImage()), expected);
+    }
+}
+
 TEST(FilterChain, HostileArchivesFailWithAnError)
 {
     const QByteArray good = archive(archivableChain());
