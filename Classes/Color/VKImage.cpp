@@ -265,6 +265,19 @@ bool vkGeglSetProperties(GeglNode *node, const QString &operation, const QVarian
 
 // ---- VKImage ----------------------------------------------------------------------------------
 
+namespace {
+
+// GEGL graphs are not safe to process from two threads at once (recipes share upstream nodes,
+// and processing a node caches into it), so renders take turns; each render still spreads its
+// work over GEGL's own worker threads.
+std::mutex &renderMutex()
+{
+    static std::mutex mutex;
+    return mutex;
+}
+
+} // namespace
+
 struct VKImage::Private
 {
     GeglNode *graph = nullptr; // owns `node`
@@ -358,6 +371,7 @@ QRect VKImage::extent() const
 {
     if (!d)
         return {};
+    std::lock_guard lock(renderMutex());
     const GeglRectangle box = gegl_node_get_bounding_box(d->output());
     return QRect(box.x, box.y, box.width, box.height);
 }
@@ -367,6 +381,7 @@ bool VKImage::renderFloatPixels(const QRect &rect, float *rgba, qsizetype bytesP
     if (!d || !rgba || rect.isEmpty())
         return false;
     const GeglRectangle roi = {rect.x(), rect.y(), rect.width(), rect.height()};
+    std::lock_guard lock(renderMutex());
     gegl_node_blit(d->output(), 1.0, &roi, babl_format("RGBA float"), rgba,
                    bytesPerLine > 0 ? gint(bytesPerLine) : GEGL_AUTO_ROWSTRIDE, GEGL_BLIT_DEFAULT);
     return true;
@@ -398,6 +413,7 @@ QImage VKImage::renderImage(const QRect &rect, int qimageFormat) const
     if (image.isNull())
         return {};
     const GeglRectangle roi = {rect.x(), rect.y(), rect.width(), rect.height()};
+    std::lock_guard lock(renderMutex());
     gegl_node_blit(d->output(), 1.0, &roi, bablFormat, image.bits(), gint(image.bytesPerLine()),
                    GEGL_BLIT_DEFAULT);
     return image;

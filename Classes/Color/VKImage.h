@@ -1,5 +1,6 @@
 // An image as a recipe: the output of a graph of image operations that runs only when someone
 // renders a rectangle of it. Copies share the recipe; a recipe never changes once made.
+// Images may be rendered from any thread; renders in the process take turns.
 #pragma once
 
 #include "Foundation/VKExport.h"

@@ -18,7 +18,7 @@ namespace {
 
 QString builtPlugin(const QString &relative)
 {
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../" + relative);
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../") + relative);
 }
 
 // Lays out <tmp>/bin/vkfilterprobe and <tmp>/Filters with the given files, runs the probe from
@@ -77,7 +77,7 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
         const QString folder = dir.filePath("bin") + "/../Filters";
         EXPECT_EQ(report["folder"].toString(), folder) << c.name;
         EXPECT_EQ(strings(report["singleFilterNames"]), c.singleNames) << c.name;
-        EXPECT_EQ(strings(report["filterNames"]), c.singleNames + QStringList{"Grade", "Unbuildable"})
+        EXPECT_EQ(strings(report["filterNames"]), c.singleNames + QStringList({"Grade", "Unbuildable"}))
             << c.name;
         const QJsonValue error = report["pluginLoadError"];
         if (c.failedName.isEmpty()) {
@@ -91,10 +91,13 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
         EXPECT_EQ(error["code"].toInt(-1), 0) << c.name;
         EXPECT_EQ(error["reason"].toString(), reason) << c.name;
         const QStringList log = strings(report["log"]);
-        ASSERT_EQ(log.size(), 1) << c.name;
+        // The kept error is handed out by the providers' load too, so creation logs it twice.
+        ASSERT_EQ(log.size(), 2) << c.name;
         EXPECT_TRUE(log[0].startsWith("VFFilterFactory init failed in loadImagePlugins with error:\n"))
             << c.name;
-        EXPECT_TRUE(log[0].contains(c.failedName)) << c.name;
+        EXPECT_TRUE(log[1].startsWith("VFFilterFactory init failed in loadCompoundPlugins with error:\n"))
+            << c.name;
+        EXPECT_TRUE(log[0].contains(reason)) << c.name;
     }
 }
 
