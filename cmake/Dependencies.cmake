@@ -8,6 +8,10 @@ pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(Blkid REQUIRED IMPORTED_TARGET blkid)
 pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
 find_package(Threads REQUIRED)
+# The report server (tools/vkreportd): serving HTTP (Debian's HttpServer package needs the
+# WebSockets development files too), and unpacking zip attachments.
+find_package(Qt6 6.2 REQUIRED COMPONENTS HttpServer)
+pkg_check_modules(Zip REQUIRED IMPORTED_TARGET libzip)
 
 if(VK_BUILD_TESTS)
     find_package(GTest REQUIRED)
