@@ -34,7 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         report.removeRecursively();
     }
     // A refused report leaves nothing beside the finished ones.
-    if (!QDir(folder.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)
+    if (!QDir(folder.path())
+             .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)
              .isEmpty())
         __builtin_trap();
     return 0;

@@ -106,8 +106,8 @@ VKMultipartReader::Result VKMultipartReader::read(const QByteArray &body,
         return failure(TooLarge, QStringLiteral("body of %1 bytes, more than %2")
                                      .arg(body.size())
                                      .arg(limits.maxBodyBytes));
-    if (boundary.isEmpty() || boundary.size() > kMaxBoundaryLength ||
-        boundary.contains('\r') || boundary.contains('\n'))
+    if (boundary.isEmpty() || boundary.size() > kMaxBoundaryLength || boundary.contains('\r') ||
+        boundary.contains('\n'))
         return failure(Malformed, QStringLiteral("unusable boundary"));
 
     const QByteArray dashBoundary = "--" + boundary;
@@ -151,8 +151,8 @@ VKMultipartReader::Result VKMultipartReader::read(const QByteArray &body,
             if (headerEnd < 0 && content.size() > limits.maxHeaderBytes)
                 headerEnd = content.size(); // judged too large below
             else if (headerEnd < 0)
-                return failure(Malformed, QStringLiteral("part %1 has no end of headers")
-                                              .arg(partCount));
+                return failure(Malformed,
+                               QStringLiteral("part %1 has no end of headers").arg(partCount));
             bodyStart = headerEnd + 4;
         }
         if (headerEnd > limits.maxHeaderBytes)
@@ -165,8 +165,8 @@ VKMultipartReader::Result VKMultipartReader::read(const QByteArray &body,
         for (const QByteArray &line : content.left(headerEnd).split('\n')) {
             QByteArray text = line.endsWith('\r') ? line.chopped(1) : line;
             if (text.contains('\r') || text.contains('\0'))
-                return failure(Malformed, QStringLiteral("part %1 has a broken header line")
-                                              .arg(partCount));
+                return failure(Malformed,
+                               QStringLiteral("part %1 has a broken header line").arg(partCount));
             if (!text.isEmpty() && isBlank(text.at(0)) && !lines.isEmpty())
                 lines.last() += ' ' + text.trimmed();
             else
@@ -188,14 +188,14 @@ VKMultipartReader::Result VKMultipartReader::read(const QByteArray &body,
             if (line.left(colon).trimmed().toLower() != "content-disposition")
                 continue;
             if (disposition)
-                return failure(Malformed,
-                               QStringLiteral("part %1 has two Content-Disposition headers")
-                                   .arg(partCount));
+                return failure(
+                    Malformed,
+                    QStringLiteral("part %1 has two Content-Disposition headers").arg(partCount));
             disposition = parseHeaderValue(line.mid(colon + 1));
             if (!disposition)
-                return failure(Malformed,
-                               QStringLiteral("part %1 has a broken Content-Disposition")
-                                   .arg(partCount));
+                return failure(
+                    Malformed,
+                    QStringLiteral("part %1 has a broken Content-Disposition").arg(partCount));
         }
         if (!disposition || disposition->first != "form-data")
             return failure(Malformed, QStringLiteral("part %1 is not form-data").arg(partCount));

@@ -9,17 +9,17 @@
 // Limits of one upload. A report that breaks one is refused as a whole.
 struct VKUploadLimits
 {
-    qint64 maxBodyBytes = 64 * 1024 * 1024; // the whole request body
-    qint64 maxTextFieldBytes = 4 * 1024 * 1024; // one plain field
-    qint64 maxParts = 128; // parts of one body, empty ones included
-    qint64 maxHeaderBytes = 8 * 1024; // the header block of one part
-    qint64 maxArchiveEntries = 1000; // entries of one zip attachment
+    qint64 maxBodyBytes = 64 * 1024 * 1024;      // the whole request body
+    qint64 maxTextFieldBytes = 4 * 1024 * 1024;  // one plain field
+    qint64 maxParts = 128;                       // parts of one body, empty ones included
+    qint64 maxHeaderBytes = 8 * 1024;            // the header block of one part
+    qint64 maxArchiveEntries = 1000;             // entries of one zip attachment
     qint64 maxUnpackedBytes = 256 * 1024 * 1024; // all archives of one report, unpacked
 };
 
 struct VKMultipartPart
 {
-    QByteArray name; // the field name as sent (between the quotes)
+    QByteArray name;     // the field name as sent (between the quotes)
     QByteArray fileName; // the file name as sent; null for a plain field
     QByteArray body;
 
@@ -32,13 +32,13 @@ public:
     enum Status {
         Ok,
         Malformed, // not multipart/form-data, or broken framing or headers: answered with 400
-        TooLarge, // a limit was broken: answered with 413
+        TooLarge,  // a limit was broken: answered with 413
     };
 
     struct Result
     {
         Status status = Malformed;
-        QString error; // why, for the log line; empty when Ok
+        QString error;                // why, for the log line; empty when Ok
         QList<VKMultipartPart> parts; // in wire order; parts without headers are dropped
     };
 

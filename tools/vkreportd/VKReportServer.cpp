@@ -22,12 +22,21 @@ constexpr qint64 kDrainFactor = 4;
 const char kReceivedProperty[] = "vkReceivedBytes";
 const char kRefusedProperty[] = "vkRefused";
 const char kDrainedProperty[] = "vkDrainedBytes";
+const char kTargetProperty[] = "vkRequestTarget";
 
 using StatusCode = QHttpServerResponder::StatusCode;
 
 QString peerOf(const QTcpSocket *socket)
 {
     return socket->peerAddress().toString();
+}
+
+// The target of the request line at the start of `bytes` ("/x" of "POST /x HTTP/1.1").
+QString targetOf(const QByteArray &bytes)
+{
+    const QByteArray line = bytes.left(bytes.indexOf("\r\n"));
+    const QList<QByteArray> words = line.split(' ');
+    return words.size() == 3 ? QString::fromLatin1(words.at(1).left(200)) : QStringLiteral("-");
 }
 
 // The Content-Length of the request head at the start of `bytes`, -1 when there is none yet.
@@ -124,9 +133,11 @@ void VKReportServer::watch(QTcpSocket *socket)
     socket->setProperty(kReceivedProperty, received);
     if (before == 0) {
         // The first bytes of a request: refuse a declared length that is too large at once.
-        const qint64 length = contentLengthOf(socket->peek(kHeaderAllowance));
+        const QByteArray head = socket->peek(kHeaderAllowance);
+        socket->setProperty(kTargetProperty, targetOf(head));
+        const qint64 length = contentLengthOf(head);
         if (length > m_limits.maxBodyBytes) {
-            refuse(socket, QStringLiteral("body of %1 bytes, more than %2")
+            refuse(socket, QStringLiteral("declared body of %1 bytes, more than %2")
                                .arg(length)
                                .arg(m_limits.maxBodyBytes));
             return;
@@ -145,7 +156,8 @@ void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
     if (socket->isTransactionStarted())
         socket->commitTransaction();
     socket->setProperty(kDrainedProperty, socket->readAll().size());
-    log(peerOf(socket), QStringLiteral("413 %1").arg(reason));
+    log(peerOf(socket),
+        QStringLiteral("413 %1 %2").arg(socket->property(kTargetProperty).toString(), reason));
 
     const QByteArray text = reason.toUtf8() + '\n';
     socket->write("HTTP/1.1 413 Payload Too Large\r\n"

@@ -107,10 +107,10 @@ void VKReportServerTool::application(VKApplication &application,
     }
     VKUploadLimits limits;
     const auto port = numberOption(*arguments, kPort, defaultPort, 0, 65535);
-    const auto maxBody = numberOption(*arguments, kMaxBody, limits.maxBodyBytes, 1,
-                                      qint64(1) << 40);
-    const auto maxUnpacked = numberOption(*arguments, kMaxUnpacked, limits.maxUnpackedBytes, 0,
-                                          qint64(1) << 50);
+    const auto maxBody =
+        numberOption(*arguments, kMaxBody, limits.maxBodyBytes, 1, qint64(1) << 40);
+    const auto maxUnpacked =
+        numberOption(*arguments, kMaxUnpacked, limits.maxUnpackedBytes, 0, qint64(1) << 50);
     if (!port) {
         fail(2, QStringLiteral("--port takes a number from 0 to 65535"));
         return;

@@ -85,15 +85,14 @@ UnpackStatus unpackArchive(const QByteArray &bytes, const QString &folder,
 {
     zip_error_t zipError;
     zip_error_init(&zipError);
-    zip_source_t *source = zip_source_buffer_create(bytes.constData(), zip_uint64_t(bytes.size()),
-                                                    0, &zipError);
+    zip_source_t *source =
+        zip_source_buffer_create(bytes.constData(), zip_uint64_t(bytes.size()), 0, &zipError);
     if (!source) {
         *error = QString::fromUtf8(zip_error_strerror(&zipError));
         zip_error_fini(&zipError);
         return UnpackStatus::Failed;
     }
-    std::unique_ptr<zip_t, ZipCloser> archive(zip_open_from_source(source, ZIP_RDONLY,
-                                                                   &zipError));
+    std::unique_ptr<zip_t, ZipCloser> archive(zip_open_from_source(source, ZIP_RDONLY, &zipError));
     if (!archive) {
         zip_source_free(source);
         *error = QStringLiteral("not a readable zip archive (%1)")
@@ -144,7 +143,8 @@ UnpackStatus unpackArchive(const QByteArray &bytes, const QString &folder,
             return UnpackStatus::Failed;
         }
         for (;;) {
-            const zip_int64_t n = zip_fread(entry.get(), buffer.data(), zip_uint64_t(buffer.size()));
+            const zip_int64_t n =
+                zip_fread(entry.get(), buffer.data(), zip_uint64_t(buffer.size()));
             if (n < 0) {
                 *error = QStringLiteral("entry %1 is damaged (%2)")
                              .arg(QString::fromUtf8(rawName),
@@ -160,8 +160,8 @@ UnpackStatus unpackArchive(const QByteArray &bytes, const QString &folder,
                 return UnpackStatus::TooLarge;
             }
             if (out.write(buffer.constData(), n) != n) {
-                *error = QStringLiteral("cannot write %1: %2")
-                             .arg(out.fileName(), out.errorString());
+                *error =
+                    QStringLiteral("cannot write %1: %2").arg(out.fileName(), out.errorString());
                 return UnpackStatus::Failed;
             }
         }
@@ -175,8 +175,8 @@ bool renameNoReplace(const QString &from, const QString &to, int *error)
 {
     const QByteArray source = QFile::encodeName(from);
     const QByteArray target = QFile::encodeName(to);
-    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(),
-                    RENAME_NOREPLACE) == 0)
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) ==
+        0)
         return true;
     *error = errno;
     return false;
@@ -186,8 +186,7 @@ bool renameNoReplace(const QString &from, const QString &to, int *error)
 
 VKReportStore::VKReportStore(const QString &folder, const VKUploadLimits &limits)
     : m_folder(folder), m_limits(limits)
-{
-}
+{}
 
 QString VKReportStore::safeBaseName(const QByteArray &name)
 {
@@ -251,9 +250,8 @@ VKReportStore::Result VKReportStore::store(const QList<VKMultipartPart> &parts,
             const QString stored = names.claim(safeBaseName(part.name) + QStringLiteral(".txt"));
             if (!writeNewFile(dir.filePath(stored), part.body, &result.error))
                 return result;
-            manifest.append(QStringLiteral("field\t%1\t%2\t%3")
-                                .arg(cell(field), stored)
-                                .arg(part.body.size()));
+            manifest.append(
+                QStringLiteral("field\t%1\t%2\t%3").arg(cell(field), stored).arg(part.body.size()));
             ++result.fieldCount;
             continue;
         }

@@ -17,19 +17,19 @@ public:
     enum Status {
         Stored,
         TooLarge, // an archive broke a limit: nothing stored
-        Failed, // the disk refused: nothing stored
+        Failed,   // the disk refused: nothing stored
     };
 
     struct Result
     {
         Status status = Failed;
-        QString error; // why it was not stored
+        QString error;      // why it was not stored
         QString folderName; // "<yyyyMMdd-HHmmss>-<n>" under the server's folder
         int fieldCount = 0;
         int fileCount = 0;
         int archiveCount = 0;
         qint64 byteCount = 0; // of the fields and attachments as received
-        QStringList notes; // what was left undone, such as an archive that could not be read
+        QStringList notes;    // what was left undone, such as an archive that could not be read
     };
 
     // The name of the manifest in each report folder.

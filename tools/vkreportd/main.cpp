@@ -6,10 +6,11 @@
 //       <FIELD>.txt                  each plain field, its bytes exactly as sent
 //       <file name>                  each attachment under the safe base name of its file name
 //       <name>/                      for an attachment <name>.zip: its entries, unpacked flat
-//       _parts.tsv                   one line per part, in the order they came:
-//                                      field <TAB> name <TAB> stored file <TAB> bytes
-//                                      file <TAB> name <TAB> stored file <TAB> bytes <TAB> sent name
-//                                      archive <TAB> name <TAB> folder/ <TAB> entries
+//       _parts.tsv                   one line per part, in the order they came, cells split
+//                                    by tabs:
+//                                      field    name  stored file  bytes
+//                                      file     name  stored file  bytes  name as sent
+//                                      archive  name  folder/      entries
 //
 // Names are reduced to safe base names (the last path component; letters, digits and
 // " ._-+,()@", anything else "_"; no leading dot); a name already taken in the folder, compared
