@@ -12,6 +12,10 @@ pkg_check_modules(Gegl REQUIRED IMPORTED_TARGET gegl-0.4)
 pkg_check_modules(Babl REQUIRED IMPORTED_TARGET babl)
 pkg_check_modules(Lcms2 REQUIRED IMPORTED_TARGET lcms2)
 find_package(Threads REQUIRED)
+# The report server (tools/vkreportd): serving HTTP (Debian's HttpServer package needs the
+# WebSockets development files too), and unpacking zip attachments.
+find_package(Qt6 6.2 REQUIRED COMPONENTS HttpServer)
+pkg_check_modules(Zip REQUIRED IMPORTED_TARGET libzip)
 
 if(VK_BUILD_TESTS)
     find_package(GTest REQUIRED)

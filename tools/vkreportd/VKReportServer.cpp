@@ -1,0 +1,239 @@
+#include "VKReportServer.h"
+
+#include "VKReportStore.h"
+
+#include <QDateTime>
+#include <QHttpServerRequest>
+#include <QHttpServerResponder>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <cstdio>
+
+#include <sys/socket.h>
+
+namespace {
+
+// Room for the request line and headers on top of the body limit.
+constexpr qint64 kHeaderAllowance = 64 * 1024;
+// A refused client may finish sending what it started; beyond this it is cut off.
+constexpr qint64 kDrainFactor = 4;
+
+const char kReceivedProperty[] = "vkReceivedBytes";
+const char kRefusedProperty[] = "vkRefused";
+const char kDrainedProperty[] = "vkDrainedBytes";
+const char kTargetProperty[] = "vkRequestTarget";
+
+using StatusCode = QHttpServerResponder::StatusCode;
+
+QString peerOf(const QTcpSocket *socket)
+{
+    return socket->peerAddress().toString();
+}
+
+// The target of the request line at the start of `bytes` ("/x" of "POST /x HTTP/1.1").
+QString targetOf(const QByteArray &bytes)
+{
+    const QByteArray line = bytes.left(bytes.indexOf("\r\n"));
+    const QList<QByteArray> words = line.split(' ');
+    return words.size() == 3 ? QString::fromLatin1(words.at(1).left(200)) : QStringLiteral("-");
+}
+
+// The Content-Length of the request head at the start of `bytes`, -1 when there is none yet.
+qint64 contentLengthOf(const QByteArray &bytes)
+{
+    const qsizetype end = bytes.indexOf("\r\n\r\n");
+    if (end < 0)
+        return -1;
+    for (const QByteArray &line : bytes.left(end).split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        if (colon > 0 && line.left(colon).trimmed().toLower() == "content-length") {
+            bool ok = false;
+            const qint64 length = line.mid(colon + 1).trimmed().toLongLong(&ok);
+            return ok ? length : -1;
+        }
+    }
+    return -1;
+}
+
+} // namespace
+
+// Hands every new connection to VKReportServer::watch before the HTTP parser connects to it,
+// so that the watch runs first on each arrival of bytes.
+class VKGuardedTcpServer : public QTcpServer
+{
+public:
+    explicit VKGuardedTcpServer(VKReportServer *owner) : m_owner(owner) {}
+
+protected:
+    void incomingConnection(qintptr handle) override
+    {
+        auto *socket = new QTcpSocket(this);
+        if (!socket->setSocketDescriptor(handle)) {
+            delete socket;
+            return;
+        }
+        QObject::connect(socket, &QTcpSocket::readyRead, socket,
+                         [owner = m_owner, socket] { owner->watch(socket); });
+        addPendingConnection(socket);
+    }
+
+private:
+    VKReportServer *m_owner;
+};
+
+VKReportServer::VKReportServer(const QString &folder, const VKUploadLimits &limits)
+    : m_folder(folder), m_limits(limits)
+{
+    m_logger = [](const QString &line) {
+        std::fputs(qPrintable(line + u'\n'), stdout);
+        std::fflush(stdout);
+    };
+}
+
+VKReportServer::~VKReportServer() = default;
+
+void VKReportServer::setLogger(std::function<void(const QString &)> logger)
+{
+    m_logger = std::move(logger);
+}
+
+quint16 VKReportServer::listenOn(const QHostAddress &address, quint16 port, QString *error)
+{
+    auto *server = new VKGuardedTcpServer(this);
+    if (!server->listen(address, port)) {
+        *error = server->errorString();
+        delete server;
+        return 0;
+    }
+    bind(server);
+    return server->serverPort();
+}
+
+void VKReportServer::log(const QString &peer, const QString &what)
+{
+    m_logger(QStringLiteral("%1 %2 %3")
+                 .arg(QDateTime::currentDateTimeUtc().toString(Qt::ISODate), peer, what));
+}
+
+void VKReportServer::watch(QTcpSocket *socket)
+{
+    if (socket->property(kRefusedProperty).toBool()) {
+        if (socket->isTransactionStarted())
+            socket->commitTransaction();
+        const qint64 drained =
+            socket->property(kDrainedProperty).toLongLong() + socket->readAll().size();
+        socket->setProperty(kDrainedProperty, drained);
+        if (drained > kDrainFactor * (m_limits.maxBodyBytes + kHeaderAllowance))
+            socket->abort();
+        return;
+    }
+    const qint64 before = socket->property(kReceivedProperty).toLongLong();
+    const qint64 received = before + socket->bytesAvailable();
+    socket->setProperty(kReceivedProperty, received);
+    if (before == 0) {
+        // The first bytes of a request: refuse a declared length that is too large at once.
+        const QByteArray head = socket->peek(kHeaderAllowance);
+        socket->setProperty(kTargetProperty, targetOf(head));
+        const qint64 length = contentLengthOf(head);
+        if (length > m_limits.maxBodyBytes) {
+            refuse(socket, QStringLiteral("declared body of %1 bytes, more than %2")
+                               .arg(length)
+                               .arg(m_limits.maxBodyBytes));
+            return;
+        }
+    }
+    if (received > m_limits.maxBodyBytes + kHeaderAllowance)
+        refuse(socket, QStringLiteral("request of more than %1 bytes")
+                           .arg(m_limits.maxBodyBytes + kHeaderAllowance));
+}
+
+void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
+{
+    // The HTTP parser sees nothing more of this connection.
+    QObject::disconnect(socket, &QTcpSocket::readyRead, this, nullptr);
+    socket->setProperty(kRefusedProperty, true);
+    if (socket->isTransactionStarted())
+        socket->commitTransaction();
+    socket->setProperty(kDrainedProperty, socket->readAll().size());
+    log(peerOf(socket),
+        QStringLiteral("413 %1 %2").arg(socket->property(kTargetProperty).toString(), reason));
+
+    const QByteArray text = reason.toUtf8() + '\n';
+    socket->write("HTTP/1.1 413 Payload Too Large\r\n"
+                  "Content-Type: text/plain; charset=utf-8\r\n"
+                  "Content-Length: " +
+                  QByteArray::number(text.size()) +
+                  "\r\n"
+                  "Connection: close\r\n\r\n" +
+                  text);
+    // Shut the sending side once the answer is out; the client closes when it has read it.
+    QObject::connect(socket, &QTcpSocket::bytesWritten, socket, [socket] {
+        if (socket->bytesToWrite() == 0)
+            ::shutdown(int(socket->socketDescriptor()), SHUT_WR);
+    });
+    socket->flush();
+}
+
+bool VKReportServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
+{
+    socket->setProperty(kReceivedProperty, 0); // the next request on this connection counts anew
+    QHttpServerResponder responder = makeResponder(request, socket);
+    const QString path = request.url().path();
+    const QString peer = peerOf(socket);
+    const auto answer = [&](StatusCode status, const QString &text) {
+        log(peer, QStringLiteral("%1 %2 %3").arg(int(status)).arg(path, text));
+        responder.write(text.toUtf8() + '\n', "text/plain; charset=utf-8", status);
+    };
+
+    if (path != QLatin1String(crashReportPath) && path != QLatin1String(bugReportPath)) {
+        answer(StatusCode::NotFound, QStringLiteral("no such path"));
+        return true;
+    }
+    if (request.method() != QHttpServerRequest::Method::Post) {
+        answer(StatusCode::MethodNotAllowed, QStringLiteral("reports are sent with POST"));
+        return true;
+    }
+    const QByteArray boundary =
+        VKMultipartReader::boundaryOfContentType(request.value("Content-Type"));
+    if (boundary.isNull()) {
+        answer(StatusCode::BadRequest, QStringLiteral("not multipart/form-data with a boundary"));
+        return true;
+    }
+    const VKMultipartReader::Result form =
+        VKMultipartReader::read(request.body(), boundary, m_limits);
+    if (form.status != VKMultipartReader::Ok) {
+        answer(form.status == VKMultipartReader::TooLarge ? StatusCode::PayloadTooLarge
+                                                          : StatusCode::BadRequest,
+               form.error);
+        return true;
+    }
+    const VKReportStore::Result stored =
+        VKReportStore(m_folder, m_limits).store(form.parts, QDateTime::currentDateTimeUtc());
+    switch (stored.status) {
+    case VKReportStore::Stored: {
+        QString text = QStringLiteral("stored %1 (%2 fields, %3 files, %4 archives, %5 bytes)")
+                           .arg(stored.folderName)
+                           .arg(stored.fieldCount)
+                           .arg(stored.fileCount)
+                           .arg(stored.archiveCount)
+                           .arg(stored.byteCount);
+        for (const QString &note : stored.notes)
+            text += QStringLiteral("; ") + note;
+        answer(StatusCode::Ok, text);
+        break;
+    }
+    case VKReportStore::TooLarge:
+        answer(StatusCode::PayloadTooLarge, stored.error);
+        break;
+    case VKReportStore::Failed:
+        answer(StatusCode::InternalServerError, stored.error);
+        break;
+    }
+    return true;
+}
+
+void VKReportServer::missingHandler(const QHttpServerRequest &request, QTcpSocket *socket)
+{
+    makeResponder(request, socket).write(StatusCode::NotFound);
+}
