@@ -3,8 +3,9 @@
 // logs, old journal messages, a hardware profile, the preferences, the user's description and
 // contact data) and posts it to the report server. Outcomes are counted through VKUsageLogger.
 //
-// A host makes one with crashReporter() on the main thread right after attaching
-// VKApplicationLifecycle; the reporter then hears the launch and termination notifications.
+// A host makes one with crashReporter() on the main thread before it calls
+// VKApplicationLifecycle::attachToApplication() (which posts "will finish launching" at once);
+// the reporter then hears the launch and termination notifications.
 #pragma once
 
 #include "Diagnostics/VKReporter.h"
@@ -47,8 +48,8 @@ public:
     // Null (after logging "Could not load nib named VKCrashReporter") when the description
     // cannot be loaded. Main thread only.
     static std::shared_ptr<VKCrashReporter> crashReporter();
-    // The same for a subclass T with a protected default constructor (its applicationNames()
-    // and messageData() are in effect for the readers made here).
+    // The same for a subclass T (its applicationNames() and messageData() are in effect for the
+    // readers made here); T's default constructor must be public or befriend VKCrashReporter.
     template <typename T>
     static std::shared_ptr<T> create()
     {
