@@ -196,13 +196,14 @@ TEST_F(BugReporterTest, ChooserStartsOnTheDesktopAndTakesTheFirstFile)
         dialog = reporter.reportWindow()->findChild<QFileDialog *>();
         return dialog && dialog->isVisible();
     }));
-    if (QFileInfo(desktop).isDir())
+    if (QFileInfo(desktop).isDir()) {
         EXPECT_EQ(dialog->directory().absolutePath(), QDir(desktop).absolutePath());
+    }
     EXPECT_EQ(dialog->fileMode(), QFileDialog::ExistingFile);
     EXPECT_TRUE(dialog->testOption(QFileDialog::ReadOnly));
     dialog->setDirectory(dir.path());
     dialog->selectFile(file);
-    dialog->accept();
+    static_cast<QDialog *>(dialog)->accept();
     EXPECT_EQ(reporter.reportAttachment(), file);
 }
 

@@ -65,7 +65,9 @@ TEST(VKCrashReporterWindow, StackingForEachCombinationKeepsTheTopEdge)
     reporter->showReportWindow(nullptr);
     QWidget *window = reporter->reportWindow();
     window->move(120, 200);
-    ASSERT_TRUE(vkWaitUntil([&] { return window->geometry().top() == 200; }));
+    vkSpinEventLoop(20);
+    const int top = window->geometry().top(); // below the frame the platform may add
+    ASSERT_GE(top, 200);
     struct Case
     {
         const char *name;
@@ -90,7 +92,7 @@ TEST(VKCrashReporterWindow, StackingForEachCombinationKeepsTheTopEdge)
         reporter->rearrangeSubviews();
         EXPECT_EQ(names(reporter->visibleSubviews()), c.order) << c.name;
         EXPECT_EQ(window->height(), c.height) << c.name;
-        EXPECT_EQ(window->geometry().top(), 200) << c.name << ": the top edge stays";
+        EXPECT_EQ(window->geometry().top(), top) << c.name << ": the top edge stays";
         int bottom = c.height;
         for (QWidget *view : reporter->visibleSubviews()) {
             EXPECT_TRUE(view->isVisible()) << c.name;
