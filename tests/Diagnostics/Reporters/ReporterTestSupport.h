@@ -1,0 +1,246 @@
+// Shared parts of the reporter tests: a private folder tree for the user's files, an HTTP
+// server on 127.0.0.1 that splits the multipart form it receives, and zip and journal helpers.
+#pragma once
+
+#include "Diagnostics/VKCrashReporter.h"
+#include "Diagnostics/VKInterfaceDescription.h"
+#include "Diagnostics/VKJournalSearch.h"
+#include "Diagnostics/VKUsageLogger.h"
+#include "Diagnostics/VKUserCard.h"
+#include "Foundation/VKNotificationCenter.h"
+#include "Foundation/VKSearchPaths.h"
+#include "Foundation/VKUserDefaults.h"
+
+#include "VKTestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMap>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <gtest/gtest.h>
+#include <zip.h>
+
+// One part of a received form.
+struct FormPart
+{
+    QString fileName; // null for a plain field
+    QByteArray data;
+};
+
+// Splits a body made with the reporters' fixed boundary.
+inline QMap<QString, FormPart> parseForm(const QByteArray &body)
+{
+    QMap<QString, FormPart> parts;
+    const QByteArray delimiter = "--0xKh3mLbOuNdArY";
+    qsizetype at = body.indexOf(delimiter);
+    while (at >= 0) {
+        const qsizetype start = at + delimiter.size();
+        if (body.mid(start, 2) == "--")
+            break;
+        const qsizetype next = body.indexOf("\r\n" + delimiter, start);
+        if (next < 0)
+            break;
+        const QByteArray part = body.mid(start + 2, next - start - 2);
+        const qsizetype headerEnd = part.indexOf("\r\n\r\n");
+        const QByteArray headers = part.left(headerEnd);
+        const qsizetype nameAt = headers.indexOf("name=\"") + 6;
+        const QString name =
+            QString::fromUtf8(headers.mid(nameAt, headers.indexOf('"', nameAt) - nameAt));
+        FormPart value;
+        const qsizetype fileAt = headers.indexOf("filename=\"");
+        if (fileAt >= 0)
+            value.fileName = QString::fromUtf8(
+                headers.mid(fileAt + 10, headers.indexOf('"', fileAt + 10) - fileAt - 10));
+        value.data = part.mid(headerEnd + 4);
+        parts.insert(name, value);
+        at = next + 2;
+    }
+    return parts;
+}
+
+// The entries of a zip archive held in memory: name to bytes.
+inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
+{
+    QMap<QString, QByteArray> entries;
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t *source = zip_source_buffer_create(archive.constData(), archive.size(), 0, &error);
+    zip_t *zip = source ? zip_open_from_source(source, ZIP_RDONLY, &error) : nullptr;
+    if (!zip) {
+        if (source)
+            zip_source_free(source);
+        zip_error_fini(&error);
+        return entries;
+    }
+    for (zip_int64_t i = 0; i < zip_get_num_entries(zip, 0); ++i) {
+        zip_stat_t stat;
+        zip_stat_index(zip, zip_uint64_t(i), 0, &stat);
+        QByteArray data(qsizetype(stat.size), '\0');
+        zip_file_t *file = zip_fopen_index(zip, zip_uint64_t(i), 0);
+        zip_fread(file, data.data(), stat.size);
+        zip_fclose(file);
+        entries.insert(QString::fromUtf8(stat.name), data);
+    }
+    zip_close(zip);
+    zip_error_fini(&error);
+    return entries;
+}
+
+inline QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// An HTTP server on 127.0.0.1 that answers every request with 200 and keeps the forms.
+class FormServer : public QObject
+{
+public:
+    QList<QByteArray> paths;
+    QList<QMap<QString, FormPart>> forms;
+
+    FormServer()
+    {
+        m_server.listen(QHostAddress::LocalHost);
+        QObject::connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+                auto buffer = std::make_shared<QByteArray>();
+                QObject::connect(socket, &QTcpSocket::readyRead, this,
+                                 [this, socket, buffer] { read(socket, *buffer); });
+                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+    }
+    QString baseURL() const
+    {
+        return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
+    }
+
+private:
+    void read(QTcpSocket *socket, QByteArray &buffer)
+    {
+        buffer += socket->readAll();
+        const qsizetype end = buffer.indexOf("\r\n\r\n");
+        if (end < 0)
+            return;
+        const QList<QByteArray> lines = buffer.left(end).split('\n');
+        qint64 length = 0;
+        for (const QByteArray &raw : lines) {
+            const QByteArray line = raw.trimmed();
+            if (line.toLower().startsWith("content-length:"))
+                length = line.mid(15).trimmed().toLongLong();
+        }
+        if (buffer.size() - end - 4 < length)
+            return;
+        paths.append(lines[0].split(' ').value(1));
+        forms.append(parseForm(buffer.mid(end + 4, length)));
+        buffer.clear();
+        socket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok");
+        socket->disconnectFromHost();
+    }
+    QTcpServer m_server;
+};
+
+// A port on 127.0.0.1 that nobody listens on: connections to it are refused at once.
+inline quint16 refusedPort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    const quint16 port = probe.serverPort();
+    probe.close();
+    return port;
+}
+
+// Writes journal files from export-format entries with systemd-journal-remote; an empty answer
+// means the program is missing (the caller skips).
+inline QString systemdJournalRemote()
+{
+    for (const char *path :
+         {"/lib/systemd/systemd-journal-remote", "/usr/lib/systemd/systemd-journal-remote"}) {
+        if (QFileInfo(QString::fromLatin1(path)).isExecutable())
+            return QString::fromLatin1(path);
+    }
+    return {};
+}
+
+struct JournalEntry
+{
+    qint64 seconds;
+    QString identifier;
+    QString message;
+};
+
+inline bool writeJournal(const QString &folder, const QList<JournalEntry> &entries)
+{
+    QByteArray text;
+    int monotonic = 1;
+    for (const JournalEntry &e : entries) {
+        text += "__REALTIME_TIMESTAMP=" + QByteArray::number(e.seconds * 1000000 + 500000) + "\n";
+        text += "__MONOTONIC_TIMESTAMP=" + QByteArray::number(monotonic++) + "\n";
+        text += "_BOOT_ID=0123456789abcdef0123456789abcdef\n";
+        text += "SYSLOG_IDENTIFIER=" + e.identifier.toUtf8() + "\n";
+        text += "MESSAGE=" + e.message.toUtf8() + "\n\n";
+    }
+    QDir().mkpath(folder);
+    QProcess process;
+    process.start(
+        systemdJournalRemote(),
+        {QStringLiteral("-o"), folder + QStringLiteral("/test.journal"), QStringLiteral("-")});
+    process.write(text);
+    process.closeWriteChannel();
+    return process.waitForFinished(20000) && process.exitCode() == 0;
+}
+
+// Every folder of the user's files inside a temporary tree, the defaults in its Library, an
+// empty journal, a quick hardware profile and the report server unset.
+class ReporterEnvironment
+{
+public:
+    VKTempDir tree;
+    VKSearchPaths::TestingRoot root{tree.path()};
+
+    ReporterEnvironment()
+    {
+        QDir().mkpath(VKSearchPaths::temporaryDirectory());
+        VKUserDefaults::setStandardUserDefaultsFolder(library() + QStringLiteral("/Preferences"));
+        VKJournalSearch::setJournalDirectory(tree.makeDir(QStringLiteral("journal")));
+        VKCrashReporter::setSystemProfilerCommand(
+            QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("printf '<list/>'")});
+        m_usageToken = VKNotificationCenter::defaultCenter().addObserver(
+            this, VKUsageLoggerDidLogUsageNotification, {}, [this](const VKNotification &n) {
+                usageEvents.append(n.userInfo().value(QStringLiteral("key")).toString());
+            });
+    }
+    ~ReporterEnvironment()
+    {
+        VKNotificationCenter::defaultCenter().removeObservation(m_usageToken);
+        VKUserDefaults::setStandardUserDefaultsFolder(QString());
+        VKJournalSearch::setJournalDirectory(QString());
+        VKInterfaceDescription::setSearchFolder(QString());
+        VKReporter::setReportServerBaseURL(QString());
+        VKUserCard::setPasswordFileForTesting(QString());
+    }
+    static QString library() { return VKSearchPaths::libraryDirectory(VKSearchPathDomain::User); }
+    static std::shared_ptr<VKUserDefaults> defaults()
+    {
+        return VKUserDefaults::standardUserDefaults();
+    }
+    static QString write(const QString &path, const QByteArray &contents)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << path;
+        file.write(contents);
+        return path;
+    }
+
+    QStringList usageEvents;
+
+private:
+    VKNotificationToken m_usageToken = 0;
+};

@@ -1,0 +1,186 @@
+#include "Diagnostics/VKZipArchive.h"
+
+#include "ReporterTestSupport.h"
+
+#include <QDateTime>
+
+#include <unistd.h>
+
+TEST(VKUserCard, NamesFromGecos)
+{
+    struct Case
+    {
+        const char *name;
+        QString gecos;
+        QString login;
+        QString first;
+        QString last;
+    } cases[] = {
+        {"first and last", "Ada Lovelace,,,", "ada", "Ada", "Lovelace"},
+        {"empty field: no names", "", "x", QString(), QString()},
+        {"only commas: no names", ",,,", "x", QString(), QString()},
+        {"one word: first name only", "Cher", "cher", "Cher", QString()},
+        {"middle names go with the last", "John Ronald Reuel Tolkien", "j", "John",
+         "Ronald Reuel Tolkien"},
+        {"blanks collapsed", "  Grace   Hopper ,room 1", "g", "Grace", "Hopper"},
+        {"ampersand is the login, capitalised", "& Doe", "jane", "Jane", "Doe"},
+    };
+    for (const Case &c : cases) {
+        const VKUserCard card = VKUserCard::cardFromGecos(c.gecos, c.login);
+        EXPECT_EQ(card.firstName, c.first) << c.name;
+        EXPECT_EQ(card.lastName, c.last) << c.name;
+        EXPECT_EQ(card.firstName.isNull(), c.first.isNull()) << c.name;
+        EXPECT_EQ(card.lastName.isNull(), c.last.isNull()) << c.name;
+    }
+}
+
+TEST(VKZipArchive, FilesStoredFlatUnderTheirNames)
+{
+    VKTempDir dir;
+    const QString a = dir.writeFile("one/a.crash", "alpha\n");
+    const QString b = dir.writeFile("two/deeper/b.vqnLog", QByteArray(70000, 'b'));
+    const QString archive = dir.filePath("out.zip");
+    dir.writeFile("out.zip", "stale bytes that are no archive");
+    ASSERT_TRUE(VKZipArchive::createZipFileAtPath(archive, {a, b}));
+    const auto entries = unzip(readAll(archive));
+    EXPECT_EQ(entries.keys(), QStringList({"a.crash", "b.vqnLog"}));
+    EXPECT_EQ(entries.value("a.crash"), "alpha\n");
+    EXPECT_EQ(entries.value("b.vqnLog"), QByteArray(70000, 'b'));
+
+    struct Failure
+    {
+        const char *name;
+        QString path;
+    } failures[] = {{"missing file", dir.filePath("nothing.log")},
+                    {"a folder", dir.filePath("one")}};
+    for (const Failure &f : failures) {
+        const QString target = dir.filePath(QStringLiteral("bad.zip"));
+        QString why;
+        EXPECT_FALSE(VKZipArchive::createZipFileAtPath(target, {a, f.path}, &why)) << f.name;
+        EXPECT_FALSE(why.isEmpty()) << f.name;
+        EXPECT_FALSE(QFile::exists(target)) << f.name << ": no half archive left";
+    }
+    QString why;
+    EXPECT_FALSE(
+        VKZipArchive::createZipFileAtPath(dir.filePath("no/such/folder/x.zip"), {a}, &why));
+}
+
+TEST(VKJournalSearch, EntriesAfterTheSecondForTheIdentifier)
+{
+    if (systemdJournalRemote().isEmpty())
+        GTEST_SKIP() << "systemd-journal-remote is not installed (package systemd-journal-remote)";
+    VKTempDir dir;
+    const qint64 t = 1700000000;
+    ASSERT_TRUE(writeJournal(dir.path(), {{t - 10, "com.example.App", "before"},
+                                          {t, "com.example.App", "at the second"},
+                                          {t + 1, "com.example.App", "just after"},
+                                          {t + 5, "com.example.Other", "someone else"},
+                                          {t + 100, "com.example.App", "later ü"}}));
+    VKJournalSearch::setJournalDirectory(dir.path());
+    EXPECT_EQ(VKJournalSearch::messages("com.example.App", t),
+              QStringList({"just after", "later ü"}));
+    EXPECT_EQ(VKJournalSearch::messages("com.example.App", t + 100), QStringList());
+    EXPECT_EQ(VKJournalSearch::messages("com.example.Nobody", 0), QStringList());
+    VKJournalSearch::setJournalDirectory(dir.filePath("missing"));
+    const auto none = VKJournalSearch::messages("com.example.App", 0);
+    EXPECT_TRUE(!none || none->isEmpty());
+    VKJournalSearch::setJournalDirectory(QString());
+}
+
+TEST(VKUsageLogger, CountsPerKeyAndAStableIdentifier)
+{
+    ReporterEnvironment env;
+    auto &logger = VKUsageLogger::sharedUsageLogger();
+    logger.logUsageForKey("termination.crash");
+    logger.logUsageForKey("termination.regular");
+    logger.logUsageForKey("termination.crash");
+    EXPECT_TRUE(VKUsageLogger::countsFilePath().startsWith(env.tree.path()));
+    const auto counts = VKUsageLogger::counts();
+    EXPECT_EQ(counts.value("termination.crash"), 2);
+    EXPECT_EQ(counts.value("termination.regular"), 1);
+    EXPECT_EQ(env.usageEvents,
+              QStringList({"termination.crash", "termination.regular", "termination.crash"}));
+
+    const QString id = logger.userIdentifier();
+    EXPECT_EQ(id.size(), 36);
+    EXPECT_EQ(logger.userIdentifier(), id);
+    VKUserDefaults::resetStandardUserDefaults();
+    EXPECT_EQ(VKUserDefaults::standardUserDefaults()->stringForKey(VKUsageLoggerUserIdentifierKey),
+              id)
+        << "kept in the user defaults";
+}
+
+TEST(VKCrashReporterGathering, HardwareProfileFromTheProfilerProgram)
+{
+    ReporterEnvironment env;
+    auto reporter = VKCrashReporter::crashReporter();
+    ASSERT_TRUE(reporter);
+    const QString target = VKSearchPaths::temporaryDirectory() + "system_profile.spx";
+    struct Case
+    {
+        const char *name;
+        QString program;
+        QStringList arguments;
+        QByteArray expected; // empty: no profile
+    } cases[] = {
+        {"output written",
+         "/bin/sh",
+         {"-c", "printf '<node id=\"x\"/>'; echo noise >&2"},
+         "<node id=\"x\"/>"},
+        {"non-zero exit", "/bin/sh", {"-c", "printf partial; exit 3"}, {}},
+        {"missing program", "/nonexistent/lshw", {"-xml"}, {}},
+        {"killed by a signal", "/bin/sh", {"-c", "kill -9 $$"}, {}},
+    };
+    for (const Case &c : cases) {
+        QFile::remove(target);
+        VKCrashReporter::setSystemProfilerCommand(c.program, c.arguments);
+        const QStringList paths = reporter->systemProfilePaths();
+        if (c.expected.isEmpty()) {
+            EXPECT_TRUE(paths.isEmpty()) << c.name;
+        } else {
+            EXPECT_EQ(paths, QStringList({target})) << c.name;
+            EXPECT_EQ(readAll(target), c.expected) << c.name;
+        }
+    }
+}
+
+TEST(VKCrashReporterGathering, OldJournalMessagesGoToTheLog)
+{
+    if (systemdJournalRemote().isEmpty())
+        GTEST_SKIP() << "systemd-journal-remote is not installed (package systemd-journal-remote)";
+    ReporterEnvironment env;
+    auto reporter = VKCrashReporter::crashReporter();
+    ASSERT_TRUE(reporter);
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const QString id = "com.example.ReporterHost";
+    ASSERT_TRUE(writeJournal(VKJournalSearch::journalDirectory(),
+                             {{now - 3 * 86400, id, "three days old"},
+                              {now - 7200, id, "two hours old"},
+                              {now - 3000, id, "Unable to simultaneously satisfy constraints: x"},
+                              {now - 60, id, "a minute old"},
+                              {now - 30, "com.example.Other", "not ours"}}));
+    struct Case
+    {
+        const char *name;
+        QVariant stored;
+        QStringList expected;
+    } cases[] = {
+        {"nothing stored: one day back",
+         QVariant(),
+         {"OldLog: two hours old", "OldLog: a minute old"}},
+        {"older than a day: one day back",
+         QString("12345"),
+         {"OldLog: two hours old", "OldLog: a minute old"}},
+        {"an hour ago", QString::number(now - 3600), {"OldLog: a minute old"}},
+        {"lenient text", QString::number(now - 3600) + "abc", {"OldLog: a minute old"}},
+    };
+    for (const Case &c : cases) {
+        env.defaults()->setObject(c.stored, "lastLogReadingTime");
+        VKLogCapture capture;
+        reporter->logOldLogStatementsFromConsole();
+        EXPECT_EQ(capture.messages(), c.expected) << c.name;
+        const qint64 stored = env.defaults()->stringForKey("lastLogReadingTime").toLongLong();
+        EXPECT_GE(stored, now) << c.name;
+        EXPECT_LE(stored, QDateTime::currentSecsSinceEpoch()) << c.name;
+    }
+}
