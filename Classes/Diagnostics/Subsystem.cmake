@@ -5,3 +5,5 @@ qt_add_resources(VessanUtilities "vk_diagnostics_resources"
     PREFIX "/VessanUtilities"
     BASE ${CMAKE_CURRENT_SOURCE_DIR}/../resources/Diagnostics
     FILES ${CMAKE_CURRENT_SOURCE_DIR}/../resources/Diagnostics/SUModelTranslation.json)
+# The crash handler walks the crashing thread's stack with libunwind.
+target_link_libraries(VessanUtilities PRIVATE PkgConfig::Unwind)

@@ -71,8 +71,7 @@ struct VKHost::Private
     }
 };
 
-VKHost::VKHost(std::shared_ptr<VKBundle> bundle)
-    : d(std::make_unique<Private>())
+VKHost::VKHost(std::shared_ptr<VKBundle> bundle) : d(std::make_unique<Private>())
 {
     const std::shared_ptr<VKBundle> main = VKBundle::mainBundle();
     d->bundle = bundle ? std::move(bundle) : main;
@@ -144,7 +143,9 @@ QIcon VKHost::icon() const
 
 bool VKHost::isPathOnReadOnlyVolume(const QString &path)
 {
-    struct statvfs info{};
+    struct statvfs info
+    {
+    };
     if (path.isEmpty() || statvfs(QFile::encodeName(path).constData(), &info) != 0)
         return false;
     return (info.f_flag & ST_RDONLY) != 0;

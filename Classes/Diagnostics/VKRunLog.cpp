@@ -80,9 +80,9 @@ std::shared_ptr<VKFileLogSink> VKRunLog::startRunLog(const QString &applicationN
     name.replace(u'/', u'_');
     const QString folder = runLogDirectory();
     if (folder.isEmpty() || !QDir().mkpath(folder)) {
-        VKLogger::error({QStringLiteral("VKRunLog"), QStringLiteral("+[VKRunLog startRunLog]"),
-                         nullptr},
-                        "The run-log folder %@ cannot be made", folder);
+        VKLogger::error(
+            {QStringLiteral("VKRunLog"), QStringLiteral("+[VKRunLog startRunLog]"), nullptr},
+            "The run-log folder %@ cannot be made", folder);
         return nullptr;
     }
     removeOldRunLogs(folder, name, keep - 1);

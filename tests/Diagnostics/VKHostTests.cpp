@@ -79,8 +79,9 @@ TEST(VKHost, NamesAndVersionsFromTheDictionary)
          framework("com.vessan.tests.HostShown", "7",
                    R"({"CFBundleDisplayName": "Shown", "CFBundleName": "Plain"})"),
          "Shown", "7", "7"},
-        {"then the bundle name", framework("com.vessan.tests.HostPlain", "8.1", R"({"CFBundleName": "Plain"})"),
-         "Plain", "8.1", "8.1"},
+        {"then the bundle name",
+         framework("com.vessan.tests.HostPlain", "8.1", R"({"CFBundleName": "Plain"})"), "Plain",
+         "8.1", "8.1"},
         {"then the file name without extension; version for display",
          plugInCopy(dir, "Host Tool.v2"), "Host Tool.v2", "5", "5"},
         {"empty version raises, empty short version stays", unnamed, folderName, noVersion, ""},
@@ -213,8 +214,8 @@ TEST(VKHost, SystemProfileOfTheHost)
 
     VKLogCapture log;
     VKHost unnamed(unnamedFramework());
-    EXPECT_TRUE(vkRaisedBy([&] { (void)unnamed.systemProfile(); })
-                    .startsWith("SUNoVersionException|"));
+    EXPECT_TRUE(
+        vkRaisedBy([&] { (void)unnamed.systemProfile(); }).startsWith("SUNoVersionException|"));
 }
 
 // A read-only file system is mounted in a private mount namespace of a child process, which
@@ -233,8 +234,8 @@ TEST(VKHost, ReadOnlyVolume)
         QStringLiteral("mount -t tmpfs -o ro vktest \"$1\" || exit 77; "
                        "for p in \"$1\" \"$1/..\" \"$1/missing\"; do \"$2\" readonly \"$p\"; done");
     QProcess child;
-    child.start(unshare, {"--mount", "--propagation", "private", "sh", "-c", script, "sh",
-                          readOnly, probe});
+    child.start(unshare,
+                {"--mount", "--propagation", "private", "sh", "-c", script, "sh", readOnly, probe});
     ASSERT_TRUE(child.waitForFinished(20000));
     if (child.exitCode() == 77 || child.exitCode() == 1)
         GTEST_SKIP() << "no private read-only mount here: "

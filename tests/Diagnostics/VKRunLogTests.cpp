@@ -71,16 +71,17 @@ TEST(VKRunLog, StartingTheRunLogKeepsTheLastRunsAndFeedsTheReader)
     VKUserDefaults::setStandardUserDefaultsFolder(prefs.path());
     const QString folder = VKRunLog::runLogDirectory();
     ASSERT_TRUE(QDir().mkpath(folder));
-    for (const char *old : {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
-                            "Run Tool_2014-01-03-000000_7.vqnLog", "Run Tool_notes.vqnLog"})
+    for (const char *old :
+         {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
+          "Run Tool_2014-01-03-000000_7.vqnLog", "Run Tool_notes.vqnLog"})
         QFile(folder + "/" + old).open(QIODevice::WriteOnly);
 
     const auto sink = VKRunLog::startRunLog("Run Tool", 3);
     ASSERT_TRUE(sink);
     EXPECT_EQ(VKRunLog::startRunLog("Run Tool", 3), sink) << "one run log per process";
     EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
-              QStringList({"Run Tool_2014-01-02-000000.vqnLog", "Run Tool_2014-01-03-000000_7.vqnLog",
-                           "Run Tool_notes.vqnLog"}))
+              QStringList({"Run Tool_2014-01-02-000000.vqnLog",
+                           "Run Tool_2014-01-03-000000_7.vqnLog", "Run Tool_notes.vqnLog"}))
         << "two old runs stay beside this one";
     {
         VKLogCapture capture; // replaces the sinks while alive
@@ -94,7 +95,8 @@ TEST(VKRunLog, StartingTheRunLogKeepsTheLastRunsAndFeedsTheReader)
     EXPECT_TRUE(VKRunLog::isRunLogFileName(QFileInfo(sink->filePath()).fileName(), "Run Tool"));
     VKRunLogReader reader("Run Tool_2", {}); // the notes file would sort last
     const QString text = reader.recentLogString();
-    EXPECT_TRUE(text.contains("-[VKRunLogTest run] VKRunLogTest ") && text.endsWith(": written by run 3\n"))
+    EXPECT_TRUE(text.contains("-[VKRunLogTest run] VKRunLogTest ") &&
+                text.endsWith(": written by run 3\n"))
         << text;
     EXPECT_FALSE(text.contains("after the stop"));
     EXPECT_NE(VKRunLog::startRunLog("Run Tool", 3), sink) << "a new run after the stop";
