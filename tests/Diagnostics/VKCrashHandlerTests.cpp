@@ -19,6 +19,7 @@
 #include <csignal>
 #include <thread>
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 

@@ -22,6 +22,7 @@
 namespace {
 
 volatile int g_zero = 0;
+volatile int g_seven = 7; // volatile too: 1 / x is turned into a comparison
 int *volatile g_null = nullptr;
 
 [[gnu::noinline]] void crashWith(const char *kind)
@@ -39,7 +40,7 @@ int *volatile g_null = nullptr;
     } else if (std::strcmp(kind, "ill") == 0) {
         __builtin_trap();
     } else if (std::strcmp(kind, "fpe") == 0) {
-        std::printf("%d\n", 1 / g_zero);
+        std::printf("%d\n", g_seven / g_zero);
     } else if (std::strcmp(kind, "abrt") == 0) {
         std::abort();
     }
