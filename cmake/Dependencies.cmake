@@ -7,9 +7,9 @@ pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 # Volume labels and device properties (Files).
 pkg_check_modules(Blkid REQUIRED IMPORTED_TARGET blkid)
 pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
+find_package(Threads REQUIRED)
 # Backtraces of the crashing thread in crash reports (Diagnostics).
 pkg_check_modules(Unwind REQUIRED IMPORTED_TARGET libunwind)
-find_package(Threads REQUIRED)
 
 if(VK_BUILD_TESTS)
     find_package(GTest REQUIRED)
