@@ -19,6 +19,8 @@ find_package(Threads REQUIRED)
 # The report server (tools/vkreportd): serving HTTP (Debian's HttpServer package needs the
 # WebSockets development files too).
 find_package(Qt6 6.2 REQUIRED COMPONENTS HttpServer)
+# Backtraces of the crashing thread in crash reports (Diagnostics).
+pkg_check_modules(Unwind REQUIRED IMPORTED_TARGET libunwind)
 
 if(VK_BUILD_TESTS)
     find_package(GTest REQUIRED)

@@ -8,3 +8,5 @@ qt_add_resources(VessanUtilities "vk_diagnostics_resources"
     FILES ${CMAKE_CURRENT_SOURCE_DIR}/../resources/Diagnostics/SUModelTranslation.json
           ${CMAKE_CURRENT_SOURCE_DIR}/../resources/Diagnostics/VKCrashReporter.ui
           ${CMAKE_CURRENT_SOURCE_DIR}/../resources/Diagnostics/VKBugReporter.ui)
+# The crash handler walks the crashing thread's stack with libunwind.
+target_link_libraries(VessanUtilities PRIVATE PkgConfig::Unwind)

@@ -7,6 +7,10 @@
 #include <QDateTime>
 #include <QString>
 
+#include <memory>
+
+class VKFileLogSink;
+
 class VK_EXPORT VKRunLog
 {
 public:
@@ -19,4 +23,17 @@ public:
     // A null string when the folder cannot be made. Other files in the folder stay.
     static QString prepareRunLogFile(const QString &applicationName, const QDateTime &start,
                                      int keep = 5);
+
+    // The one call a host makes at start: removes the oldest run logs of `applicationName`
+    // (default: the main bundle's "CFBundleName") so that `keep` remain with this run's, and
+    // adds a VKFileLogSink writing into the run-log folder to VKLogger. Its file,
+    // "<name>_<yyyy-MM-dd-HHmmss>_<pid>.vqnLog", appears with the first entry. Calling it again
+    // answers the sink already added. Null when the folder cannot be made.
+    static std::shared_ptr<VKFileLogSink> startRunLog(const QString &applicationName = {},
+                                                      int keep = 5);
+    // Removes the sink startRunLog() added, so that the next call starts a new run log.
+    static void stopRunLog();
+    // Whether `fileName` is one of `applicationName`'s run logs, with or without the process
+    // number the file sink adds.
+    static bool isRunLogFileName(const QString &fileName, const QString &applicationName);
 };

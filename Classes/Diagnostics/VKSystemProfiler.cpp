@@ -1,5 +1,6 @@
 #include "Diagnostics/VKSystemProfiler.h"
 
+#include "Diagnostics/VKHost.h"
 #include "Diagnostics/VKSystemInfo.h"
 
 #include <QFile>
@@ -52,7 +53,9 @@ QVariantMap row(const char *key, const char *displayKey, const QVariant &value,
 VKSystemFacts VKSystemFacts::current()
 {
     VKSystemFacts facts;
-    facts.systemVersionString = VKSystemInfo::productVersion();
+    const QString version = VKHost::systemVersionString();
+    if (!version.isNull())
+        facts.systemVersionString = version;
 
     const QByteArray cpuInfo = readSmallFile(QStringLiteral("/proc/cpuinfo"));
     utsname name{};
@@ -133,6 +136,11 @@ VKSystemProfiler &VKSystemProfiler::sharedSystemProfiler()
 QVariantMap VKSystemProfiler::modelTranslationTable() const
 {
     return m_modelTable;
+}
+
+QVariantList VKSystemProfiler::systemProfileArrayForHost(const VKHost &host) const
+{
+    return systemProfileArray(host.name(), host.version());
 }
 
 QVariantList VKSystemProfiler::systemProfileArray(const QString &applicationName,

@@ -15,11 +15,13 @@
 
 #include <optional>
 
+class VKHost;
+
 // What the profile is built from. Processor types use the kernel-variable numbering the rows
 // know: 7 is x86 (Intel), 18 PowerPC; other processors have other numbers.
 struct VK_EXPORT VKSystemFacts
 {
-    std::optional<QString> systemVersionString; // VERSION_ID of /etc/os-release
+    std::optional<QString> systemVersionString; // VKHost::systemVersionString()
     std::optional<qint32> cpuType;              // from uname's machine
     std::optional<qint32> cpu64Bit;   // 1 when 64-bit capable ("lm" flag, or a 64-bit machine)
     std::optional<qint32> cpuSubtype; // x86: 3; PowerPC: 100 G5, 10/11 G4, 9 G3 from /proc/cpuinfo
@@ -42,6 +44,9 @@ public:
     // Raw model identifiers to marketing names, from the shipped "SUModelTranslation" table.
     QVariantMap modelTranslationTable() const;
 
+    // The rows for this machine and the host's name and version (version() throws for a host
+    // without one).
+    QVariantList systemProfileArrayForHost(const VKHost &host) const;
     // The rows for this machine and an application; a null name or version leaves its row out.
     QVariantList systemProfileArray(const QString &applicationName,
                                     const QString &applicationVersion) const;
