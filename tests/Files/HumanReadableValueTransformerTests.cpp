@@ -67,6 +67,7 @@ TEST(VKHumanReadableValueTransformers, NumbersOfEveryKind)
         // past the 64-bit range stop at the largest one.
         {&sizes, 1999.99, "2.0 KB"}, {&sizes, 49.99f, "0.0 KB"}, {&sizes, -1, "0.0 KB"},
         {&sizes, -1.5, "0.0 KB"}, {&sizes, std::nan(""), "0.0 KB"}, {&sizes, 1e30, "18.4 EB"},
+        {&sizes, 18446744073709551616.0, "18.4 EB"}, {&sizes, 18446744073709549568.0, "18.4 EB"},
         {&sizes, std::numeric_limits<double>::infinity(), "18.4 EB"},
         {&speeds, 12500000, "12.5 MB/s"}, {&speeds, -700, "0.0 KB/s"}, {&speeds, 7.5e9, "7.5 GB/s"},
         {&durations, 185, "3 min 05 s"}, {&durations, qlonglong(3725), "1 h 02 min"},

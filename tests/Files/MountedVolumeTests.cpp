@@ -230,6 +230,17 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
         EXPECT_EQ(VKStatInfo::mountPathForPath(c.path), c.expected) << c.name;
     EXPECT_TRUE(VKStatInfo::mountedVolumePaths().contains(a + "/NESTED"));
     EXPECT_TRUE(unmount(a + "/NESTED"));
+
+    // The mount table writes a blank as "\040", also as the last character of a path.
+    const QString blanks = mountPoint("TAPE 1 ");
+    ASSERT_EQ(mountImage(QStringLiteral("CARD_C"), blanks), QString());
+    EXPECT_TRUE(VKStatInfo::mountedVolumePaths().contains(blanks));
+    EXPECT_EQ(VKStatInfo::mountPathForPath(blanks), blanks);
+    const std::shared_ptr<VKStatInfo> tape = VKStatInfo::statInfoForPath(blanks);
+    ASSERT_NE(tape, nullptr);
+    EXPECT_EQ(tape->fsType(), u"ext4");
+    EXPECT_EQ(tape->totalBytes(), statfsTotal(blanks));
+    EXPECT_TRUE(unmount(blanks));
 }
 
 TEST_F(MountedVolumes, FiguresNamesDatesAndIdentity)

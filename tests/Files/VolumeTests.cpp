@@ -361,7 +361,8 @@ TEST(VolumeInfoCache, PathsOutsideMediaRootsBelongToTheRootVolume)
     for (const char *path : {"/home/ann/a.mov", "/does/not/exist", "relative/path", "/Volume"})
         EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), root) << path;
     for (const char *path :
-         {"/media/VK_NOT_MOUNTED/x", "/Volumes/VK_NOT_MOUNTED/x", "/run/media/ann/VK_NOT_MOUNTED"})
+         {"/media/VK_NOT_MOUNTED/x", "/Volumes/VK_NOT_MOUNTED/x", "/run/media/ann/VK_NOT_MOUNTED",
+          "/mnt/VK_NOT_MOUNTED"})
         EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), nullptr) << path;
 }
 

@@ -209,8 +209,16 @@ TEST(VKCalcStack, WalkLeavesTheStackAsItFoundItAndHandlersPopRightFirst)
     EXPECT_EQ(c.calc.pop(), QVariant(7.0));
     EXPECT_EQ(VKCalc::numericValue(c.calc.pop()), 12.5);
     EXPECT_FALSE(c.calc.pop().isValid());
-    EXPECT_EQ(VKCalc::numericValue(QStringLiteral("x1")), 0.0);
-    EXPECT_EQ(VKCalc::numericValue(QStringLiteral("\t-3e2z")), -300.0);
+    // A text is read as C reads a leading number, with digits of any script.
+    // clang-format off
+    const struct { const char16_t *text; double value; } texts[] = {
+        {u"x1", 0}, {u"\t-3e2z", -300}, {u"+4.5e+1", 45}, {u"+x", 0}, {u"\u0663.5", 3.5},
+        {u"1e", 1}, {u".5", 0.5}, {u".", 0},
+    };
+    // clang-format on
+    for (const auto &t : texts)
+        EXPECT_EQ(VKCalc::numericValue(QString::fromUtf16(t.text)), t.value)
+            << QString::fromUtf16(t.text).toStdString();
 
     // Each handler pops the right operand, then the left (a text read as a number), and pushes
     // the result; an empty stack reads as 0. zs1 and zs2 are called directly: no group of the

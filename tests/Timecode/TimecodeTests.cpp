@@ -26,6 +26,7 @@ TEST(VKTimecode, ClockForm)
     // clang-format off
     const struct { qint64 frame; float fps; bool drop; const char *text; } cases[] = {
         {90000, 25, false, "01:00:00.00"}, {-30, 25, false, "-00:00:01.05"},
+        {35134, 25, false, "00:23:25.09"}, {-32634, 25, false, "-00:21:45.09"}, // 9 still pads
         {2160024, 24, false, "25:00:01.00"}, {1800, 29.97f, true, "00:01:00.02"},
         {107892, 29.97f, true, "01:00:00.00"}, {1799, 29.97f, true, "00:00:59.29"},
         {17982, 29.97f, true, "00:10:00.00"}, {-1800, 29.97f, true, "-00:01:00.02"},
@@ -87,6 +88,8 @@ TEST(VKTimecode, TextInitialiserAndTheFactoryThatSaysWhy)
         {"", 25, false, 0, "“” is not a timecode expression."},
         {"00:00:01.00/(1-1)", 25, false, kMax, "“00:00:01.00/(1-1)” gives no finite frame count."},
         {"(1-1)/(1-1)", 25, false, 0, "“(1-1)/(1-1)” gives no finite frame count."},
+        // 2^63 frames is the first count past the range: it saturates like any larger one.
+        {"9223372036854775808", 25, false, kMax, nullptr},
     };
     // clang-format on
     for (const auto &c : cases) {
@@ -129,6 +132,7 @@ TEST(VKTimecode, AddingFrameByFrameOrPreservingTime)
         {{50, 24, false}, {50, 24, false}, true, 30, 124},
         {{-10, 25, false}, {3, 25, false}, false, 25, -7},
         {{kMax, 25, false}, {1, 25, false}, false, 25, kMax},
+        {{-kMax, 25, false}, {-2, 25, false}, false, 25, -kMax - 1},
         {{5, 0, false}, {5, 0, false}, true, 25, kMax},
         // Only the receiver's drop flag is refused.
         {{1, 25, false}, {1, 29.97f, true}, true, 29.97f, 2},
