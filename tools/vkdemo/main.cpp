@@ -31,6 +31,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <memory>
 
 namespace {
 
@@ -162,6 +163,11 @@ int main(int argc, char **argv)
     const std::shared_ptr<VKCrashReporter> crashReporter = VKCrashReporter::crashReporter();
     const auto bugReporter = std::make_shared<VKBugReporter>();
     VHActionTargetReports::setReporters(crashReporter, bugReporter);
+    // The reporters' windows must go while the application object is still there.
+    struct ReleaseReporters
+    {
+        ~ReleaseReporters() { VHActionTargetReports::setReporters(nullptr, nullptr); }
+    } releaseReporters;
     VKActionDispatch dispatch;
     VKApplicationLifecycle::attachToApplication();
 
