@@ -40,6 +40,12 @@ public:
         }
         m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         m_environment.remove(QStringLiteral("EMAIL"));
+        // The demo's own handler is under test, not the sanitizer's.
+        if (kSanitized) {
+            const QString options = m_environment.value(QStringLiteral("ASAN_OPTIONS"));
+            m_environment.insert(QStringLiteral("ASAN_OPTIONS"),
+                                 options + (options.isEmpty() ? "" : ":") + "handle_segv=0");
+        }
     }
 
     DemoRun run(const QStringList &arguments) const
@@ -176,9 +182,9 @@ TEST(DemoProcess, CrashThenSendOnNextStart)
         ASSERT_NE(server.port(), 0);
         if (c.crashFirst) {
             const DemoRun crash = demo.run({"--crash-now"});
-            EXPECT_TRUE(crash.crashed) << crash.output;
             if (kSanitized && demo.crashReports().isEmpty())
                 GTEST_SKIP() << "the sanitizer ended the crash before the demo's handler ran";
+            EXPECT_TRUE(crash.crashed) << crash.output;
             ASSERT_EQ(demo.crashReports().size(), 1);
             EXPECT_TRUE(
                 QFileInfo(demo.crashReports().constFirst()).fileName().startsWith("vkdemo_"));

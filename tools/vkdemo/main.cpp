@@ -37,7 +37,15 @@ namespace {
 
 int *volatile g_nowhere = nullptr;
 
-[[noreturn]] void crashNow()
+// The fault must reach the crash handler as a real fault, also in sanitizer builds, where the
+// sanitizer would otherwise report the write and exit.
+#if defined(__clang__)
+#define VKDEMO_REAL_FAULT __attribute__((noinline, no_sanitize("address", "undefined")))
+#else
+#define VKDEMO_REAL_FAULT __attribute__((noinline, no_sanitize_address, no_sanitize_undefined))
+#endif
+
+[[noreturn]] VKDEMO_REAL_FAULT void crashNow()
 {
     std::fflush(nullptr);
     *g_nowhere = 42;
