@@ -139,8 +139,11 @@ VKApplication::State VKApplication::state() const
 
 void VKApplication::setFinished(bool finished)
 {
+    // Once the flag is set, a waiting thread may return and destroy the application, so a caller
+    // on another thread must not touch it afterwards: decide where we are first.
+    const bool onWaitingThread = d->waitThread.load() == QThread::currentThread();
     d->finished.store(finished);
-    if (!finished || d->waitThread.load() != QThread::currentThread() || !d->waitLoop)
+    if (!finished || !onWaitingThread || !d->waitLoop)
         return;
     // Let the events queued so far run, then stop waiting without the rest of the poll slice.
     QMetaObject::invokeMethod(d->waitLoop.data(), &QEventLoop::quit, Qt::QueuedConnection);
