@@ -35,22 +35,22 @@ namespace {
 
 enum { kPropFunction = 1 };
 
-void pointSetProperty(GObject *object, guint id, const GValue *value, GParamSpec *spec)
+void pointSetProperty(GObject *object, guint id, const GValue *value, GParamSpec *param)
 {
     auto *self = reinterpret_cast<VKPointFunctionOp *>(object);
     if (id == kPropFunction)
         self->function = g_value_get_pointer(value);
     else
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, param);
 }
 
-void pointGetProperty(GObject *object, guint id, GValue *value, GParamSpec *spec)
+void pointGetProperty(GObject *object, guint id, GValue *value, GParamSpec *param)
 {
     auto *self = reinterpret_cast<VKPointFunctionOp *>(object);
     if (id == kPropFunction)
         g_value_set_pointer(value, self->function);
     else
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, param);
 }
 
 void pointPrepare(GeglOperation *operation)
@@ -163,20 +163,20 @@ GeglColor *colorFromVariant(const QVariant &value)
 
 } // namespace
 
-bool vkGeglSetProperty(GeglNode *node, GParamSpec *spec, const QVariant &value)
+bool vkGeglSetProperty(GeglNode *node, GParamSpec *param, const QVariant &value)
 {
-    const GType type = spec->value_type;
+    const GType type = param->value_type;
     GValue gvalue = G_VALUE_INIT;
     double number = 0;
     if (type == G_TYPE_DOUBLE || type == G_TYPE_FLOAT) {
         if (!variantToDouble(value, &number) || std::isnan(number))
             return false;
         if (type == G_TYPE_DOUBLE) {
-            auto *s = G_PARAM_SPEC_DOUBLE(spec);
+            auto *s = G_PARAM_SPEC_DOUBLE(param);
             g_value_init(&gvalue, G_TYPE_DOUBLE);
             g_value_set_double(&gvalue, std::clamp(number, s->minimum, s->maximum));
         } else {
-            auto *s = G_PARAM_SPEC_FLOAT(spec);
+            auto *s = G_PARAM_SPEC_FLOAT(param);
             g_value_init(&gvalue, G_TYPE_FLOAT);
             g_value_set_float(&gvalue, std::clamp(float(number), s->minimum, s->maximum));
         }
@@ -184,12 +184,12 @@ bool vkGeglSetProperty(GeglNode *node, GParamSpec *spec, const QVariant &value)
         if (!variantToDouble(value, &number) || !std::isfinite(number))
             return false;
         if (type == G_TYPE_INT) {
-            auto *s = G_PARAM_SPEC_INT(spec);
+            auto *s = G_PARAM_SPEC_INT(param);
             g_value_init(&gvalue, G_TYPE_INT);
             g_value_set_int(&gvalue, int(std::clamp(std::llround(number), qint64(s->minimum),
                                                     qint64(s->maximum))));
         } else {
-            auto *s = G_PARAM_SPEC_UINT(spec);
+            auto *s = G_PARAM_SPEC_UINT(param);
             g_value_init(&gvalue, G_TYPE_UINT);
             g_value_set_uint(&gvalue, guint(std::clamp(std::llround(number), qint64(s->minimum),
                                                        qint64(s->maximum))));
@@ -204,7 +204,7 @@ bool vkGeglSetProperty(GeglNode *node, GParamSpec *spec, const QVariant &value)
         } else {
             return false;
         }
-    } else if (type == G_TYPE_STRING || G_IS_PARAM_SPEC_STRING(spec)) {
+    } else if (type == G_TYPE_STRING || G_IS_PARAM_SPEC_STRING(param)) {
         if (value.metaType().id() != QMetaType::QString)
             return false;
         g_value_init(&gvalue, G_TYPE_STRING);
@@ -236,7 +236,7 @@ bool vkGeglSetProperty(GeglNode *node, GParamSpec *spec, const QVariant &value)
     } else {
         return false;
     }
-    gegl_node_set_property(node, spec->name, &gvalue);
+    gegl_node_set_property(node, param->name, &gvalue);
     g_value_unset(&gvalue);
     return true;
 }
@@ -247,19 +247,19 @@ bool vkGeglSetProperties(GeglNode *node, const QString &operation, const QVarian
         return true;
     guint count = 0;
     const QByteArray name = operation.toUtf8();
-    GParamSpec **specs = gegl_operation_list_properties(name.constData(), &count);
+    GParamSpec **params = gegl_operation_list_properties(name.constData(), &count);
     bool allSet = true;
     for (auto it = properties.cbegin(); it != properties.cend(); ++it) {
-        GParamSpec *spec = nullptr;
+        GParamSpec *param = nullptr;
         const QByteArray key = it.key().toUtf8();
         for (guint i = 0; i < count; ++i) {
-            if (key == specs[i]->name)
-                spec = specs[i];
+            if (key == params[i]->name)
+                param = params[i];
         }
-        if (!spec || !vkGeglSetProperty(node, spec, it.value()))
+        if (!param || !vkGeglSetProperty(node, param, it.value()))
             allSet = false;
     }
-    g_free(specs);
+    g_free(params);
     return allSet;
 }
 

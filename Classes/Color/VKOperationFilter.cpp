@@ -58,16 +58,16 @@ std::shared_ptr<const OperationInfo> operationInfo(const QString &operation)
     info->hasAux = gegl_node_has_pad(node, "aux");
     g_object_unref(graph);
     guint count = 0;
-    GParamSpec **specs = gegl_operation_list_properties(name.constData(), &count);
+    GParamSpec **params = gegl_operation_list_properties(name.constData(), &count);
     for (guint i = 0; i < count; ++i) {
-        const QVariantMap attributes = vkGeglAttributesForSpec(specs[i]);
+        const QVariantMap attributes = vkGeglAttributesForParam(params[i]);
         if (attributes.isEmpty())
             continue;
-        const QString key = QString::fromUtf8(specs[i]->name);
+        const QString key = QString::fromUtf8(params[i]->name);
         info->keys.append(key);
         info->attributes.insert(key, attributes);
     }
-    g_free(specs);
+    g_free(params);
     std::lock_guard lock(cache.mutex);
     cache.infos.insert(operation, info);
     return info;
@@ -75,33 +75,33 @@ std::shared_ptr<const OperationInfo> operationInfo(const QString &operation)
 
 } // namespace
 
-QVariantMap vkGeglAttributesForSpec(GParamSpec *spec)
+QVariantMap vkGeglAttributesForParam(GParamSpec *param)
 {
     QVariantMap a;
-    const GType type = spec->value_type;
+    const GType type = param->value_type;
     GValue defaultValue = G_VALUE_INIT;
     g_value_init(&defaultValue, type);
-    g_param_value_set_default(spec, &defaultValue);
+    g_param_value_set_default(param, &defaultValue);
     if (type == G_TYPE_DOUBLE) {
-        auto *s = G_PARAM_SPEC_DOUBLE(spec);
+        auto *s = G_PARAM_SPEC_DOUBLE(param);
         a.insert(VKAttributeType, VKAttributeTypeDouble);
         a.insert(VKAttributeMin, s->minimum);
         a.insert(VKAttributeMax, s->maximum);
         a.insert(VKAttributeDefault, g_value_get_double(&defaultValue));
     } else if (type == G_TYPE_FLOAT) {
-        auto *s = G_PARAM_SPEC_FLOAT(spec);
+        auto *s = G_PARAM_SPEC_FLOAT(param);
         a.insert(VKAttributeType, VKAttributeTypeDouble);
         a.insert(VKAttributeMin, double(s->minimum));
         a.insert(VKAttributeMax, double(s->maximum));
         a.insert(VKAttributeDefault, double(g_value_get_float(&defaultValue)));
     } else if (type == G_TYPE_INT) {
-        auto *s = G_PARAM_SPEC_INT(spec);
+        auto *s = G_PARAM_SPEC_INT(param);
         a.insert(VKAttributeType, VKAttributeTypeInteger);
         a.insert(VKAttributeMin, s->minimum);
         a.insert(VKAttributeMax, s->maximum);
         a.insert(VKAttributeDefault, g_value_get_int(&defaultValue));
     } else if (type == G_TYPE_UINT) {
-        auto *s = G_PARAM_SPEC_UINT(spec);
+        auto *s = G_PARAM_SPEC_UINT(param);
         a.insert(VKAttributeType, VKAttributeTypeInteger);
         a.insert(VKAttributeMin, s->minimum);
         a.insert(VKAttributeMax, s->maximum);
@@ -109,7 +109,7 @@ QVariantMap vkGeglAttributesForSpec(GParamSpec *spec)
     } else if (type == G_TYPE_BOOLEAN) {
         a.insert(VKAttributeType, VKAttributeTypeBoolean);
         a.insert(VKAttributeDefault, bool(g_value_get_boolean(&defaultValue)));
-    } else if (type == G_TYPE_STRING || G_IS_PARAM_SPEC_STRING(spec)) {
+    } else if (type == G_TYPE_STRING || G_IS_PARAM_SPEC_STRING(param)) {
         a.insert(VKAttributeType, VKAttributeTypeString);
         if (const gchar *text = g_value_get_string(&defaultValue))
             a.insert(VKAttributeDefault, QString::fromUtf8(text));
@@ -137,7 +137,7 @@ QVariantMap vkGeglAttributesForSpec(GParamSpec *spec)
     g_value_unset(&defaultValue);
     if (a.isEmpty())
         return a;
-    if (const gchar *blurb = g_param_spec_get_blurb(spec))
+    if (const gchar *blurb = g_param_spec_get_blurb(param))
         a.insert(VKAttributeDescription, QString::fromUtf8(blurb));
     return a;
 }
