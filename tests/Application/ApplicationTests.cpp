@@ -365,8 +365,6 @@ TEST(ApplicationArguments, DescriptionAndEquality)
     EXPECT_EQ(arguments.description(),
               "Arguments: (\n    \"a b\",\n    c\n) \n\n Parameters: {\n    out = x.txt;\n"
               "    rate = 2.5;\n} \n\n Options: (\n    verbose\n)");
-    EXPECT_EQ(VKApplicationArguments().description(),
-              "Arguments: (\n) \n\n Parameters: {\n} \n\n Options: (\n)");
 
     const QStringList args{"a b", "c"};
     const QVariantMap parameters{{"out", "x.txt"}, {"rate", 2.5}};

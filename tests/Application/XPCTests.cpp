@@ -111,14 +111,6 @@ struct Conversion
     QVariant back;    // what it reads back as
 };
 
-QByteArray mebibyte()
-{
-    QByteArray data(1 << 20, '\0');
-    for (qsizetype i = 0; i < data.size(); ++i)
-        data[i] = char(i * 7 + i / 251);
-    return data;
-}
-
 const QList<Conversion> &conversions()
 {
     using L = std::numeric_limits<qint64>;
@@ -157,7 +149,6 @@ const QList<Conversion> &conversions()
         {"DateEpoch", at(0), "(x)", at(0)},
         {"EmptyData", QByteArray(""), "ay", QByteArray("")},
         {"DataWithNul", QByteArray("\0\xff\0", 3), "ay", QByteArray("\0\xff\0", 3)},
-        {"MebibyteData", mebibyte(), "ay", mebibyte()},
     };
     // clang-format on
     return table;
@@ -454,9 +445,9 @@ TEST_F(XPCRequestTest, BadRequestsGetErrorsAndTheServiceGoesOn)
         const QDBusMessage reply = rawSend(c.parameters);
         EXPECT_EQ(reply.errorName(), c.error);
         EXPECT_EQ(reply.errorMessage(), c.message);
-        const QDBusMessage next = rawSend(QVariant::fromValue(StringMap{{"path", m_single}}));
-        EXPECT_EQ(next.signature(), "a{sv}") << qPrintable(next.errorMessage());
     }
+    const QDBusMessage next = rawSend(QVariant::fromValue(StringMap{{"path", m_single}}));
+    EXPECT_EQ(next.signature(), "a{sv}") << qPrintable(next.errorMessage());
 
     // Through a request, a refusal is no answer, logged with the first message only.
     QStringList logged;
