@@ -176,12 +176,15 @@ TEST(Enum, TheBaseDefaultIsANewElementThatIsNeverFound)
     ASSERT_TRUE(first);
     EXPECT_TRUE(first->identifier().isNull());
     EXPECT_EQ(rates->selectedIndex(), VKNotFound);
-    Watch watch;
+    Watch watch(rates.get());
     rates->setSelectedIndex(7);
     EXPECT_NE(rates->selectedElement(), first) << "a new default object each time";
     EXPECT_EQ(watch.posts, 1);
-    rates->setSelectedIdentifier({}); // null is never equal to null: a walk that finds nothing
+    EXPECT_EQ(watch.line(), "1,1,1,1");
+    // Null is never equal to null: a walk that finds nothing, announced as such.
+    rates->setSelectedIdentifier({});
     EXPECT_EQ(watch.posts, 1);
+    EXPECT_EQ(watch.line(), "1,2,1,1");
     rates->setSelectedIdentifier("25");
     EXPECT_EQ(rates->selectedIndex(), 1);
     EXPECT_TRUE(VKEnum::enumm()->elements().isEmpty());
