@@ -1,16 +1,11 @@
-// A program run by the extension registry and enumeration tests as a separate process. It embeds
-// its own ":/Info.plist" with roles and links a framework that declares more.
-//   registry [plug-in...]       loads the plug-ins, then reports the shared registry as JSON
-//   enum <key> [identifier]     selects an identifier (if given) in an enumeration kept under
-//                               the key, and prints "<selected identifier> <defaults file>"
-//   write <file> <key> <value>  stores a value in a defaults file, as another program would
+// A program run by the extension registry tests as a separate process, since the registry is
+// read once per process. It embeds its own ":/Info.plist" with roles and links a framework that
+// declares more. Its arguments are plug-ins to load first; it reports the shared registry as JSON.
 #include "Application/VKExtensionRegistry.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKException.h"
-#include "Foundation/VKUserDefaults.h"
 
-#include "../EnumTestEnums.h"
 #include "RegistryTestService.h"
 
 #include <QCoreApplication>
@@ -93,32 +88,10 @@ int reportRegistry(const QStringList &plugIns)
     return 0;
 }
 
-int keepEnum(const QString &key, const QString &identifier)
-{
-    auto display = VKTestDisplayEnum::enumWithUserDefaultsKey(key);
-    if (!identifier.isNull())
-        display->setSelectedIdentifier(identifier);
-    print(display->selectedIdentifier() + u' ' +
-          VKUserDefaults::standardUserDefaults()->filePath());
-    return 0; // the defaults reach the disk at exit
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setOrganizationDomain("vessan.example");
-    const QStringList arguments = app.arguments().mid(1);
-    const QString mode = arguments.value(0);
-    if (mode == "registry")
-        return reportRegistry(arguments.mid(1)) + 0 * vkRegistryFrameworkMarker();
-    if (mode == "enum" && arguments.size() >= 2)
-        return keepEnum(arguments.at(1), arguments.value(2));
-    if (mode == "write" && arguments.size() == 4) {
-        VKUserDefaults defaults(arguments.at(1));
-        defaults.setObject(arguments.at(3), arguments.at(2));
-        return defaults.synchronize() ? 0 : 4;
-    }
-    return 2;
+    return reportRegistry(app.arguments().mid(1)) + 0 * vkRegistryFrameworkMarker();
 }

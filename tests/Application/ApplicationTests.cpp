@@ -1,0 +1,578 @@
+// The command-line frame: parsing, configuration lists and files, usage text, the parse result and
+// VKPrint; tools run on the frame in process, through the entry function, and one real tool run
+// as a separate process.
+#include "Application/VKApplication.h"
+#include "Application/VKPrint.h"
+#include "Foundation/VKException.h"
+
+#include "VKTestSupport.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using Options = VKApplicationOptionConfigurationList;
+using P = VKApplicationParameterConfiguration;
+
+// Subclasses: configurations parse by kind but are listed elsewhere than in the usage text;
+// arguments two levels down still compare equal to the base class's.
+class OtherOption : public VKApplicationOptionConfiguration
+{
+public:
+    using VKApplicationOptionConfiguration::VKApplicationOptionConfiguration;
+};
+class OtherParameter : public P
+{
+public:
+    using P::P;
+};
+class TaggedArguments : public VKApplicationArguments
+{
+public:
+    using VKApplicationArguments::VKApplicationArguments;
+};
+class MoreTaggedArguments : public TaggedArguments
+{
+public:
+    using TaggedArguments::TaggedArguments;
+};
+
+std::shared_ptr<VKApplicationConfiguration> configurationWith(const Options &options)
+{
+    return std::make_shared<VKApplicationConfiguration>("usage: tool", "bye", options);
+}
+
+// -v/--verbose, -o/--out <string>, -c/--count <int>, -r/--rate <float>.
+std::shared_ptr<VKApplicationConfiguration> toolConfiguration()
+{
+    Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+        {"verbose", "v", "Talk more."});
+    options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+        {"out", "o", "Output file.", "string", "file", //
+         "count", "c", "How many.", "int", "n",        //
+         "rate", "r", "Frames per second.", "float", "fps"});
+    return configurationWith(options);
+}
+
+std::shared_ptr<VKApplicationArguments>
+parse(const QStringList &tokens,
+      const std::shared_ptr<VKApplicationConfiguration> &configuration = toolConfiguration())
+{
+    return VKApplication::parseRawArguments(tokens, configuration);
+}
+
+// "long|short|usage", with "|type|name" for parameters and "|null-long" for a null identifier.
+QStringList describe(const Options &list)
+{
+    QStringList result;
+    for (const auto &c : list) {
+        QString text =
+            c->longIdentifier() + u'|' + c->shortIdentifier() + u'|' + c->usageDescription();
+        if (const auto *p = dynamic_cast<const VKApplicationParameterConfiguration *>(c.get()))
+            text += QStringLiteral("|%1|%2").arg(p->parameterType()).arg(p->parameterName());
+        if (c->longIdentifier().isNull())
+            text += QStringLiteral("|null-long");
+        result.append(text);
+    }
+    return result;
+}
+
+using Run = std::function<void(VKApplication &, const std::shared_ptr<VKApplicationArguments> &)>;
+
+class FunctionDelegate : public VKApplicationDelegate
+{
+public:
+    explicit FunctionDelegate(Run run) : m_run(std::move(run)) {}
+    void application(VKApplication &application,
+                     const std::shared_ptr<VKApplicationArguments> &arguments) override
+    {
+        m_run(application, arguments);
+    }
+
+private:
+    Run m_run;
+};
+
+VKApplicationDelegateClass delegateClassRunning(Run run)
+{
+    return VKApplicationDelegateClass(
+        "FunctionDelegate", [run] { return std::make_shared<FunctionDelegate>(run); },
+        toolConfiguration);
+}
+
+// A delegate type written the way tools write theirs.
+class ImmediateDelegate : public VKApplicationDelegate
+{
+public:
+    static std::shared_ptr<VKApplicationConfiguration> applicationConfiguration()
+    {
+        return toolConfiguration();
+    }
+    void application(VKApplication &application,
+                     const std::shared_ptr<VKApplicationArguments> &arguments) override
+    {
+        received = arguments;
+        application.setExitCode(arguments->parameters().value("count").toLongLong() << 32 |
+                                arguments->arguments().size());
+        application.setFinished(true);
+    }
+    static inline std::shared_ptr<VKApplicationArguments> received;
+};
+
+} // namespace
+
+TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
+{
+    const QString name = QString::fromUtf8("Grüße – 日本語 😀");
+    // clang-format off
+    const struct
+    {
+        const char *name;
+        QStringList tokens, arguments, options;
+        QVariantMap parameters;
+    } cases[] = {
+        {"one of each", {"-v", "--out", "x.txt", "file"}, {"file"}, {"verbose"}, {{"out", "x.txt"}}},
+        {"unknown tokens keep their dashes and place", {"a", "-unknown", "--unknown", "-", "--", "--verbose", "-ab"},
+         {"a", "-unknown", "--unknown", "-", "--", "-ab"}, {"verbose"}, {}},
+        {"options repeat, parameters keep the last value", {"-v", "--out", "first", "--verbose", "-o", "second"},
+         {}, {"verbose", "verbose"}, {{"out", "second"}}},
+        {"no grouping, no =value, case-sensitive", {"-vo", "--out=x", "-V", "--Verbose"}, {"-vo", "--out=x", "-V", "--Verbose"}, {}, {}},
+        {"a value is never an option", {"--out", "--verbose", "-o", "-v", "tail"}, {"tail"}, {}, {{"out", "-v"}}},
+        {"a parameter as the last token is dropped", {"file", "-v", "--out"}, {"file"}, {"verbose"}, {}},
+        {"empty tokens and values", {"", "--out", "", ""}, {"", ""}, {}, {{"out", ""}}},
+        {"non-ASCII tokens pass through", {name, "--out", name, "-ü", "—v"}, {name, "-ü", "—v"}, {}, {{"out", name}}},
+        {"nothing", {}, {}, {}, {}},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto result = parse(c.tokens);
+        EXPECT_EQ(result->arguments(), c.arguments);
+        EXPECT_EQ(result->options(), c.options);
+        EXPECT_EQ(result->parameters(), c.parameters);
+    }
+    // Without a configuration every token is an argument.
+    EXPECT_EQ(parse({"-v", "3"}, nullptr)->arguments(), (QStringList{"-v", "3"}));
+}
+
+TEST(ApplicationParsing, NumericParametersReadTheLeadingNumber)
+{
+    // clang-format off
+    const struct { const char *text; qint32 integer; float real; } cases[] = {
+        {"-5", -5, -5.0f}, {"12abc", 12, 12.0f}, {"", 0, 0.0f}, {"+8", 8, 8.0f}, {"1e3", 1, 1000.0f},
+        {"-7.25x", -7, -7.25f}, {"  \t19", 19, 19.0f}, {".5", 0, 0.5f}, {"0x1A", 0, 0.0f}, {"1,5", 1, 1.0f},
+        {"2147483647", 2147483647, 2147483647.0f}, {"2147483648", 2147483647, 2147483648.0f},
+        {"-2147483648", std::numeric_limits<qint32>::min(), -2147483648.0f},
+        {"-99999999999999999999", std::numeric_limits<qint32>::min(), -1e20f},
+        {"1e39", 1, std::numeric_limits<float>::infinity()},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        const QVariantMap parameters = parse({"-c", c.text, "--rate", c.text})->parameters();
+        EXPECT_EQ(parameters.value("count").metaType().id(), QMetaType::Int);
+        EXPECT_EQ(parameters.value("rate").metaType().id(), QMetaType::Float);
+        EXPECT_EQ(parameters.value("count").toInt(), c.integer);
+        EXPECT_FLOAT_EQ(parameters.value("rate").toFloat(), c.real);
+    }
+    // Any other type keeps the text; derived classes parse by kind.
+    const Options options{P::parameterConfigurationWithLongIdentifier(
+                              "level", "l", "", VKApplicationParameterType(7), "n"),
+                          std::make_shared<OtherParameter>("tagged", "t", "",
+                                                           VKApplicationParameterTypeInteger, "n")};
+    EXPECT_EQ(parse({"-l", "12abc", "-t", "3"}, configurationWith(options))->parameters(),
+              (QVariantMap{{"level", "12abc"}, {"tagged", 3}}));
+}
+
+TEST(ApplicationParsing, LookupIsExactAndFirstMatchWins)
+{
+    const auto first =
+        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "a", "1");
+    const auto second =
+        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "b", "2");
+    const auto nullIdentifiers = std::make_shared<VKApplicationOptionConfiguration>();
+    const Options list{nullptr, nullIdentifiers, first, second};
+    EXPECT_EQ(VKApplication::configurationWithLongIdentifier("all", list), first);
+    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("b", list), second);
+    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("B", list), nullptr);
+    EXPECT_EQ(VKApplication::configurationWithLongIdentifier("al", list), nullptr);
+    // A null identifier matches nothing: not an empty token, not a null one.
+    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("", list), nullptr);
+    EXPECT_EQ(VKApplication::configurationWithLongIdentifier(QString(), list), nullptr);
+    EXPECT_EQ(parse({"-", "--"}, configurationWith(list))->arguments(), (QStringList{"-", "--"}));
+
+    // An empty identifier is a real one: it catches the lone dashes, but a null token does not
+    // match it.
+    const Options empties{
+        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("", "", "stdin")};
+    EXPECT_EQ(VKApplication::configurationWithShortIdentifier(QString(), empties), nullptr);
+    const auto result = parse({"-", "--", "---"}, configurationWith(empties));
+    EXPECT_EQ(result->options(), (QStringList{"", ""}));
+    EXPECT_EQ(result->arguments(), QStringList{"---"});
+}
+
+TEST(ApplicationParsing, ConfigurationWithoutLongIdentifier)
+{
+    const Options options{std::make_shared<VKApplicationOptionConfiguration>(QString(), "q", ""),
+                          P::parameterConfigurationWithLongIdentifier(
+                              QString(), "p", "", VKApplicationParameterTypeString, "")};
+    const QString noLong = "NSInvalidArgumentException|the option configuration matching \"%1\" "
+                           "has no long identifier";
+    // As the last token a parameter is dropped before its identifiers are looked at.
+    const std::pair<QStringList, QString> cases[] = {{{"x", "-p"}, "no exception"},
+                                                     {{"-p", "v"}, noLong.arg("-p")},
+                                                     {{"x", "-q"}, noLong.arg("-q")}};
+    for (const auto &[tokens, raised] : cases) {
+        EXPECT_EQ(vkRaisedBy([&] {
+                      EXPECT_EQ(parse(tokens, configurationWith(options))->arguments(),
+                                QStringList{"x"});
+                  }),
+                  raised);
+    }
+}
+
+TEST(ApplicationUsage, ListsExactClassesOnlyInOrder)
+{
+    Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+        {"verbose", "v", "Talk more."});
+    options.append(std::make_shared<OtherOption>("hidden", "H", "Not listed."));
+    options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+        {"rate", "r", QString::fromUtf8("Bildrate – 25."), "float", "fps"});
+    options.append(std::make_shared<OtherParameter>("tag", "t", "Not listed.",
+                                                    VKApplicationParameterTypeString, "x"));
+    options.append(nullptr);
+    options.append(std::make_shared<VKApplicationOptionConfiguration>());
+    const auto configuration = std::make_shared<VKApplicationConfiguration>(
+        QString::fromUtf8("usage: tool file…"), "See the manual.", options);
+    EXPECT_EQ(VKApplication::usageText(configuration).toUtf8(),
+              QByteArray("usage: tool file\xe2\x80\xa6\n\n"
+                         "OPTIONS\n"
+                         "\t-v, --verbose\n\t\tTalk more.\n\n"
+                         "\t-r, --rate <fps>\n\t\tBildrate \xe2\x80\x93 25.\n\n"
+                         "\t-, --\n\t\t\n\n"
+                         "\nSee the manual.\n"));
+
+    // No header for an empty list, even with null texts; a header for only hidden classes.
+    using C = VKApplicationConfiguration;
+    // clang-format off
+    const std::pair<std::shared_ptr<C>, QString> cases[] = {
+        {std::make_shared<C>("usage: x", "end", Options{}), "usage: x\n\n\nend\n"},
+        {std::make_shared<C>(), "\n\n\n\n"}, {nullptr, "\n\n\n\n"},
+        {std::make_shared<C>("", "",
+         Options{std::make_shared<OtherOption>("a", "b", "c")}),
+         "\n\nOPTIONS\n\n\n"},
+    };
+    // clang-format on
+    for (const auto &[configuration, text] : cases)
+        EXPECT_EQ(VKApplication::usageText(configuration), text);
+
+    // Before a run there is no delegate class, so nothing is printed.
+    testing::internal::CaptureStdout();
+    VKApplication().printUsage();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST(ApplicationConfigurationLists, GroupsUpToTheFirstNullMustBeComplete)
+{
+    EXPECT_EQ(describe(VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+                  {"one", "1", "first", "two", "2", "second", QString(), "ignored"})),
+              (QStringList{"one|1|first", "two|2|second"}));
+    EXPECT_EQ(
+        describe(VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage({"", "", ""})),
+        QStringList{"||"});
+    // Only "int" and "float" name numeric types.
+    EXPECT_EQ(describe(VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                  {"a", "a", "", "int", "", "b", "b", "", "float",  "",
+                   "c", "c", "", "Int", "", "d", "d", "", "double", "n"})),
+              (QStringList{"a|a||1|", "b|b||2|", "c|c||0|", "d|d||0|n"}));
+
+    using A = VKApplication;
+    const QString three =
+        "NSInvalidArgumentException|number of variable arguments must be a multiple of 3";
+    const QString five = QString(three).replace(u'3', u'5');
+    // clang-format off
+    const std::pair<std::function<void()>, QString> cases[] = {
+        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"}); }, three},
+        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", QString(), "c"}); }, three},
+        {[] { A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({"a", "b", "c", "int", "n", "x", "y", "z", "float"}); }, five},
+        {[] { A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({"a", "b", "c"}); }, five},
+        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({}); }, "no exception"},
+    };
+    // clang-format on
+    for (const auto &[call, raised] : cases)
+        EXPECT_EQ(vkRaisedBy(call), raised);
+}
+
+TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
+{
+    // Parameters come first whatever the order in the file; entries that are not dictionaries,
+    // unknown keys and values that are not strings (as identifiers) are left out.
+    const char *xml = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
+<key>options</key><array>
+  <dict><key>longIdentifier</key><string>verbose</string><key>shortIdentifier</key><string>v</string>
+    <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
+  <string>not a dictionary</string>
+  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>q</string></dict>
+</array>
+<key>parameters</key><array>
+  <dict><key>longIdentifier</key><string>count</string><key>shortIdentifier</key><string>c</string>
+    <key>usageDescription</key><string>How many.</string><key>parameterType</key><integer>1</integer>
+    <key>parameterName</key><string>n</string></dict>
+  <array><string>nested</string></array>
+  <dict><key>longIdentifier</key><string>rate</string><key>parameterType</key><string>2</string></dict>
+  <dict><key>longIdentifier</key><string>name</string><key>parameterType</key><string>float</string></dict>
+  <dict><key>longIdentifier</key><string>scale</string><key>parameterType</key><real>2.9</real></dict>
+  <dict><key>longIdentifier</key><string>yes</string><key>parameterType</key><true/></dict>
+  <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
+</array><key>unknown</key><true/></dict></plist>)";
+    VKTempDir dir;
+    const Options options =
+        VKApplication::applicationConfigurationFromFileAtPath(dir.writeFile("tool.plist", xml));
+    EXPECT_EQ(
+        describe(options),
+        (QStringList{"count|c|How many.|1|n", "rate|||2|", "name|||0|", "scale|||2|", "yes|||1|",
+                     "no|||0|", QString::fromUtf8("verbose|v|Mehr – bitte."), "|q||null-long"}));
+    ASSERT_EQ(options.size(), 8);
+    EXPECT_EQ(typeid(*options[6]), typeid(VKApplicationOptionConfiguration));
+    EXPECT_TRUE(options[1]->shortIdentifier().isNull());
+
+    // Files that are no dictionary of lists, and paths without a file, give nothing.
+    const QByteArray header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
+    // clang-format off
+    const QString paths[] = {
+        dir.writeFile("garbage", "this is not a property list at all"),
+        dir.writeFile("array-root", header + "<array><dict><key>longIdentifier</key><string>a</string></dict></array></plist>"),
+        dir.writeFile("wrong-types", header + "<dict><key>options</key><string>a</string><key>parameters</key><dict/></dict></plist>"),
+        dir.filePath("missing"), dir.path(), QString(),
+    };
+    // clang-format on
+    for (const QString &path : paths)
+        EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(path).isEmpty()) << path;
+}
+
+TEST(ApplicationArguments, DescriptionAndEquality)
+{
+    const VKApplicationArguments arguments({"a b", "c"}, {{"rate", 2.5f}, {"out", "x.txt"}},
+                                           {"verbose"});
+    EXPECT_EQ(arguments.description(),
+              "Arguments: (\n    \"a b\",\n    c\n) \n\n Parameters: {\n    out = x.txt;\n"
+              "    rate = 2.5;\n} \n\n Options: (\n    verbose\n)");
+
+    const QStringList args{"a b", "c"};
+    const QVariantMap parameters{{"out", "x.txt"}, {"rate", 2.5}};
+    const VKApplicationArguments same(args, parameters, {"verbose"});
+    EXPECT_TRUE(arguments.isEqual(&same)); // numbers compare by value, not by type
+    EXPECT_TRUE(arguments.isEqual(&arguments));
+    EXPECT_FALSE(arguments.isEqual(nullptr));
+    const VKApplicationArguments different[] = {{{"c", "a b"}, parameters, {"verbose"}},
+                                                {args, parameters, {}},
+                                                {args, {{"out", "x.txt"}}, {"verbose"}}};
+    for (const VKApplicationArguments &other : different)
+        EXPECT_FALSE(arguments.isEqual(&other)) << other.description().toStdString();
+
+    // The other object may be of the receiver's class or of any class below it, at any depth.
+    const TaggedArguments tagged(args, parameters, {"verbose"});
+    const MoreTaggedArguments moreTagged(args, parameters, {"verbose"});
+    const struct
+    {
+        const VKApplicationArguments *receiver, *other;
+        bool equal;
+    } kinds[] = {{&arguments, &tagged, true},   {&arguments, &moreTagged, true},
+                 {&tagged, &moreTagged, true},  {&tagged, &arguments, false},
+                 {&moreTagged, &tagged, false}, {&moreTagged, &arguments, false}};
+    for (const auto &k : kinds)
+        EXPECT_EQ(k.receiver->isEqual(k.other), k.equal)
+            << typeid(*k.receiver).name() << " " << typeid(*k.other).name();
+}
+
+TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
+{
+    testing::internal::CaptureStdout();
+    VKPrint(QString());
+    VKPrint(QStringLiteral("%@"), QStringLiteral("100%%"));
+    VKPrint(QStringLiteral("100%% of %d"), 3);            // the format's own escape is one sign
+    VKPrint(QStringLiteral("%@"), QStringLiteral("%%%")); // pairs are counted left to right
+    VKPrint(QStringLiteral("%@ – %s"), QString::fromUtf8("Grüße 😀"), "ü");
+    VKPrint(QStringLiteral(""));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              std::string("nil\n100%%%%\n100% of 3\n%%%%%\n"
+                          "Gr\xc3\xbc\xc3\x9f"
+                          "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n\n"));
+}
+
+TEST(ApplicationRun, WaitsForATimerToFinishTheRun)
+{
+    VKApplication application;
+    VKApplication::State stateInDelegate = VKApplication::State::Created;
+    VKApplication::State stateInTimer = VKApplication::State::Created;
+    QStringList order;
+    const qint64 code = (qint64(1) << 40) + 9;
+    const qint64 result = application.runWithDelegateClass(
+        delegateClassRunning([&](VKApplication &app, const auto &arguments) {
+            stateInDelegate = app.state();
+            order << "delegate" << arguments->arguments() << arguments->options();
+            QTimer::singleShot(30, [&] {
+                order << "timer";
+                stateInTimer = app.state();
+                app.setExitCode(code);
+                app.setFinished(true);
+            });
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
+        }),
+        {"in.mov", "-v"});
+    EXPECT_EQ(result, code);
+    EXPECT_EQ(order, (QStringList{"delegate", "in.mov", "verbose", "queued", "timer"}));
+    EXPECT_EQ(stateInDelegate, VKApplication::State::DelegateRunning);
+    EXPECT_EQ(stateInTimer, VKApplication::State::Waiting);
+    EXPECT_EQ(application.state(), VKApplication::State::Finished);
+    EXPECT_NE(application.delegate(), nullptr);
+}
+
+TEST(ApplicationRun, FinishingInsideTheDelegateNeverWaits)
+{
+    bool queuedRan = false;
+    const qint64 result = VKApplication().runWithDelegateClass(
+        delegateClassRunning([&](VKApplication &app, const auto &) {
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(), [&] { queuedRan = true; }, Qt::QueuedConnection);
+            app.setExitCode(-3);
+            app.setFinished(true);
+        }),
+        {});
+    EXPECT_EQ(result, -3);
+    EXPECT_FALSE(queuedRan); // the event loop was never turned
+    EXPECT_TRUE(vkWaitUntil([&] { return queuedRan; }));
+}
+
+TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
+{
+    // Finished through a call queued to the main thread, or set directly on the worker, where
+    // the periodic test of the flag notices it.
+    for (const bool queued : {true, false}) {
+        SCOPED_TRACE(queued ? "queued" : "direct");
+        std::thread worker;
+        const auto finish = [](VKApplication &app) {
+            app.setExitCode(11);
+            app.setFinished(true);
+        };
+        const qint64 result = VKApplication().runWithDelegateClass(
+            delegateClassRunning([&](VKApplication &app, const auto &) {
+                worker = std::thread([&app, queued, finish] {
+                    if (queued)
+                        QMetaObject::invokeMethod(
+                            QCoreApplication::instance(), [&app, finish] { finish(app); },
+                            Qt::QueuedConnection);
+                    else
+                        finish(app);
+                });
+            }),
+            {});
+        worker.join();
+        EXPECT_EQ(result, 11);
+    }
+}
+
+TEST(ApplicationRun, RunsThatEndWithoutFinishingLeaveADefinedState)
+{
+    using State = VKApplication::State;
+    const VKApplicationDelegateClass nothing(
+        "Nothing", [] { return std::shared_ptr<VKApplicationDelegate>(); }, nullptr);
+    const auto throwing = [](std::function<void()> raise) {
+        return delegateClassRunning([raise](VKApplication &app, const auto &) {
+            app.setExitCode(7);
+            raise();
+        });
+    };
+    // What the application holds afterwards, and what the entry function logs.
+    // clang-format off
+    const struct
+    {
+        const char *name;
+        VKApplicationDelegateClass delegateClass;
+        State state;
+        bool finished, hasDelegate;
+        qint64 exitCode;
+        QString logged;
+    } cases[] = {
+        {"no delegate", nothing, State::Created, false, false, 0,
+         "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
+        {"the library's exception", throwing([] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); }),
+         State::Finished, true, true, 1, "NSInvalidArgumentException stopped the run: bad input 4"},
+        {"a standard exception", throwing([] { throw std::runtime_error("disk full"); }),
+         State::Finished, true, true, 1, "an exception stopped the run: disk full"},
+        {"an exception of another type", throwing([] { throw 42; }),
+         State::Finished, true, true, 1, "an exception of unknown type stopped the run"},
+    };
+    // clang-format on
+    QByteArray program("tool");
+    char *argv[] = {program.data(), nullptr};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        VKApplication application;
+        EXPECT_ANY_THROW(application.runWithDelegateClass(c.delegateClass, {}));
+        EXPECT_EQ(application.state(), c.state);
+        EXPECT_EQ(application.isFinished(), c.finished);
+        EXPECT_EQ(application.delegate() != nullptr, c.hasDelegate);
+        EXPECT_EQ(application.exitCode(), c.exitCode);
+        // The entry function reports each and answers 1.
+        VKLogCapture log;
+        EXPECT_EQ(VKRunApplicationWithDelegateClass(c.delegateClass, 1, argv), 1);
+        EXPECT_EQ(log.messages(), QStringList{c.logged});
+        ASSERT_EQ(log.entries().size(), 1);
+        EXPECT_EQ(log.entries()[0].prettyFunctionOutput, "VKRunApplicationWithDelegateClass");
+    }
+}
+
+TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
+{
+    QByteArray program("tool"), first("--count"), value("7"),
+        name("Gr\xc3\xbc\xc3\x9f"
+             "e"),
+        empty(""), invalid("a\xff");
+    char *argv[] = {program.data(), first.data(),   value.data(), name.data(),
+                    empty.data(),   invalid.data(), nullptr};
+    // (7 << 32) | 3 arguments: only the low 32 bits survive.
+    EXPECT_EQ(VKRunApplicationWithDelegateClass<ImmediateDelegate>(6, argv), 3);
+    ASSERT_NE(ImmediateDelegate::received, nullptr);
+    EXPECT_EQ(ImmediateDelegate::received->arguments(),
+              (QStringList{QString::fromUtf8("Grüße"), "", QStringLiteral("a\uFFFD")}));
+    EXPECT_EQ(VKRunApplicationWithDelegateClass<ImmediateDelegate>(1, argv), 0);
+    EXPECT_TRUE(
+        ImmediateDelegate::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
+    EXPECT_EQ(VKApplicationDelegateClass::of<ImmediateDelegate>().className(),
+              "(anonymous namespace)::ImmediateDelegate");
+}
+
+TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
+{
+    QProcess process;
+    process.start(vkTestBinaryPath("vkapp_probe"),
+                  {QString::fromUtf8("Grüße 😀"), "--delay", "0.25", "-x", "7", "50%%", "--help"});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 7);
+    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()),
+              QString::fromUtf8("notification VKApplicationWillFinishLaunchingNotification\n"
+                                "argument [Grüße 😀]\n"
+                                "argument [50%%%%]\n"
+                                "parameter delay [0.25]\n"
+                                "parameter exit [7]\n"
+                                "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
+                                "\t-x, --exit <code>\n\t\tExit code.\n\n"
+                                "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
+                                "\n(100% honest)\n"
+                                "returning while delegate running\n"
+                                "notification VKApplicationDidFinishLaunchingNotification\n"
+                                "finishing while waiting\n"
+                                "notification VKApplicationWillTerminateNotification\n"));
+    EXPECT_EQ(process.readAllStandardError(), QByteArray());
+}
