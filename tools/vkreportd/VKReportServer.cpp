@@ -169,6 +169,18 @@ void VKReportServer::watch(QTcpSocket *socket)
                            .arg(m_limits.maxBodyBytes + kHeaderAllowance));
 }
 
+void VKReportServer::answerOutsideParser(QTcpSocket *socket, const QByteArray &status,
+                                         const QString &text)
+{
+    log(peerOf(socket), QStringLiteral("%1 %2 %3")
+                            .arg(QString::fromLatin1(status.left(3)),
+                                 socket->property(kTargetProperty).toString(), text));
+    const QByteArray body = text.toUtf8() + '\n';
+    socket->write("HTTP/1.1 " + status +
+                  "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
+                  QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+}
+
 void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
 {
     // The HTTP parser sees nothing more of this connection.
@@ -177,17 +189,7 @@ void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
     if (socket->isTransactionStarted())
         socket->commitTransaction();
     socket->setProperty(kDrainedProperty, socket->readAll().size());
-    log(peerOf(socket),
-        QStringLiteral("413 %1 %2").arg(socket->property(kTargetProperty).toString(), reason));
-
-    const QByteArray text = reason.toUtf8() + '\n';
-    socket->write("HTTP/1.1 413 Payload Too Large\r\n"
-                  "Content-Type: text/plain; charset=utf-8\r\n"
-                  "Content-Length: " +
-                  QByteArray::number(text.size()) +
-                  "\r\n"
-                  "Connection: close\r\n\r\n" +
-                  text);
+    answerOutsideParser(socket, "413 Payload Too Large", reason);
     // Shut the sending side once the answer is out; the client closes when it has read it.
     QObject::connect(socket, &QTcpSocket::bytesWritten, socket, [socket] {
         if (socket->bytesToWrite() == 0)
@@ -206,15 +208,9 @@ void VKReportServer::closeIdle(QTcpSocket *socket)
     }
     const QString seconds = QString::number(double(m_idleTimeout.count()) / 1000.0);
     if (socket->property(kReceivedProperty).toLongLong() > 0) {
-        const QString text =
-            QStringLiteral("request unfinished after %1 s of silence").arg(seconds);
-        log(peerOf(socket),
-            QStringLiteral("408 %1 %2").arg(socket->property(kTargetProperty).toString(), text));
-        const QByteArray body = text.toUtf8() + '\n';
-        socket->write("HTTP/1.1 408 Request Timeout\r\n"
-                      "Content-Type: text/plain; charset=utf-8\r\n"
-                      "Content-Length: " +
-                      QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+        answerOutsideParser(
+            socket, "408 Request Timeout",
+            QStringLiteral("request unfinished after %1 s of silence").arg(seconds));
         socket->disconnectFromHost();
         return;
     }

@@ -53,6 +53,9 @@ private:
     void watch(QTcpSocket *socket);
     void refuse(QTcpSocket *socket, const QString &reason);
     void closeIdle(QTcpSocket *socket);
+    // Logs and writes a last plain-text answer ("413 Payload Too Large" and `text`) on a
+    // connection that the HTTP parser will not finish.
+    void answerOutsideParser(QTcpSocket *socket, const QByteArray &status, const QString &text);
     void log(const QString &peer, const QString &what);
 
     QString m_folder;
