@@ -138,11 +138,6 @@ public:
 
 const QByteArray B = "0xKh3mLbOuNdArY";
 
-QUrl fileField(const QString &path)
-{
-    return QUrl::fromLocalFile(path);
-}
-
 } // namespace
 
 TEST(VKReporterBody, PartsByteForByte)
@@ -166,13 +161,13 @@ TEST(VKReporterBody, PartsByteForByte)
          "--" + B + "\r\nContent-Disposition: form-data; name=\"desc\"\r\n\r\na/b \xc3\xa9\r\n--" +
              B + "--\r\n"},
         {"file attachment: name only, exact bytes",
-         {{"log", fileField(attachment)}},
+         {{"log", QUrl::fromLocalFile(attachment)}},
          "--" + B +
              "\r\nContent-Disposition: form-data; name=\"log\"; filename=\"a.crash\"\r\n"
              "Content-Type: application/octet-stream\r\n\r\n" +
              QByteArray("crash\0\r\nbytes", 13) + "\r\n--" + B + "--\r\n"},
         {"unreadable file keeps its headers",
-         {{"log", fileField(unreadable)}},
+         {{"log", QUrl::fromLocalFile(unreadable)}},
          "--" + B +
              "\r\nContent-Disposition: form-data; name=\"log\"; filename=\"missing.log\"\r\n"
              "Content-Type: application/octet-stream\r\n\r\n\r\n--" +
@@ -194,7 +189,7 @@ TEST(VKReporterUpload, BodyArrivesAndAnyHTTPStatusEndsInCompletion)
 {
     VKTempDir dir;
     const QVariantMap fields{{"name", QString("D:\\x")},
-                             {"file", fileField(dir.writeFile("x.hang", "hang report"))}};
+                             {"file", QUrl::fromLocalFile(dir.writeFile("x.hang", "hang report"))}};
     struct Case
     {
         int status;
@@ -239,14 +234,11 @@ TEST(VKReporterUpload, TransportFailuresEndInFailure)
     EXPECT_FALSE(refused.error.localizedDescription().isEmpty());
 
     VKTempDir dir;
-    QFile big(dir.filePath("big.bin"));
-    ASSERT_TRUE(big.open(QIODevice::WriteOnly));
-    big.write(QByteArray(4 << 20, 'x'));
-    big.close();
+    const QString big = dir.writeFile("big.bin", QByteArray(4 << 20, 'x'));
     TestHTTPServer server;
     server.closeAfterBytes = 1 << 20;
     RecordingReporter closed;
-    closed.sendHTTPData({{"f", fileField(big.fileName())}}, server.address());
+    closed.sendHTTPData({{"f", QUrl::fromLocalFile(big)}}, server.address());
     ASSERT_TRUE(vkWaitUntil([&] { return closed.ended; }, 20000));
     EXPECT_EQ(closed.events.last(), "fail");
     EXPECT_EQ(server.requests, 0);
@@ -269,15 +261,8 @@ TEST(VKReporterUpload, InvalidAddressSendsNothing)
 TEST(VKReporterUpload, ProgressAddsUpToTheBodySize)
 {
     VKTempDir dir;
-    QFile big(dir.filePath("big.bin"));
-    ASSERT_TRUE(big.open(QIODevice::WriteOnly));
-    QByteArray chunk(1 << 20, '\0');
-    for (int i = 0; i < 20; ++i) {
-        chunk.fill(char('a' + i));
-        big.write(chunk);
-    }
-    big.close();
-    const QVariantMap fields{{"log", fileField(big.fileName())}};
+    const QString big = dir.writeFile("big.bin", QByteArray(20 << 20, 'x'));
+    const QVariantMap fields{{"log", QUrl::fromLocalFile(big)}};
     TestHTTPServer server;
     RecordingReporter reporter;
     reporter.sendHTTPData(fields, server.address());

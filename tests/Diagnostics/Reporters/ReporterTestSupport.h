@@ -53,12 +53,6 @@ inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
     return entries;
 }
 
-inline QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 // A port on 127.0.0.1 that nobody listens on: connections to it are refused at once.
 inline quint16 refusedPort()
 {

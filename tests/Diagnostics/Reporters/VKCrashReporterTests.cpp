@@ -467,8 +467,8 @@ TEST_F(CrashSendTest, SubclassNamesAndExtraFields)
     EXPECT_EQ(suite->runLogReaders().size(), 2);
     EXPECT_EQ(suite->unsentCrashReportFilePaths(), QStringList({newReport, helperReport}))
         << "reader order, then each reader's own";
-    suite->setReporterName("typed name");
     suite->showReportWindow(nullptr);
+    suite->setReporterName("typed name"); // showing the window restores the saved name
     const auto form = send(suite);
     ASSERT_TRUE(form);
     EXPECT_EQ(form->fields.value("NAME"), "from the host") << "the subclass's fields win";
