@@ -178,14 +178,10 @@ TEST_F(BugReporterTest, MailTextAndLink)
     reporter.showReportInMail(reporter.openInMailClientButton());
     EXPECT_FALSE(reporter.reportWindow()->isVisible());
     ASSERT_EQ(catcher.urls.size(), 1);
-    QString body = expected;
-    body = body.left(100) + body.mid(100).replace('&', '+');
-    const QString link = "mailto:help@example.com?subject=ReporterHost Bug Report&body=" + body;
-    EXPECT_EQ(QString::fromLatin1(catcher.urls[0].toEncoded()),
-              QString::fromLatin1(link.toUtf8().toPercentEncoding("!#$&'()*+,/:;=?@")));
-    EXPECT_TRUE(
-        QUrl::fromPercentEncoding(catcher.urls[0].toEncoded()).contains("Reporter:\tAda + Co"))
-        << "past character 100 every & became +";
+    // Every "&" of this text stands past character 100; the escaping is VKReporter's.
+    EXPECT_EQ(QUrl::fromPercentEncoding(catcher.urls[0].toEncoded()),
+              "mailto:help@example.com?subject=ReporterHost Bug Report&body=" +
+                  QString(expected).replace('&', '+'));
     QDesktopServices::unsetUrlHandler("mailto");
     VKBugReporter::setSupportAddress(QString());
 }
