@@ -1,13 +1,12 @@
 #include "Diagnostics/VKBugReporter.h"
 
-#include "Diagnostics/VKInterfaceDescription.h"
+#include "Diagnostics/VKReporter_p.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKFileSystem.h"
 #include "Foundation/VKLogger.h"
 #include "Foundation/VKMainLoop.h"
 
 #include <QComboBox>
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
 #include <QGuiApplication>
@@ -47,17 +46,8 @@ QString &chosenSupportAddress()
     return address;
 }
 
-QString infoString(const QString &key)
-{
-    const auto bundle = VKBundle::mainBundle();
-    return bundle ? bundle->objectForInfoDictionaryKey(key).toString() : QString();
-}
-
-QString applicationName()
-{
-    const QString name = infoString(VKBundleNameKey);
-    return name.isEmpty() ? QCoreApplication::applicationName() : name;
-}
+using VKReportWindow::applicationName;
+using VKReportWindow::infoString;
 
 // What "%@" prints for a string: "(null)" for nothing.
 QString formatted(const QString &text)
@@ -87,18 +77,22 @@ struct VKBugReporter::Private
     QString reportAttachment;
 
     QWidget *window = nullptr; // owned
-    QPlainTextEdit *descriptionView = nullptr;
-    QPlainTextEdit *defaultBugReportView = nullptr;
-    QPlainTextEdit *defaultFeatureRequestView = nullptr;
-    QPushButton *sendButton = nullptr;
-    QPushButton *mailButton = nullptr;
-    QProgressBar *progressIndicator = nullptr;
-    QLabel *progressTextField = nullptr;
-    QLineEdit *nameField = nullptr;
-    QLineEdit *emailField = nullptr;
-    QLineEdit *titleField = nullptr;
-    QLineEdit *attachmentField = nullptr;
-    QComboBox *typePopUp = nullptr;
+    // The window's outlets, all set together once its description is loaded.
+    struct Outlets
+    {
+        QPlainTextEdit *descriptionView = nullptr;
+        QPlainTextEdit *defaultBugReportView = nullptr;
+        QPlainTextEdit *defaultFeatureRequestView = nullptr;
+        QPushButton *sendButton = nullptr;
+        QPushButton *mailButton = nullptr;
+        QProgressBar *progressIndicator = nullptr;
+        QLabel *progressTextField = nullptr;
+        QLineEdit *nameField = nullptr;
+        QLineEdit *emailField = nullptr;
+        QLineEdit *titleField = nullptr;
+        QLineEdit *attachmentField = nullptr;
+        QComboBox *typePopUp = nullptr;
+    } ui;
     std::shared_ptr<VKMainLoopTimer> closeTimer;
     std::shared_ptr<bool> alive = std::make_shared<bool>(true);
 
@@ -106,11 +100,6 @@ struct VKBugReporter::Private
     {
         if (field && field->text() != text)
             field->setText(text);
-    }
-    void stopIndicator() const
-    {
-        if (progressIndicator->maximum() == 0)
-            progressIndicator->setRange(0, 1);
     }
 };
 
@@ -138,48 +127,45 @@ void VKBugReporter::setSupportAddress(const QString &address)
 void VKBugReporter::showReportWindow(QObject *)
 {
     if (!isReportBundleLoaded()) {
-        QWidget *window = VKInterfaceDescription::load(QStringLiteral("VKBugReporter"));
-        auto find = [window](auto *&outlet, const char *name) {
-            using Type = std::remove_pointer_t<std::remove_reference_t<decltype(outlet)>>;
-            outlet = window ? window->findChild<Type *>(QLatin1String(name)) : nullptr;
-            return outlet != nullptr;
-        };
-        const bool complete =
-            window && find(d->descriptionView, "mReportDescriptionTextView") &&
-            find(d->defaultBugReportView, "mDefaultBugReportTextView") &&
-            find(d->defaultFeatureRequestView, "mDefaultFeatureRequestTextView") &&
-            find(d->sendButton, "mSendButton") && find(d->mailButton, "mOpenInMailClientButton") &&
-            find(d->progressIndicator, "mSendProgressIndicator") &&
-            find(d->progressTextField, "mSendProgressTextField") &&
-            find(d->nameField, "mReporterNameField") &&
-            find(d->emailField, "mReporterEmailField") &&
-            find(d->titleField, "mReportTitleField") &&
-            find(d->attachmentField, "mAttachmentField") && find(d->typePopUp, "mReportTypePopUp");
-        if (!complete) {
-            delete window;
-            VKLogger::error(logContext(this, "showReportWindow:"), "Could not load nib named %@",
-                            QStringLiteral("VKBugReporter"));
+        using VKReportWindow::outlet;
+        Private::Outlets ui;
+        QWidget *window = VKReportWindow::load(
+            QStringLiteral("VKBugReporter"), logContext(this, "showReportWindow:"),
+            [&ui](const QWidget *w) {
+                return outlet(w, ui.descriptionView, "mReportDescriptionTextView") &&
+                       outlet(w, ui.defaultBugReportView, "mDefaultBugReportTextView") &&
+                       outlet(w, ui.defaultFeatureRequestView, "mDefaultFeatureRequestTextView") &&
+                       outlet(w, ui.sendButton, "mSendButton") &&
+                       outlet(w, ui.mailButton, "mOpenInMailClientButton") &&
+                       outlet(w, ui.progressIndicator, "mSendProgressIndicator") &&
+                       outlet(w, ui.progressTextField, "mSendProgressTextField") &&
+                       outlet(w, ui.nameField, "mReporterNameField") &&
+                       outlet(w, ui.emailField, "mReporterEmailField") &&
+                       outlet(w, ui.titleField, "mReportTitleField") &&
+                       outlet(w, ui.attachmentField, "mAttachmentField") &&
+                       outlet(w, ui.typePopUp, "mReportTypePopUp");
+            });
+        if (!window)
             return;
-        }
-        window->setWindowFlag(Qt::Window);
+        d->ui = ui;
         window->setWindowTitle(QStringLiteral("%1 – Report a Problem").arg(applicationName()));
         if (!QGuiApplication::windowIcon().isNull())
             window->setWindowIcon(QGuiApplication::windowIcon());
         d->window = window;
         setReportBundleLoaded(true);
 
-        QObject::connect(d->nameField, &QLineEdit::textEdited, window,
+        QObject::connect(d->ui.nameField, &QLineEdit::textEdited, window,
                          [this](const QString &text) { d->reporterName = text; });
-        QObject::connect(d->emailField, &QLineEdit::textEdited, window,
+        QObject::connect(d->ui.emailField, &QLineEdit::textEdited, window,
                          [this](const QString &text) { d->reporterEmailAddress = text; });
-        QObject::connect(d->titleField, &QLineEdit::textEdited, window,
+        QObject::connect(d->ui.titleField, &QLineEdit::textEdited, window,
                          [this](const QString &text) { d->reportTitle = text; });
-        QObject::connect(d->typePopUp, &QComboBox::textActivated, window,
+        QObject::connect(d->ui.typePopUp, &QComboBox::textActivated, window,
                          [this](const QString &text) { setReportType(text); });
-        QObject::connect(d->sendButton, &QPushButton::clicked, window,
-                         [this] { sendReport(d->sendButton); });
-        QObject::connect(d->mailButton, &QPushButton::clicked, window,
-                         [this] { showReportInMail(d->mailButton); });
+        QObject::connect(d->ui.sendButton, &QPushButton::clicked, window,
+                         [this] { sendReport(d->ui.sendButton); });
+        QObject::connect(d->ui.mailButton, &QPushButton::clicked, window,
+                         [this] { showReportInMail(d->ui.mailButton); });
         if (auto *choose =
                 window->findChild<QPushButton *>(QStringLiteral("mChooseAttachmentButton")))
             QObject::connect(choose, &QPushButton::clicked, window,
@@ -189,15 +175,13 @@ void VKBugReporter::showReportWindow(QObject *)
     setReportTitle(QString());
     setReportAttachment(QString());
     setReporterEmailAddress(QString());
-    d->sendButton->setEnabled(true);
-    d->mailButton->setEnabled(true);
-    d->progressIndicator->hide();
-    d->progressTextField->hide();
-    d->descriptionView->setPlainText(QString());
+    d->ui.sendButton->setEnabled(true);
+    d->ui.mailButton->setEnabled(true);
+    d->ui.progressIndicator->hide();
+    d->ui.progressTextField->hide();
+    d->ui.descriptionView->setPlainText(QString());
     setReportType(bugReportType);
-    d->window->show();
-    d->window->raise();
-    d->window->activateWindow();
+    VKReportWindow::bringToFront(d->window);
 }
 
 void VKBugReporter::chooseAttachment(QObject *)
@@ -230,7 +214,8 @@ QString VKBugReporter::bugReport() const
     text += QStringLiteral("Version:\t\t%1\n\n").arg(formatted(infoString(VKBundleVersionKey)));
     text += kHyphens + QStringLiteral("\n");
     text += QStringLiteral("Description:\n%1")
-                .arg(formatted(d->descriptionView ? d->descriptionView->toPlainText() : QString()));
+                .arg(formatted(d->ui.descriptionView ? d->ui.descriptionView->toPlainText()
+                                                     : QString()));
     text += kHyphens + QStringLiteral("\n\n");
     return text;
 }
@@ -254,8 +239,9 @@ QVariantMap VKBugReporter::reportFields() const
                                                                        formatted(d->reportType)));
     fields.insert(QStringLiteral("TYPE"), formatted(d->reportType));
     fields.insert(QStringLiteral("VERSION"), formatted(infoString(VKBundleVersionKey)));
-    fields.insert(QStringLiteral("DESCRIPTION"),
-                  formatted(d->descriptionView ? d->descriptionView->toPlainText() : QString()));
+    fields.insert(
+        QStringLiteral("DESCRIPTION"),
+        formatted(d->ui.descriptionView ? d->ui.descriptionView->toPlainText() : QString()));
     if (!d->reportAttachment.isEmpty()) {
         const QString path = tildeExpanded(d->reportAttachment);
         bool isDirectory = false;
@@ -270,12 +256,10 @@ void VKBugReporter::sendReport(QObject *)
     sendHTTPData(reportFields(), reportServerAddress(VKBugReportServerPath));
     if (!d->window)
         return;
-    d->sendButton->setEnabled(false);
-    d->mailButton->setEnabled(false);
-    d->progressIndicator->setRange(0, 0);
-    d->progressIndicator->show();
-    d->progressTextField->setText(QStringLiteral("Sending data..."));
-    d->progressTextField->show();
+    d->ui.sendButton->setEnabled(false);
+    d->ui.mailButton->setEnabled(false);
+    VKReportWindow::startProgress(d->ui.progressIndicator, d->ui.progressTextField,
+                                  QStringLiteral("Sending data..."));
 }
 
 void VKBugReporter::connectionDidReceiveResponse(VKURLConnection *, int, const QString &)
@@ -296,12 +280,12 @@ void VKBugReporter::connectionDidFailWithError(VKURLConnection *, const VKError 
     setURLConnection(nullptr);
     if (!d->window)
         return;
-    d->progressTextField->setText(
+    d->ui.progressTextField->setText(
         QStringLiteral("Sending failed, please check your\ninternet connection and try again!"));
-    d->sendButton->setText(QStringLiteral("Try again"));
-    d->sendButton->setEnabled(true);
-    d->mailButton->setEnabled(true);
-    d->stopIndicator();
+    d->ui.sendButton->setText(QStringLiteral("Try again"));
+    d->ui.sendButton->setEnabled(true);
+    d->ui.mailButton->setEnabled(true);
+    VKReportWindow::stopIndicator(d->ui.progressIndicator);
 }
 
 void VKBugReporter::connectionDidFinishLoading(VKURLConnection *)
@@ -310,8 +294,8 @@ void VKBugReporter::connectionDidFinishLoading(VKURLConnection *)
     setURLConnection(nullptr);
     if (!d->window)
         return;
-    d->progressTextField->setText(QStringLiteral("Report sent,\nThank you for your feedback!"));
-    d->stopIndicator();
+    d->ui.progressTextField->setText(QStringLiteral("Report sent,\nThank you for your feedback!"));
+    VKReportWindow::stopIndicator(d->ui.progressIndicator);
     std::weak_ptr<bool> alive = d->alive;
     d->closeTimer = VKMainLoopTimer::scheduledTimer(kCloseDelay, [this, alive](VKMainLoopTimer &) {
         if (alive.expired())
@@ -345,33 +329,33 @@ QString VKBugReporter::reportAttachment() const
 void VKBugReporter::setReporterName(const QString &name)
 {
     d->reporterName = name;
-    Private::show(d->nameField, name);
+    Private::show(d->ui.nameField, name);
 }
 
 void VKBugReporter::setReporterEmailAddress(const QString &address)
 {
     d->reporterEmailAddress = address;
-    Private::show(d->emailField, address);
+    Private::show(d->ui.emailField, address);
 }
 
 void VKBugReporter::setReportTitle(const QString &title)
 {
     d->reportTitle = title;
-    Private::show(d->titleField, title);
+    Private::show(d->ui.titleField, title);
 }
 
 void VKBugReporter::setReportAttachment(const QString &path)
 {
     d->reportAttachment = path;
-    Private::show(d->attachmentField, path);
+    Private::show(d->ui.attachmentField, path);
 }
 
 void VKBugReporter::setReportType(const QString &type)
 {
     d->reportType = type;
-    if (d->typePopUp && d->typePopUp->findText(type) >= 0)
-        d->typePopUp->setCurrentText(type);
-    if (!d->descriptionView)
+    if (d->ui.typePopUp && d->ui.typePopUp->findText(type) >= 0)
+        d->ui.typePopUp->setCurrentText(type);
+    if (!d->ui.descriptionView)
         return;
     QString text;
     if (type == bugReportType)
@@ -380,17 +364,18 @@ void VKBugReporter::setReportType(const QString &type)
         text = defaultFeatureRequest();
     else
         return;
-    d->descriptionView->setPlainText(text.isEmpty() ? QString() : text);
+    d->ui.descriptionView->setPlainText(text.isEmpty() ? QString() : text);
 }
 
 QString VKBugReporter::defaultBugReport() const
 {
-    return d->defaultBugReportView ? d->defaultBugReportView->toPlainText() : QString();
+    return d->ui.defaultBugReportView ? d->ui.defaultBugReportView->toPlainText() : QString();
 }
 
 QString VKBugReporter::defaultFeatureRequest() const
 {
-    return d->defaultFeatureRequestView ? d->defaultFeatureRequestView->toPlainText() : QString();
+    return d->ui.defaultFeatureRequestView ? d->ui.defaultFeatureRequestView->toPlainText()
+                                           : QString();
 }
 
 QWidget *VKBugReporter::reportWindow() const
@@ -399,23 +384,23 @@ QWidget *VKBugReporter::reportWindow() const
 }
 QPlainTextEdit *VKBugReporter::reportDescriptionTextView() const
 {
-    return d->descriptionView;
+    return d->ui.descriptionView;
 }
 QPushButton *VKBugReporter::sendButton() const
 {
-    return d->sendButton;
+    return d->ui.sendButton;
 }
 QPushButton *VKBugReporter::openInMailClientButton() const
 {
-    return d->mailButton;
+    return d->ui.mailButton;
 }
 QProgressBar *VKBugReporter::sendProgressIndicator() const
 {
-    return d->progressIndicator;
+    return d->ui.progressIndicator;
 }
 QLabel *VKBugReporter::sendProgressTextField() const
 {
-    return d->progressTextField;
+    return d->ui.progressTextField;
 }
 std::shared_ptr<VKMainLoopTimer> VKBugReporter::closeTimer() const
 {

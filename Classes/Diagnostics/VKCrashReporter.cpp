@@ -13,8 +13,8 @@
 #include "Diagnostics/VKCrashReporter.h"
 
 #include "Diagnostics/VKCrashLogReader.h"
-#include "Diagnostics/VKInterfaceDescription.h"
 #include "Diagnostics/VKJournalSearch.h"
+#include "Diagnostics/VKReporter_p.h"
 #include "Diagnostics/VKRunLogReader.h"
 #include "Diagnostics/VKSystemInfo.h"
 #include "Diagnostics/VKUsageLogger.h"
@@ -33,7 +33,6 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
@@ -92,17 +91,8 @@ std::shared_ptr<VKUserDefaults> defaults()
     return VKUserDefaults::standardUserDefaults();
 }
 
-QString infoString(const QString &key)
-{
-    const auto bundle = VKBundle::mainBundle();
-    return bundle ? bundle->objectForInfoDictionaryKey(key).toString() : QString();
-}
-
-QString applicationName()
-{
-    const QString name = infoString(VKBundleNameKey);
-    return name.isEmpty() ? QCoreApplication::applicationName() : name;
-}
+using VKReportWindow::applicationName;
+using VKReportWindow::infoString;
 
 QString bundleIdentifier()
 {
@@ -173,12 +163,6 @@ struct VKCrashReporter::Private
     bool didLoad = false;
     std::shared_ptr<VKMainLoopTimer> closeTimer;
 
-    void stopIndicator() const
-    {
-        // An indeterminate bar keeps moving until it gets a range again.
-        if (progressIndicator->maximum() == 0)
-            progressIndicator->setRange(0, 1);
-    }
     void showFields() const
     {
         nameField->setText(reporterName);
@@ -213,39 +197,25 @@ QString VKCrashReporter::nibName() const
 
 bool VKCrashReporter::initialize()
 {
-    QWidget *window = VKInterfaceDescription::load(nibName());
-    if (!window) {
-        VKLogger::error(logContext(this, "init"), "Could not load nib named %@", nibName());
-        return false;
-    }
-    window->setWindowFlag(Qt::Window);
+    using VKReportWindow::outlet;
+    QWidget *window = VKReportWindow::load(nibName(), logContext(this, "init"), [this](QWidget *w) {
+        d->userDescriptionView = w->findChild<QWidget *>(QStringLiteral("userDescriptionView"));
+        return outlet(w, d->summaryTextView, "reportSummaryTextView") &&
+               outlet(w, d->startupNoteView, "mStartupNoteView") &&
+               outlet(w, d->startupNoteTextField, "mStartupNoteTextField") &&
+               outlet(w, d->reportDetailsView, "mReportDetailsView") &&
+               outlet(w, d->applicationIconView, "mApplicationIconView") &&
+               outlet(w, d->sendButton, "mSendButton") &&
+               outlet(w, d->progressIndicator, "mSendProgressIndicator") &&
+               outlet(w, d->progressTextField, "mSendProgressTextField") &&
+               outlet(w, d->showAtStartupButton, "mToggleShowAtStartupButton") &&
+               outlet(w, d->nameField, "mReporterNameField") &&
+               outlet(w, d->emailField, "mReporterEmailField");
+    });
+    if (!window)
+        return false; // the reporter is dropped with whatever outlets it found
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     d->window = window;
-    d->summaryTextView =
-        window->findChild<QPlainTextEdit *>(QStringLiteral("reportSummaryTextView"));
-    d->userDescriptionView = window->findChild<QWidget *>(QStringLiteral("userDescriptionView"));
-    d->startupNoteView = window->findChild<QWidget *>(QStringLiteral("mStartupNoteView"));
-    d->startupNoteTextField = window->findChild<QLabel *>(QStringLiteral("mStartupNoteTextField"));
-    d->reportDetailsView = window->findChild<QWidget *>(QStringLiteral("mReportDetailsView"));
-    d->applicationIconView = window->findChild<QLabel *>(QStringLiteral("mApplicationIconView"));
-    d->sendButton = window->findChild<QPushButton *>(QStringLiteral("mSendButton"));
-    d->progressIndicator =
-        window->findChild<QProgressBar *>(QStringLiteral("mSendProgressIndicator"));
-    d->progressTextField = window->findChild<QLabel *>(QStringLiteral("mSendProgressTextField"));
-    d->showAtStartupButton =
-        window->findChild<QCheckBox *>(QStringLiteral("mToggleShowAtStartupButton"));
-    d->nameField = window->findChild<QLineEdit *>(QStringLiteral("mReporterNameField"));
-    d->emailField = window->findChild<QLineEdit *>(QStringLiteral("mReporterEmailField"));
-    if (!d->summaryTextView || !d->startupNoteView || !d->startupNoteTextField ||
-        !d->reportDetailsView || !d->applicationIconView || !d->sendButton ||
-        !d->progressIndicator || !d->progressTextField || !d->showAtStartupButton ||
-        !d->nameField || !d->emailField) {
-        // A description without the outlets the logic needs is as good as none.
-        VKLogger::error(logContext(this, "init"), "Could not load nib named %@", nibName());
-        delete window;
-        d->window = nullptr;
-        return false;
-    }
     d->startupNoteTemplate = d->startupNoteTextField->text();
 
     d->allSubviews = window->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly);
@@ -303,9 +273,7 @@ void VKCrashReporter::applicationWillFinishLaunching(const VKNotification &)
             d->showDetails = true;
             d->showStartupNotice = true;
             setupReportWindow();
-            d->window->show();
-            d->window->raise();
-            d->window->activateWindow();
+            VKReportWindow::bringToFront(d->window);
         }
         d->didLoad = true;
         return;
@@ -410,9 +378,7 @@ void VKCrashReporter::showReportWindow(QObject *)
     d->showStartupNotice = false;
     d->showDetails = true;
     setupReportWindow();
-    d->window->show();
-    d->window->raise();
-    d->window->activateWindow();
+    VKReportWindow::bringToFront(d->window);
 }
 
 void VKCrashReporter::toggleReportDetails(QObject *)
@@ -454,10 +420,8 @@ void VKCrashReporter::sendReport(QObject *)
         VKMainLoop::performOnMainThread([keep = std::move(self)] {}, false);
     }).detach();
     d->sendButton->setEnabled(false);
-    d->progressIndicator->setRange(0, 0);
-    d->progressIndicator->show();
-    d->progressTextField->setText(QStringLiteral("Sending report"));
-    d->progressTextField->show();
+    VKReportWindow::startProgress(d->progressIndicator, d->progressTextField,
+                                  QStringLiteral("Sending report"));
 }
 
 // MARK: gathering
@@ -760,7 +724,7 @@ void VKCrashReporter::connectionDidFailWithError(VKURLConnection *, const VKErro
         QStringLiteral("Sending failed, please check your internet connection and try again!"));
     d->sendButton->setText(QStringLiteral("Try again"));
     d->sendButton->setEnabled(true);
-    d->stopIndicator();
+    VKReportWindow::stopIndicator(d->progressIndicator);
     setCrashReportReaders({});
 }
 
@@ -771,7 +735,7 @@ void VKCrashReporter::connectionDidFinishLoading(VKURLConnection *)
     setReceivedData(QByteArray());
     setURLConnection(nullptr);
     d->progressTextField->setText(QStringLiteral("Report sent, Thank you for your feedback!"));
-    d->stopIndicator();
+    VKReportWindow::stopIndicator(d->progressIndicator);
     std::weak_ptr<VKCrashReporter> weak = weak_from_this();
     d->closeTimer = VKMainLoopTimer::scheduledTimer(kCloseDelay, [weak](VKMainLoopTimer &) {
         if (auto self = weak.lock()) {

@@ -1,11 +1,17 @@
 #include "Diagnostics/VKReporter.h"
 
+#include "Diagnostics/VKInterfaceDescription.h"
+#include "Diagnostics/VKReporter_p.h"
+#include "Foundation/VKBundle.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QFile>
+#include <QLabel>
 #include <QMutex>
+#include <QProgressBar>
 #include <QUrl>
 
 const QString VKCrashReportServerPath = QStringLiteral("/bugreports/sendbugreport.php");
@@ -174,4 +180,53 @@ QString VKReporter::reportServerAddress(const QString &path)
     while (base.endsWith(QLatin1Char('/')))
         base.chop(1);
     return base + path;
+}
+
+// MARK: the report windows
+
+QString VKReportWindow::infoString(const QString &key)
+{
+    const auto bundle = VKBundle::mainBundle();
+    return bundle ? bundle->objectForInfoDictionaryKey(key).toString() : QString();
+}
+
+QString VKReportWindow::applicationName()
+{
+    const QString name = infoString(VKBundleNameKey);
+    return name.isEmpty() ? QCoreApplication::applicationName() : name;
+}
+
+QWidget *VKReportWindow::loadDescription(const QString &name)
+{
+    QWidget *window = VKInterfaceDescription::load(name);
+    if (window)
+        window->setWindowFlag(Qt::Window);
+    return window;
+}
+
+void VKReportWindow::logMissingDescription(const QString &name, const VKLogContext &context)
+{
+    VKLogger::error(context, "Could not load nib named %@", name);
+}
+
+void VKReportWindow::bringToFront(QWidget *window)
+{
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void VKReportWindow::startProgress(QProgressBar *indicator, QLabel *textField, const QString &text)
+{
+    indicator->setRange(0, 0);
+    indicator->show();
+    textField->setText(text);
+    textField->show();
+}
+
+void VKReportWindow::stopIndicator(QProgressBar *indicator)
+{
+    // An indeterminate bar keeps moving until it gets a range again.
+    if (indicator->maximum() == 0)
+        indicator->setRange(0, 1);
 }

@@ -1,5 +1,6 @@
 // vkdemo as a process: a crash, the next start that sends the report to a real vkreportd on
 // 127.0.0.1, and the headless screenshots. Each case runs in its own home and XDG folders.
+#include "VKReportServerProcess.h"
 #include "VKTestSupport.h"
 
 #include <QDir>
@@ -97,47 +98,6 @@ private:
     QProcessEnvironment m_environment;
 };
 
-class ReportServer
-{
-public:
-    explicit ReportServer(const QString &folder) : m_folder(folder)
-    {
-        m_process.start(QStringLiteral(VKREPORTD_PATH), {"--port", "0", "--dir", folder});
-        QByteArray line;
-        while (m_process.waitForStarted(10000) && !line.contains('\n') &&
-               m_process.waitForReadyRead(10000))
-            line += m_process.readLine();
-        const auto match = QRegularExpression(" port (\\d+),").match(QString::fromUtf8(line));
-        if (match.hasMatch())
-            m_port = match.captured(1).toUShort();
-    }
-    ~ReportServer()
-    {
-        m_process.terminate();
-        m_process.waitForFinished(10000);
-    }
-    quint16 port() const { return m_port; }
-    // The report folders stored so far, by name.
-    QStringList reports() const
-    {
-        return QDir(m_folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
-    }
-    QString field(const QString &report, const QString &name) const
-    {
-        return file(report, name + QStringLiteral(".txt"));
-    }
-    QString file(const QString &report, const QString &relative) const
-    {
-        QFile in(m_folder + u'/' + report + u'/' + relative);
-        return in.open(QIODevice::ReadOnly) ? QString::fromUtf8(in.readAll()) : QString();
-    }
-
-private:
-    QString m_folder;
-    QProcess m_process;
-    quint16 m_port = 0;
-};
-
 // A port on 127.0.0.1 that refuses connections: bound once, then released.
 quint16 refusedPort()
 {
@@ -178,7 +138,7 @@ TEST(DemoProcess, CrashThenSendOnNextStart)
         SCOPED_TRACE(c.name);
         Demo demo;
         VKTempDir reports;
-        ReportServer server(reports.path());
+        VKReportServerProcess server(reports.path());
         ASSERT_NE(server.port(), 0);
         if (c.crashFirst) {
             const DemoRun crash = demo.run({"--crash-now"});
@@ -211,16 +171,18 @@ TEST(DemoProcess, CrashThenSendOnNextStart)
         }
         ASSERT_EQ(server.reports().size(), c.stored);
         if (c.stored) {
-            const QString report = server.reports().constFirst();
-            EXPECT_EQ(server.field(report, "APPLICATION_NAME"), "vkdemo");
-            EXPECT_EQ(server.field(report, "CRASH_REPORTS_COUNT_ALL"), "1");
-            EXPECT_EQ(server.field(report, "CRASH_REPORTS_COUNT_ATTACHED"), "1");
-            const QString text = server.field(report, "CRASH_REPORT");
+            const VKStoredReport report = server.report(0);
+            EXPECT_EQ(report.fields.value("APPLICATION_NAME"), "vkdemo");
+            EXPECT_EQ(report.fields.value("CRASH_REPORTS_COUNT_ALL"), "1");
+            EXPECT_EQ(report.fields.value("CRASH_REPORTS_COUNT_ATTACHED"), "1");
+            const QString text = QString::fromUtf8(report.fields.value("CRASH_REPORT"));
             EXPECT_TRUE(text.startsWith("Process:         vkdemo [")) << text;
             EXPECT_TRUE(text.contains("Exception Type:  SIGSEGV (signal 11)")) << text;
             // The whole report, binary images included, arrives in the archive.
             const QString name = QFileInfo(demo.crashReports().constFirst()).fileName();
-            EXPECT_TRUE(server.file(report, "CrashReports/" + name).contains("Binary Images:"))
+            EXPECT_TRUE(report.archives.value("CRASH_REPORTS_ATTACHMENT")
+                            .value(name)
+                            .contains("Binary Images:"))
                 << name;
         }
     }

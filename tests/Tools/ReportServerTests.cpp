@@ -1,5 +1,5 @@
-#include "Diagnostics/VKReporter.h"
 #include "VKMultipartReader.h"
+#include "VKReportServerProcess.h"
 #include "VKReportStore.h"
 #include "VKTestSupport.h"
 
@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QThread>
 
 #include <gtest/gtest.h>
 #include <zip.h>
@@ -336,53 +337,6 @@ TEST(ReportServerStore, HostileArchives)
 
 // ---------------------------------------------------------------- the server as a process
 
-class ReportServer
-{
-public:
-    explicit ReportServer(const QString &folder, const QStringList &extra = {})
-    {
-        m_process.start(QStringLiteral(VKREPORTD_PATH),
-                        QStringList{"--port", "0", "--dir", folder} + extra);
-        if (!m_process.waitForStarted(10000))
-            return;
-        QByteArray line;
-        while (!line.contains('\n') && m_process.waitForReadyRead(10000))
-            line += m_process.readLine();
-        const auto match = QRegularExpression(" port (\\d+),").match(QString::fromUtf8(line));
-        if (match.hasMatch())
-            m_port = match.captured(1).toUShort();
-    }
-    ~ReportServer()
-    {
-        m_process.terminate();
-        m_process.waitForFinished(10000);
-    }
-
-    quint16 port() const { return m_port; }
-    QString url(const char *path) const
-    {
-        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(QLatin1String(path));
-    }
-    // The log lines printed so far (after the listening line).
-    QString log()
-    {
-        m_process.waitForReadyRead(100);
-        m_log += QString::fromUtf8(m_process.readAllStandardOutput());
-        return m_log;
-    }
-    int stop()
-    {
-        m_process.terminate();
-        m_process.waitForFinished(10000);
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    }
-
-private:
-    QProcess m_process;
-    quint16 m_port = 0;
-    QString m_log;
-};
-
 // Sends `request` as it is and answers the status code of the reply (0 for none).
 int rawRequest(quint16 port, const QByteArray &request)
 {
@@ -416,72 +370,6 @@ QByteArray post(const QByteArray &path, const QByteArray &contentType, const QBy
     return head + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
 }
 
-class WaitingReporter : public VKReporter
-{
-public:
-    int status = 0;
-    bool finished = false;
-    bool failed = false;
-    void connectionDidReceiveResponse(VKURLConnection *, int code, const QString &) override
-    {
-        status = code;
-    }
-    void connectionDidReceiveData(VKURLConnection *, const QByteArray &data) override
-    {
-        mutableReceivedData() += data;
-    }
-    void connectionDidFinishLoading(VKURLConnection *) override { finished = true; }
-    void connectionDidFailWithError(VKURLConnection *, const VKError &) override { failed = true; }
-};
-
-TEST(ReportServerProcess, ReporterSendArrivesWhole)
-{
-    VKTempDir dir;
-    ReportServer server(dir.filePath("reports"));
-    ASSERT_NE(server.port(), 0);
-    const QByteArray zip = makeZip(dir, {{"app_2026.crash", "Process: app\n"}});
-    const QString zipPath = dir.writeFile("CrashReports.zip", zip);
-    const QString text = QStringLiteral("C:\\Users\\x said \"hi\" \u00e9");
-    const QByteArray sent = text.toUtf8().replace('\\', '/');
-
-    for (const QString &path : {VKCrashReportServerPath, VKBugReportServerPath}) {
-        WaitingReporter reporter;
-        QVariantMap fields;
-        fields.insert("CRASH_REPORT", text);
-        fields.insert("CRASH_REPORTS_ATTACHMENT", QUrl::fromLocalFile(zipPath));
-        fields.insert("CRASH_REPORTS_COUNT_ATTACHED", QStringLiteral("1"));
-        fields.insert("NUMBER", 5); // sent as a part without headers
-        reporter.sendHTTPData(fields, server.url("") + path);
-        ASSERT_TRUE(vkWaitUntil([&] { return reporter.finished || reporter.failed; }, 10000));
-        EXPECT_EQ(reporter.status, 200) << path;
-        const auto stored = QRegularExpression("^stored (\\S+) \\(2 fields, 1 files, 1 archives, ")
-                                .match(QString::fromUtf8(reporter.receivedData()));
-        ASSERT_TRUE(stored.hasMatch()) << reporter.receivedData().constData();
-        const QString folder = dir.filePath("reports/" + stored.captured(1));
-        EXPECT_EQ(tree(folder), QStringList({"CRASH_REPORT.txt", "CRASH_REPORTS_COUNT_ATTACHED.txt",
-                                             "CrashReports/", "CrashReports/app_2026.crash",
-                                             "CrashReports.zip", "_parts.tsv"}));
-        EXPECT_EQ(readFile(folder + "/CRASH_REPORT.txt"), sent);
-        EXPECT_EQ(readFile(folder + "/CrashReports.zip"), zip);
-        EXPECT_EQ(readFile(folder + "/CrashReports/app_2026.crash"), "Process: app\n");
-        EXPECT_EQ(readFile(folder + "/_parts.tsv"),
-                  "field\tCRASH_REPORT\tCRASH_REPORT.txt\t" + QByteArray::number(sent.size()) +
-                      "\nfile\tCRASH_REPORTS_ATTACHMENT\tCrashReports.zip\t" +
-                      QByteArray::number(zip.size()) +
-                      "\tCrashReports.zip\n"
-                      "archive\tCRASH_REPORTS_ATTACHMENT\tCrashReports/\t1\n"
-                      "field\tCRASH_REPORTS_COUNT_ATTACHED\tCRASH_REPORTS_COUNT_ATTACHED.txt\t1\n");
-    }
-    const QString log = server.log();
-    EXPECT_EQ(log.count(QRegularExpression("^\\S+Z 127\\.0\\.0\\.1 200 "
-                                           "/bugreports/sendbugreport\\.php stored \\S+ \\(",
-                                           QRegularExpression::MultilineOption)),
-              1)
-        << log;
-    EXPECT_EQ(log.count(QRegularExpression(" 200 /orvanta/sendbugreport\\.php stored ")), 1) << log;
-    EXPECT_EQ(server.stop(), 0);
-}
-
 struct HostileCase
 {
     const char *name;
@@ -493,7 +381,7 @@ TEST(ReportServerProcess, HostileRequestsLeaveNothing)
 {
     VKTempDir dir;
     const QString reports = dir.filePath("reports");
-    ReportServer server(reports, {"--max-body", "4096", "--max-unpacked", "1000"});
+    VKReportServerProcess server(reports, {"--max-body", "4096", "--max-unpacked", "1000"});
     ASSERT_NE(server.port(), 0);
     const QByteArray path = "/bugreports/sendbugreport.php";
     const QByteArray form = "multipart/form-data; boundary=" + B;
@@ -534,9 +422,79 @@ TEST(ReportServerProcess, HostileRequestsLeaveNothing)
                              "bytes\n"))
         << log;
 
-    // Still serving, and a good report next to the refused ones is stored.
+    // Still serving, and a good report next to the refused ones is stored and logged.
     EXPECT_EQ(rawRequest(server.port(), post(path, form, field("A", "1") + end)), 200);
     EXPECT_EQ(tree(reports).size(), 3); // the folder, A.txt, _parts.tsv
+    EXPECT_TRUE(
+        QRegularExpression("^\\S+Z 127\\.0\\.0\\.1 200 /bugreports/sendbugreport\\.php stored "
+                           "\\S+ \\(1 fields, 0 files, 0 archives, 1 bytes\\)$",
+                           QRegularExpression::MultilineOption)
+            .match(server.log())
+            .hasMatch())
+        << server.log();
+    EXPECT_EQ(server.stop(), 0) << "SIGTERM ends it normally";
+}
+
+struct IdleCase
+{
+    const char *name;
+    QList<QByteArray> pieces; // sent 0.1 s apart
+    QByteArray answer;        // how the reply starts; empty: closed without one
+    QString logged;           // the log line's end; empty: none
+};
+
+TEST(ReportServerProcess, SilentConnectionsAreClosed)
+{
+    VKTempDir dir;
+    VKReportServerProcess server(dir.filePath("reports"), {"--idle-timeout", "0.5"});
+    ASSERT_NE(server.port(), 0);
+    const QByteArray path = "/bugreports/sendbugreport.php";
+    const QString unfinished =
+        " 408 " + QString::fromLatin1(path) + " request unfinished after 0.5 s of silence\n";
+    const QByteArray request =
+        post(path, "multipart/form-data; boundary=" + B, field("A", "1") + end);
+    QList<QByteArray> trickle;
+    for (qsizetype at = 0; at < request.size(); at += request.size() / 10 + 1)
+        trickle << request.mid(at, request.size() / 10 + 1);
+    const QList<IdleCase> cases = {
+        {"nothing sent", {}, "", " - - closed: nothing sent for 0.5 s\n"},
+        {"headers cut short",
+         {"POST " + path + " HTTP/1.1\r\nHost: x\r\n"},
+         "HTTP/1.1 408 ",
+         unfinished},
+        {"body cut short", {request.left(request.size() - 5)}, "HTTP/1.1 408 ", unfinished},
+        {"silent after its answer: closed quietly", {request}, "HTTP/1.1 200 ", ""},
+        {"slow but never silent for long", trickle, "HTTP/1.1 200 ", ""},
+    };
+    for (const IdleCase &c : cases) {
+        const qsizetype logged = server.log().size();
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, server.port());
+        ASSERT_TRUE(socket.waitForConnected(5000)) << c.name;
+        for (const QByteArray &piece : c.pieces) {
+            socket.write(piece);
+            socket.waitForBytesWritten(1000);
+            if (c.pieces.size() > 1)
+                QThread::msleep(100);
+        }
+        QByteArray reply;
+        while (socket.state() == QAbstractSocket::ConnectedState && socket.waitForReadyRead(10000))
+            reply += socket.readAll();
+        reply += socket.readAll();
+        EXPECT_EQ(socket.state(), QAbstractSocket::UnconnectedState) << c.name;
+        EXPECT_TRUE(reply.startsWith(c.answer)) << c.name << ": " << reply.constData();
+        if (c.answer.isEmpty()) {
+            EXPECT_TRUE(reply.isEmpty()) << c.name;
+        }
+        const QString added = server.log().mid(logged);
+        const qsizetype lines = added.count(u'\n');
+        if (c.logged.isEmpty()) {
+            EXPECT_EQ(lines, c.answer.contains("200") ? 1 : 0) << c.name << ": " << added;
+        } else {
+            EXPECT_EQ(lines, 1) << c.name << ": " << added;
+            EXPECT_TRUE(added.endsWith(c.logged)) << c.name << ": " << added;
+        }
+    }
 }
 
 struct OptionCase
@@ -572,6 +530,10 @@ TEST(ReportServerProcess, UnusableOptions)
          {"--port", "0", "--max-body", "0"},
          2,
          "vkreportd: --max-body and --max-unpacked take a positive number of bytes\n"},
+        {"idle timeout of nothing",
+         {"--port", "0", "--idle-timeout", "0"},
+         2,
+         "vkreportd: --idle-timeout takes a number of seconds from 0.001 to 86400\n"},
         {"address that is none",
          {"--port", "0", "--address", "nowhere"},
          2,

@@ -7,6 +7,7 @@
 #include <QHttpServerResponder>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -23,6 +24,7 @@ const char kReceivedProperty[] = "vkReceivedBytes";
 const char kRefusedProperty[] = "vkRefused";
 const char kDrainedProperty[] = "vkDrainedBytes";
 const char kTargetProperty[] = "vkRequestTarget";
+const char kAnsweredProperty[] = "vkAnswered";
 
 using StatusCode = QHttpServerResponder::StatusCode;
 
@@ -63,7 +65,9 @@ qint64 contentLengthOf(const QByteArray &bytes)
 class VKGuardedTcpServer : public QTcpServer
 {
 public:
-    explicit VKGuardedTcpServer(VKReportServer *owner) : m_owner(owner) {}
+    VKGuardedTcpServer(VKReportServer *owner, std::chrono::milliseconds idleTimeout)
+        : m_owner(owner), m_idleTimeout(idleTimeout)
+    {}
 
 protected:
     void incomingConnection(qintptr handle) override
@@ -75,11 +79,23 @@ protected:
         }
         QObject::connect(socket, &QTcpSocket::readyRead, socket,
                          [owner = m_owner, socket] { owner->watch(socket); });
+        // Owned by the socket, so it goes with the connection.
+        auto *idle = new QTimer(socket);
+        idle->setSingleShot(true);
+        idle->setInterval(m_idleTimeout);
+        QObject::connect(idle, &QTimer::timeout, socket,
+                         [owner = m_owner, socket] { owner->closeIdle(socket); });
+        const auto restart = [idle] { idle->start(); };
+        QObject::connect(socket, &QTcpSocket::readyRead, idle, restart);
+        QObject::connect(socket, &QTcpSocket::bytesWritten, idle, restart);
+        QObject::connect(socket, &QTcpSocket::disconnected, idle, &QTimer::stop);
+        idle->start();
         addPendingConnection(socket);
     }
 
 private:
     VKReportServer *m_owner;
+    std::chrono::milliseconds m_idleTimeout;
 };
 
 VKReportServer::VKReportServer(const QString &folder, const VKUploadLimits &limits)
@@ -93,6 +109,11 @@ VKReportServer::VKReportServer(const QString &folder, const VKUploadLimits &limi
 
 VKReportServer::~VKReportServer() = default;
 
+void VKReportServer::setIdleTimeout(std::chrono::milliseconds timeout)
+{
+    m_idleTimeout = timeout;
+}
+
 void VKReportServer::setLogger(std::function<void(const QString &)> logger)
 {
     m_logger = std::move(logger);
@@ -100,7 +121,7 @@ void VKReportServer::setLogger(std::function<void(const QString &)> logger)
 
 quint16 VKReportServer::listenOn(const QHostAddress &address, quint16 port, QString *error)
 {
-    auto *server = new VKGuardedTcpServer(this);
+    auto *server = new VKGuardedTcpServer(this, m_idleTimeout);
     if (!server->listen(address, port)) {
         *error = server->errorString();
         delete server;
@@ -148,6 +169,18 @@ void VKReportServer::watch(QTcpSocket *socket)
                            .arg(m_limits.maxBodyBytes + kHeaderAllowance));
 }
 
+void VKReportServer::answerOutsideParser(QTcpSocket *socket, const QByteArray &status,
+                                         const QString &text)
+{
+    log(peerOf(socket), QStringLiteral("%1 %2 %3")
+                            .arg(QString::fromLatin1(status.left(3)),
+                                 socket->property(kTargetProperty).toString(), text));
+    const QByteArray body = text.toUtf8() + '\n';
+    socket->write("HTTP/1.1 " + status +
+                  "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
+                  QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+}
+
 void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
 {
     // The HTTP parser sees nothing more of this connection.
@@ -156,17 +189,7 @@ void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
     if (socket->isTransactionStarted())
         socket->commitTransaction();
     socket->setProperty(kDrainedProperty, socket->readAll().size());
-    log(peerOf(socket),
-        QStringLiteral("413 %1 %2").arg(socket->property(kTargetProperty).toString(), reason));
-
-    const QByteArray text = reason.toUtf8() + '\n';
-    socket->write("HTTP/1.1 413 Payload Too Large\r\n"
-                  "Content-Type: text/plain; charset=utf-8\r\n"
-                  "Content-Length: " +
-                  QByteArray::number(text.size()) +
-                  "\r\n"
-                  "Connection: close\r\n\r\n" +
-                  text);
+    answerOutsideParser(socket, "413 Payload Too Large", reason);
     // Shut the sending side once the answer is out; the client closes when it has read it.
     QObject::connect(socket, &QTcpSocket::bytesWritten, socket, [socket] {
         if (socket->bytesToWrite() == 0)
@@ -175,9 +198,31 @@ void VKReportServer::refuse(QTcpSocket *socket, const QString &reason)
     socket->flush();
 }
 
+void VKReportServer::closeIdle(QTcpSocket *socket)
+{
+    if (socket->state() != QAbstractSocket::ConnectedState)
+        return;
+    if (socket->property(kRefusedProperty).toBool()) {
+        socket->abort(); // its 413 is logged already
+        return;
+    }
+    const QString seconds = QString::number(double(m_idleTimeout.count()) / 1000.0);
+    if (socket->property(kReceivedProperty).toLongLong() > 0) {
+        answerOutsideParser(
+            socket, "408 Request Timeout",
+            QStringLiteral("request unfinished after %1 s of silence").arg(seconds));
+        socket->disconnectFromHost();
+        return;
+    }
+    if (!socket->property(kAnsweredProperty).toBool())
+        log(peerOf(socket), QStringLiteral("- - closed: nothing sent for %1 s").arg(seconds));
+    socket->abort();
+}
+
 bool VKReportServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
 {
     socket->setProperty(kReceivedProperty, 0); // the next request on this connection counts anew
+    socket->setProperty(kAnsweredProperty, true);
     QHttpServerResponder responder = makeResponder(request, socket);
     const QString path = request.url().path();
     const QString peer = peerOf(socket);

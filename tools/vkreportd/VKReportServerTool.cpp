@@ -18,7 +18,9 @@ const QString kDir = QStringLiteral("dir");
 const QString kAddress = QStringLiteral("address");
 const QString kMaxBody = QStringLiteral("max-body");
 const QString kMaxUnpacked = QStringLiteral("max-unpacked");
+const QString kIdleTimeout = QStringLiteral("idle-timeout");
 const QString kHelp = QStringLiteral("help");
+constexpr double kDefaultIdleSeconds = 60;
 
 int signalPipe[2] = {-1, -1};
 
@@ -71,6 +73,12 @@ std::shared_ptr<VKApplicationConfiguration> VKReportServerTool::applicationConfi
         QStringLiteral("The most bytes the archives of one report may unpack to (default %1)")
             .arg(limits.maxUnpackedBytes),
         VKApplicationParameterTypeString, QStringLiteral("bytes")));
+    list.append(VKApplicationParameterConfiguration::parameterConfigurationWithLongIdentifier(
+        kIdleTimeout, QStringLiteral("i"),
+        QStringLiteral("Close a connection that stays silent this long; fractions allowed "
+                       "(default %1)")
+            .arg(kDefaultIdleSeconds),
+        VKApplicationParameterTypeString, QStringLiteral("seconds")));
     list.append(VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier(
         kHelp, QStringLiteral("h"), QStringLiteral("Print this text")));
     return std::make_shared<VKApplicationConfiguration>(
@@ -119,6 +127,16 @@ void VKReportServerTool::application(VKApplication &application,
         fail(2, QStringLiteral("--max-body and --max-unpacked take a positive number of bytes"));
         return;
     }
+    bool idleOk = true;
+    const double idleSeconds =
+        arguments->parameters().contains(kIdleTimeout)
+            ? arguments->parameters().value(kIdleTimeout).toString().toDouble(&idleOk)
+            : kDefaultIdleSeconds;
+    // At least a millisecond, at most a day.
+    if (!idleOk || !(idleSeconds >= 0.001 && idleSeconds <= 86400)) {
+        fail(2, QStringLiteral("--idle-timeout takes a number of seconds from 0.001 to 86400"));
+        return;
+    }
     limits.maxBodyBytes = *maxBody;
     limits.maxUnpackedBytes = *maxUnpacked;
     const QString addressText =
@@ -136,6 +154,7 @@ void VKReportServerTool::application(VKApplication &application,
     }
 
     m_server = std::make_unique<VKReportServer>(folder, limits);
+    m_server->setIdleTimeout(std::chrono::milliseconds(qRound64(idleSeconds * 1000)));
     QString error;
     const quint16 bound = m_server->listenOn(address, quint16(*port), &error);
     if (bound == 0) {

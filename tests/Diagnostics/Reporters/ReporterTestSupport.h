@@ -1,5 +1,5 @@
-// Shared parts of the reporter tests: a private folder tree for the user's files, an HTTP
-// server on 127.0.0.1 that splits the multipart form it receives, and zip and journal helpers.
+// Shared parts of the reporter tests: a private folder tree for the user's files, the report
+// server run as a process, and zip and journal helpers.
 #pragma once
 
 #include "Diagnostics/VKCrashReporter.h"
@@ -11,6 +11,7 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "VKReportServerProcess.h"
 #include "VKTestSupport.h"
 
 #include <QDir>
@@ -20,48 +21,9 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
-#include <QTcpSocket>
 
 #include <gtest/gtest.h>
 #include <zip.h>
-
-// One part of a received form.
-struct FormPart
-{
-    QString fileName; // null for a plain field
-    QByteArray data;
-};
-
-// Splits a body made with the reporters' fixed boundary.
-inline QMap<QString, FormPart> parseForm(const QByteArray &body)
-{
-    QMap<QString, FormPart> parts;
-    const QByteArray delimiter = "--0xKh3mLbOuNdArY";
-    qsizetype at = body.indexOf(delimiter);
-    while (at >= 0) {
-        const qsizetype start = at + delimiter.size();
-        if (body.mid(start, 2) == "--")
-            break;
-        const qsizetype next = body.indexOf("\r\n" + delimiter, start);
-        if (next < 0)
-            break;
-        const QByteArray part = body.mid(start + 2, next - start - 2);
-        const qsizetype headerEnd = part.indexOf("\r\n\r\n");
-        const QByteArray headers = part.left(headerEnd);
-        const qsizetype nameAt = headers.indexOf("name=\"") + 6;
-        const QString name =
-            QString::fromUtf8(headers.mid(nameAt, headers.indexOf('"', nameAt) - nameAt));
-        FormPart value;
-        const qsizetype fileAt = headers.indexOf("filename=\"");
-        if (fileAt >= 0)
-            value.fileName = QString::fromUtf8(
-                headers.mid(fileAt + 10, headers.indexOf('"', fileAt + 10) - fileAt - 10));
-        value.data = part.mid(headerEnd + 4);
-        parts.insert(name, value);
-        at = next + 2;
-    }
-    return parts;
-}
 
 // The entries of a zip archive held in memory: name to bytes.
 inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
@@ -90,61 +52,6 @@ inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
     zip_error_fini(&error);
     return entries;
 }
-
-inline QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// An HTTP server on 127.0.0.1 that answers every request with 200 and keeps the forms.
-class FormServer : public QObject
-{
-public:
-    QList<QByteArray> paths;
-    QList<QMap<QString, FormPart>> forms;
-
-    FormServer()
-    {
-        m_server.listen(QHostAddress::LocalHost);
-        QObject::connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-                auto buffer = std::make_shared<QByteArray>();
-                QObject::connect(socket, &QTcpSocket::readyRead, this,
-                                 [this, socket, buffer] { read(socket, *buffer); });
-                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            }
-        });
-    }
-    QString baseURL() const
-    {
-        return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
-    }
-
-private:
-    void read(QTcpSocket *socket, QByteArray &buffer)
-    {
-        buffer += socket->readAll();
-        const qsizetype end = buffer.indexOf("\r\n\r\n");
-        if (end < 0)
-            return;
-        const QList<QByteArray> lines = buffer.left(end).split('\n');
-        qint64 length = 0;
-        for (const QByteArray &raw : lines) {
-            const QByteArray line = raw.trimmed();
-            if (line.toLower().startsWith("content-length:"))
-                length = line.mid(15).trimmed().toLongLong();
-        }
-        if (buffer.size() - end - 4 < length)
-            return;
-        paths.append(lines[0].split(' ').value(1));
-        forms.append(parseForm(buffer.mid(end + 4, length)));
-        buffer.clear();
-        socket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok");
-        socket->disconnectFromHost();
-    }
-    QTcpServer m_server;
-};
 
 // A port on 127.0.0.1 that nobody listens on: connections to it are refused at once.
 inline quint16 refusedPort()
