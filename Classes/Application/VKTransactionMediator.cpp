@@ -9,8 +9,9 @@
 // Listeners are called while the first two are held, so that a listener may change the facade
 // or add and remove subscriptions on the same thread. Timers are invalidated only with no lock
 // held where that can be helped, since invalidating waits for a callback running on another
-// thread; the deferred callback only tries the transaction lock, so it never waits on a thread
-// that holds it and is invalidating.
+// thread; the deferred callback reads whether a transaction is open from `transactionOpen`
+// (written under the transaction lock) instead of taking the lock, so it never waits on a
+// thread that holds it and is invalidating, nor loses its call to one that merely holds it.
 //
 // Timers hold the mediator strongly until they fire or are invalidated; the registry holds it
 // until its last subscription is removed. Once the facade is gone nobody is called: its
@@ -23,6 +24,7 @@
 #include "Application/VKTransactionMediatorRegistry.h"
 #include "Application/VKTransactionTimerSource.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 
@@ -91,6 +93,7 @@ struct VKTransactionMediator::Private
 
     std::recursive_mutex transactionLock;
     std::unique_ptr<Transaction> currentTransaction;
+    std::atomic<bool> transactionOpen{false};
     std::optional<Clock::time_point> transactionStartDate;
     std::shared_ptr<VKMainLoopTimer> transactionEndTimer;
 };
@@ -206,6 +209,7 @@ void VKTransactionMediator::observeValueForKeyPath(const QString &keyPath, VKObs
     const Clock::time_point time = d->timers->now();
     if (!d->currentTransaction) {
         d->currentTransaction = std::make_unique<Transaction>();
+        d->transactionOpen.store(true);
         d->transactionStartDate = time;
     }
     d->currentTransaction->pendingKeyPathChanges.insert(keyPath);
@@ -236,6 +240,7 @@ void VKTransactionMediator::endTransaction()
         return;
     d->transactionEndTimer.reset();
     const std::unique_ptr<Transaction> transaction = std::move(d->currentTransaction);
+    d->transactionOpen.store(false);
     notifyObserversWithTransaction(*transaction);
 }
 
@@ -297,14 +302,9 @@ void VKTransactionMediator::notifyObserversWithTransaction(const Transaction &tr
 void VKTransactionMediator::lastChangeDetectionTimerFired(
     const std::shared_ptr<Subscription> &subscription)
 {
-    {
-        // A held lock means a transaction is being opened or ended right now, whose end
-        // decides about the subscription. Not waiting for it also keeps a thread that holds it
-        // and invalidates this timer from waiting on us.
-        std::unique_lock lock(d->transactionLock, std::try_to_lock);
-        if (!lock.owns_lock() || d->currentTransaction || !d->facadeLifetime.isAlive())
-            return;
-    }
+    // An open transaction's end decides about the subscription.
+    if (d->transactionOpen.load() || !d->facadeLifetime.isAlive())
+        return;
     {
         std::lock_guard fields(subscription->mutex);
         if (!subscription->checkForLastChangeTimer)
