@@ -9,26 +9,34 @@
 // Listeners are called while the first two are held, so that a listener may change the facade
 // or add and remove subscriptions on the same thread. Timers are invalidated only with no lock
 // held where that can be helped, since invalidating waits for a callback running on another
-// thread; the deferred callback only tries the transaction lock, so it never waits on a thread
-// that holds it and is invalidating.
+// thread; the deferred callback reads whether a transaction is open from `transactionOpen`
+// (written under the transaction lock) instead of taking the lock, so it never waits on a
+// thread that holds it and is invalidating, nor loses its call to one that merely holds it.
 //
 // Timers hold the mediator strongly until they fire or are invalidated; the registry holds it
-// until its last subscription is removed.
+// until its last subscription is removed. Once the facade is gone nobody is called: its
+// listeners would be handed a dead object.
+//
+// Time is read and timers are made through the mediator's timer source (the steady clock and
+// the main loop), in whole clock ticks, so that the burst's boundary is exact.
 #include "Application/VKTransactionMediator.h"
 
 #include "Application/VKTransactionMediatorRegistry.h"
-#include "Foundation/VKMainLoop.h"
+#include "Application/VKTransactionTimerSource.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 
 namespace {
-constexpr double kBurst = 0.01;
+using Clock = VKTransactionTimerSource::Clock;
 
-double now()
+constexpr std::chrono::milliseconds kBurst{10};
+constexpr double kBurstSeconds = std::chrono::duration<double>(kBurst).count();
+
+bool lessThan(Clock::duration elapsed, double seconds)
 {
-    using namespace std::chrono;
-    return duration<double>(steady_clock::now().time_since_epoch()).count();
+    return std::chrono::duration<double>(elapsed).count() < seconds;
 }
 
 // Gives a timer's callback the mediator once: the callback may never run (invalidated), and a
@@ -57,7 +65,7 @@ struct VKTransactionMediator::Subscription
     double notificationInterval = 0;
 
     std::mutex mutex;
-    std::optional<double> lastTimeNotified;
+    std::optional<Clock::time_point> lastTimeNotified;
     std::shared_ptr<VKMainLoopTimer> checkForLastChangeTimer;
 
     bool sameAs(const Subscription &other) const
@@ -76,6 +84,7 @@ struct VKTransactionMediator::Private
 {
     VKObservable *facade = nullptr;
     VKObservableLifetime facadeLifetime;
+    std::shared_ptr<VKTransactionTimerSource> timers;
     QSet<QString> observedKeyPaths;
     bool observing = false;
 
@@ -84,23 +93,27 @@ struct VKTransactionMediator::Private
 
     std::recursive_mutex transactionLock;
     std::unique_ptr<Transaction> currentTransaction;
-    std::optional<double> transactionStartDate;
+    std::atomic<bool> transactionOpen{false};
+    std::optional<Clock::time_point> transactionStartDate;
     std::shared_ptr<VKMainLoopTimer> transactionEndTimer;
 };
 
 std::shared_ptr<VKTransactionMediator>
-VKTransactionMediator::mediatorWithFacadeObject(VKObservable *facade)
+VKTransactionMediator::mediatorWithFacadeObject(VKObservable *facade,
+                                                std::shared_ptr<VKTransactionTimerSource> timers)
 {
-    auto mediator = std::make_shared<VKTransactionMediator>(Passkey{}, facade);
+    auto mediator = std::make_shared<VKTransactionMediator>(Passkey{}, facade, std::move(timers));
     mediator->startObservingFacade();
     return mediator;
 }
 
-VKTransactionMediator::VKTransactionMediator(Passkey, VKObservable *facade)
+VKTransactionMediator::VKTransactionMediator(Passkey, VKObservable *facade,
+                                             std::shared_ptr<VKTransactionTimerSource> timers)
     : d(std::make_unique<Private>())
 {
     d->facade = facade;
     d->facadeLifetime = facade->lifetime();
+    d->timers = timers ? std::move(timers) : VKTransactionTimerSource::mainLoop();
     if (const auto *observable = dynamic_cast<const VKTransactionObservable *>(facade))
         d->observedKeyPaths = observable->transactionObservableKeyPaths();
 }
@@ -193,9 +206,10 @@ void VKTransactionMediator::observeValueForKeyPath(const QString &keyPath, VKObs
     if (object != d->facade)
         return;
     std::lock_guard lock(d->transactionLock);
-    const double time = now();
+    const Clock::time_point time = d->timers->now();
     if (!d->currentTransaction) {
         d->currentTransaction = std::make_unique<Transaction>();
+        d->transactionOpen.store(true);
         d->transactionStartDate = time;
     }
     d->currentTransaction->pendingKeyPathChanges.insert(keyPath);
@@ -204,8 +218,8 @@ void VKTransactionMediator::observeValueForKeyPath(const QString &keyPath, VKObs
     // Within the burst window the transaction gets the rest of it; later changes end it at
     // the main loop's next pass.
     const double interval =
-        d->transactionStartDate && time - *d->transactionStartDate < kBurst ? kBurst : 0;
-    d->transactionEndTimer = VKMainLoopTimer::scheduledTimer(
+        d->transactionStartDate && time - *d->transactionStartDate < kBurst ? kBurstSeconds : 0;
+    d->transactionEndTimer = d->timers->scheduledTimer(
         interval, once(shared_from_this(), [](VKTransactionMediator &m) { m.endTransaction(); }));
 }
 
@@ -213,7 +227,7 @@ void VKTransactionMediator::mayEndTransaction()
 {
     {
         std::lock_guard lock(d->transactionLock);
-        if (d->transactionStartDate && now() - *d->transactionStartDate <= kBurst)
+        if (d->transactionStartDate && d->timers->now() - *d->transactionStartDate <= kBurst)
             return;
     }
     endTransaction();
@@ -226,6 +240,7 @@ void VKTransactionMediator::endTransaction()
         return;
     d->transactionEndTimer.reset();
     const std::unique_ptr<Transaction> transaction = std::move(d->currentTransaction);
+    d->transactionOpen.store(false);
     notifyObserversWithTransaction(*transaction);
 }
 
@@ -240,6 +255,8 @@ void callListener(VKTransactionListener *listener, const QString &name, VKObserv
 
 void VKTransactionMediator::notifyObserversWithTransaction(const Transaction &transaction)
 {
+    if (!d->facadeLifetime.isAlive())
+        return;
     std::lock_guard lock(d->observersLock);
     const auto observers = d->observers;
     for (const auto &subscription : observers) {
@@ -254,10 +271,11 @@ void VKTransactionMediator::notifyObserversWithTransaction(const Transaction &tr
             std::lock_guard fields(subscription->mutex);
             if (subscription->notificationInterval > 0 && subscription->lastTimeNotified) {
                 previous = std::move(subscription->checkForLastChangeTimer);
-                if (now() - *subscription->lastTimeNotified < subscription->notificationInterval) {
+                if (lessThan(d->timers->now() - *subscription->lastTimeNotified,
+                             subscription->notificationInterval)) {
                     deferred = true;
                     std::weak_ptr<Subscription> weak = subscription;
-                    subscription->checkForLastChangeTimer = VKMainLoopTimer::scheduledTimer(
+                    subscription->checkForLastChangeTimer = d->timers->scheduledTimer(
                         subscription->notificationInterval,
                         once(shared_from_this(), [weak](VKTransactionMediator &m) {
                             if (auto s = weak.lock())
@@ -276,7 +294,7 @@ void VKTransactionMediator::notifyObserversWithTransaction(const Transaction &tr
             callListener(subscription->observer, subscription->name, d->facade,
                          subscription->observingKeyPaths);
             std::lock_guard fields(subscription->mutex);
-            subscription->lastTimeNotified = now();
+            subscription->lastTimeNotified = d->timers->now();
         }
     }
 }
@@ -284,14 +302,9 @@ void VKTransactionMediator::notifyObserversWithTransaction(const Transaction &tr
 void VKTransactionMediator::lastChangeDetectionTimerFired(
     const std::shared_ptr<Subscription> &subscription)
 {
-    {
-        // A held lock means a transaction is being opened or ended right now, whose end
-        // decides about the subscription. Not waiting for it also keeps a thread that holds it
-        // and invalidates this timer from waiting on us.
-        std::unique_lock lock(d->transactionLock, std::try_to_lock);
-        if (!lock.owns_lock() || d->currentTransaction)
-            return;
-    }
+    // An open transaction's end decides about the subscription.
+    if (d->transactionOpen.load() || !d->facadeLifetime.isAlive())
+        return;
     {
         std::lock_guard fields(subscription->mutex);
         if (!subscription->checkForLastChangeTimer)
@@ -300,5 +313,5 @@ void VKTransactionMediator::lastChangeDetectionTimerFired(
     callListener(subscription->observer, subscription->name, d->facade,
                  subscription->observingKeyPaths);
     std::lock_guard fields(subscription->mutex);
-    subscription->lastTimeNotified = now();
+    subscription->lastTimeNotified = d->timers->now();
 }

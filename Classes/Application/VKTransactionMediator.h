@@ -37,6 +37,8 @@ public:
                                             const QSet<QString> &keyPaths) = 0;
 };
 
+class VKTransactionTimerSource;
+
 class VK_EXPORT VKTransactionMediator : public VKKeyValueObserver,
                                         public std::enable_shared_from_this<VKTransactionMediator>
 {
@@ -45,9 +47,13 @@ class VK_EXPORT VKTransactionMediator : public VKKeyValueObserver,
     };
 
 public:
-    // Makes a mediator that observes the facade at once. The facade is not owned.
-    static std::shared_ptr<VKTransactionMediator> mediatorWithFacadeObject(VKObservable *facade);
-    VKTransactionMediator(Passkey, VKObservable *facade);
+    // Makes a mediator that observes the facade at once. The facade is not owned. Without a
+    // timer source the mediator uses the steady clock and the main loop.
+    static std::shared_ptr<VKTransactionMediator>
+    mediatorWithFacadeObject(VKObservable *facade,
+                             std::shared_ptr<VKTransactionTimerSource> timers = {});
+    VKTransactionMediator(Passkey, VKObservable *facade,
+                          std::shared_ptr<VKTransactionTimerSource> timers);
     ~VKTransactionMediator() override;
 
     VKObservable *facadeObject() const;

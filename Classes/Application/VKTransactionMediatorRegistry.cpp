@@ -15,6 +15,7 @@ struct VKTransactionMediatorRegistry::Private
     };
     std::mutex mutex;
     QHash<const VKObservable *, Entry> mediators;
+    std::shared_ptr<VKTransactionTimerSource> timerSource;
 
     // Entries whose facade is gone; dropped outside the lock, since dropping a mediator may
     // invalidate its timers.
@@ -49,15 +50,17 @@ VKTransactionMediatorRegistry::transactionMediatorForFacadeObject(VKObservable *
     if (!facade)
         return nullptr;
     QList<std::shared_ptr<VKTransactionMediator>> lapsed;
+    std::shared_ptr<VKTransactionTimerSource> timerSource;
     {
         std::lock_guard lock(d->mutex);
         lapsed = d->takeLapsed();
         auto it = d->mediators.find(facade);
         if (it != d->mediators.end())
             return it->mediator;
+        timerSource = d->timerSource;
     }
     // Made outside the lock: the mediator starts observing the facade at once.
-    auto mediator = VKTransactionMediator::mediatorWithFacadeObject(facade);
+    auto mediator = VKTransactionMediator::mediatorWithFacadeObject(facade, timerSource);
     std::shared_ptr<VKTransactionMediator> loser;
     std::lock_guard lock(d->mutex);
     auto it = d->mediators.find(facade);
@@ -77,6 +80,12 @@ VKTransactionMediatorRegistry::existingMediatorForFacadeObject(VKObservable *fac
     std::lock_guard lock(d->mutex);
     auto it = d->mediators.find(facade);
     return it == d->mediators.end() || !it->facade.isAlive() ? nullptr : it->mediator;
+}
+
+void VKTransactionMediatorRegistry::setTimerSource(std::shared_ptr<VKTransactionTimerSource> source)
+{
+    std::lock_guard lock(d->mutex);
+    d->timerSource = std::move(source);
 }
 
 void VKTransactionMediatorRegistry::deregisterMediatorForFacadeObject(VKObservable *facade)

@@ -8,6 +8,7 @@
 
 class VKObservable;
 class VKTransactionMediator;
+class VKTransactionTimerSource;
 
 class VK_EXPORT VKTransactionMediatorRegistry
 {
@@ -21,6 +22,10 @@ public:
     void deregisterMediatorForFacadeObject(VKObservable *facade);
     // The facade's mediator without making one.
     std::shared_ptr<VKTransactionMediator> existingMediatorForFacadeObject(VKObservable *facade);
+
+    // Mediators made from now on read the time and schedule their timers through `source`
+    // (null: the steady clock and the main loop); each keeps the source it was made with.
+    void setTimerSource(std::shared_ptr<VKTransactionTimerSource> source);
 
 private:
     VKTransactionMediatorRegistry();

@@ -108,6 +108,16 @@ std::shared_ptr<VKMainLoopTimer> VKMainLoopTimer::scheduledTimer(double interval
     return timer;
 }
 
+std::shared_ptr<VKMainLoopTimer>
+VKMainLoopTimer::unscheduledTimer(double interval, Callback callback, QVariant userInfo)
+{
+    if (!callback)
+        VKException::raise(VKInvalidArgumentException,
+                           "+[VKMainLoopTimer unscheduledTimer]: callback must not be nil");
+    return std::shared_ptr<VKMainLoopTimer>(new VKMainLoopTimer(
+        sanitisedInterval(interval), std::move(callback), std::move(userInfo)));
+}
+
 void VKMainLoopTimer::invalidate()
 {
     Callback released;

@@ -29,6 +29,9 @@ public:
     // there is no application object.
     static std::shared_ptr<VKMainLoopTimer> scheduledTimer(double interval, Callback callback,
                                                            QVariant userInfo = {});
+    // A timer that no loop fires: whoever drives it calls fire() (a clock stepped by hand).
+    static std::shared_ptr<VKMainLoopTimer> unscheduledTimer(double interval, Callback callback,
+                                                             QVariant userInfo = {});
 
     // Safe from any thread: once it returns, the callback has either finished or will never
     // start; a callback running on another thread is waited for (so do not hold a lock the

@@ -1,67 +1,139 @@
 #include "Application/VKNestedBool.h"
 #include "Application/VKTransactionMediatorRegistry.h"
 #include "Application/VKTransactionObservableMediation.h"
+#include "Application/VKTransactionTimerSource.h"
 
 #include "../support/VKTestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
+#include <deque>
+#include <future>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 namespace M = VKTransactionObservableMediation;
+using namespace std::chrono_literals;
+using Clock = VKTransactionTimerSource::Clock;
 
 namespace {
 
-// A clip's model: three observed properties and one the mediator is not told about.
+// A clip's model: four observed properties.
 class Clip : public VKObservable, public VKTransactionObservable
 {
 public:
     QSet<QString> transactionObservableKeyPaths() const override
     {
-        return {"title", "duration", "rate"};
+        return {"title", "duration", "rate", "reel"};
     }
-    void set(const QString &key, int value)
+    void set(const QString &key) { changeValueForKey(key, [] {}); }
+};
+
+// Time stands still until the test moves it. advance() fires the timers that fall due, each at
+// its fire time, earliest first and in scheduling order among equals: a main loop that is never
+// late. skip() moves time and fires nothing: a main loop that is busy.
+class HandClock final : public VKTransactionTimerSource
+{
+public:
+    Clock::time_point now() override
     {
-        changeValueForKey(key, [&] { m_last.store(value); });
+        std::lock_guard lock(m_mutex);
+        return m_now;
+    }
+    std::shared_ptr<VKMainLoopTimer> scheduledTimer(double interval,
+                                                    VKMainLoopTimer::Callback callback) override
+    {
+        auto timer = VKMainLoopTimer::unscheduledTimer(interval, std::move(callback));
+        std::lock_guard lock(m_mutex);
+        m_timers.emplace_back(
+            m_now + std::chrono::round<Clock::duration>(std::chrono::duration<double>(interval)),
+            timer);
+        return timer;
+    }
+    void skip(Clock::duration step)
+    {
+        std::lock_guard lock(m_mutex);
+        m_now += step;
+    }
+    void advance(Clock::duration step)
+    {
+        const Clock::time_point until = now() + step;
+        while (auto timer = nextDue(until))
+            timer->fire();
+        skip(until - now());
+    }
+    // The fire times of the valid timers, in milliseconds from the mark, earliest first.
+    std::vector<double> pending()
+    {
+        std::lock_guard lock(m_mutex);
+        std::vector<double> times;
+        for (const auto &[due, timer] : m_timers)
+            if (timer->isValid())
+                times.push_back(ms(due));
+        std::sort(times.begin(), times.end());
+        return times;
+    }
+    // What a real loop does with timers invalidated or spent: fires them late.
+    void fireEveryTimerLate()
+    {
+        std::unique_lock lock(m_mutex);
+        const auto timers = m_timers;
+        lock.unlock();
+        for (const auto &[due, timer] : timers)
+            timer->fire();
+    }
+    void mark() { m_mark = now(); }
+    double ms(Clock::time_point time) const
+    {
+        return std::chrono::duration<double, std::milli>(time - m_mark).count();
     }
 
 private:
-    std::atomic<int> m_last{0};
+    // The first valid timer due by `until`, with the clock moved to its fire time.
+    std::shared_ptr<VKMainLoopTimer> nextDue(Clock::time_point until)
+    {
+        std::lock_guard lock(m_mutex);
+        const Entry *first = nullptr;
+        for (const Entry &entry : m_timers)
+            if (entry.second->isValid() && entry.first <= until &&
+                (!first || entry.first < first->first))
+                first = &entry;
+        if (!first)
+            return nullptr;
+        m_now = std::max(m_now, first->first);
+        return first->second;
+    }
+
+    using Entry = std::pair<Clock::time_point, std::shared_ptr<VKMainLoopTimer>>;
+    std::mutex m_mutex;
+    Clock::time_point m_now = Clock::time_point() + 1000s;
+    Clock::time_point m_mark = m_now;
+    std::vector<Entry> m_timers; // every timer made, kept like the main loop keeps them
 };
 
-struct Call
-{
-    QString name;
-    QSet<QString> keyPaths;
-};
-
-class Listener : public VKTransactionListener, public VKTransactionObserving
+// Writes "name@ms" for each call, the time read from the hand clock.
+class Recorder : public VKTransactionListener, public VKTransactionObserving
 {
 public:
+    Recorder(QStringList &log, HandClock &clock) : m_log(log), m_clock(clock) {}
     void observeTransactionWithName(const QString &name, VKObservable *,
-                                    const QSet<QString> &keyPaths) override
+                                    const QSet<QString> &paths) override
     {
-        if (removed.load())
-            ++callsAfterRemoval;
+        m_log << name + '@' + QString::number(m_clock.ms(m_clock.now()), 'g', 15);
+        keyPaths = paths;
         if (then)
             then();
-        std::lock_guard lock(mutex);
-        calls.push_back({name, keyPaths});
     }
-    int count()
-    {
-        std::lock_guard lock(mutex);
-        return int(calls.size());
-    }
-    std::mutex mutex;
-    std::vector<Call> calls;
+    QSet<QString> keyPaths;
     std::function<void()> then;
-    std::atomic<bool> removed{false};
-    std::atomic<int> callsAfterRemoval{0};
+
+private:
+    QStringList &m_log;
+    HandClock &m_clock;
 };
 
 // A listener without the callback.
@@ -69,187 +141,289 @@ class Mute : public VKTransactionListener
 {
 };
 
-void busyWait(double seconds)
+// Mediators made in these tests run on a hand clock.
+class TransactionTiming : public ::testing::Test
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (std::chrono::steady_clock::now() < end) {
+protected:
+    struct Case
+    {
+        const char *name;
+        const char *subscriptions; // "name:key,key/interval" ...
+        const char *steps;         // see run()
+        QStringList log;           // sorted by time, then name
+        std::vector<double> pending;
+    };
+
+    TransactionTiming() { VKTransactionMediatorRegistry::sharedRegistry().setTimerSource(clock); }
+    ~TransactionTiming() override
+    {
+        restart();
+        VKTransactionMediatorRegistry::sharedRegistry().setTimerSource(nullptr);
     }
-}
+    // Without key paths: those of the facade's class.
+    Recorder &subscribe(const QString &name, std::optional<QSet<QString>> keyPaths,
+                        double interval = 0, Recorder *listener = nullptr)
+    {
+        if (!listener)
+            listener = &listeners.emplace_back(log, *clock);
+        if (keyPaths)
+            M::addTransactionObserver(clip.get(), listener, name, *keyPaths, interval);
+        else
+            M::addTransactionObserver(clip.get(), listener, name);
+        subscriptions.emplace_back(listener, name);
+        return *listener;
+    }
+    void unsubscribe(const QString &name)
+    {
+        auto it = std::find_if(subscriptions.begin(), subscriptions.end(),
+                               [&](const auto &entry) { return entry.second == name; });
+        ASSERT_NE(it, subscriptions.end()) << name;
+        M::removeTransactionObserver(clip.get(), it->first, name);
+        subscriptions.erase(it);
+    }
+    // A key changes it; "+ms" moves the clock on, firing what falls due; "~ms" moves it and
+    // fires nothing (a busy main loop); "end" is mayEndTransaction; "-name" removes that
+    // subscription.
+    void run(const QString &steps)
+    {
+        for (const QString &step : steps.split(' ', Qt::SkipEmptyParts)) {
+            const std::chrono::nanoseconds ms(std::llround(step.mid(1).toDouble() * 1e6));
+            if (step[0] == '+')
+                clock->advance(ms);
+            else if (step[0] == '~')
+                clock->skip(ms);
+            else if (step[0] == '-')
+                unsubscribe(step.mid(1));
+            else if (step == "end")
+                M::mayEndTransaction(clip.get());
+            else
+                clip->set(step);
+        }
+    }
+    void check(const std::vector<Case> &cases)
+    {
+        for (const Case &c : cases) {
+            SCOPED_TRACE(c.name);
+            restart();
+            for (const QString &s : QString(c.subscriptions).split(' ', Qt::SkipEmptyParts)) {
+                const QStringList keys = s.section(':', 1).section('/', 0, 0).split(',');
+                subscribe(s.section(':', 0, 0), QSet<QString>(keys.begin(), keys.end()),
+                          s.section('/', 1).toDouble() / 1000);
+            }
+            run(c.steps);
+            EXPECT_EQ(sortedLog(), c.log);
+            EXPECT_EQ(clock->pending(), c.pending);
+        }
+    }
+    // The order of calls made at the same instant is not fixed.
+    QStringList sortedLog() const
+    {
+        QStringList sorted = log;
+        std::sort(sorted.begin(), sorted.end(), [](const QString &a, const QString &b) {
+            return std::pair(a.section('@', 1).toDouble(), a) <
+                   std::pair(b.section('@', 1).toDouble(), b);
+        });
+        return sorted;
+    }
+    // A fresh history: no subscriptions, times counted from now.
+    void restart()
+    {
+        if (clip)
+            for (const auto &[listener, name] : std::exchange(subscriptions, {}))
+                M::removeTransactionObserver(clip.get(), listener, name);
+        clock->advance(1h);
+        clock->mark();
+        log.clear();
+    }
+
+    std::shared_ptr<HandClock> clock = std::make_shared<HandClock>();
+    std::unique_ptr<Clip> clip = std::make_unique<Clip>();
+    QStringList log;
+    std::deque<Recorder> listeners;
+    std::vector<std::pair<VKTransactionListener *, QString>> subscriptions;
+};
 
 } // namespace
 
-TEST(TransactionMediator, BurstGivesOneCallPerInterestedSubscriptionWithItsWholeKeyPathSet)
+TEST_F(TransactionTiming, BurstRunsFromItsFirstChangeUntilItsEndTimerFires)
 {
-    Clip clip;
-    Listener timing, rate, both;
-    Mute mute;
-    M::addTransactionObserver(&clip, &timing, "timing", {"title", "duration"});
-    M::addTransactionObserver(&clip, &rate, "rate", {"rate"});
-    M::addTransactionObserver(&clip, &both, "all"); // the class's key paths
-    M::addTransactionObserver(&clip, &mute, "mute", {"title"});
-    for (int i = 0; i < 10; ++i)
-        clip.set(i % 2 ? "title" : "duration", i);
-    ASSERT_TRUE(vkWaitUntil([&] { return timing.count() == 1 && both.count() == 1; }));
-    vkSpinEventLoop(30);
-    EXPECT_EQ(timing.count(), 1);
-    EXPECT_EQ(both.count(), 1);
-    EXPECT_EQ(rate.count(), 0);
-    EXPECT_EQ(timing.calls[0].name, "timing");
-    EXPECT_EQ(timing.calls[0].keyPaths, (QSet<QString>{"title", "duration"}));
-    EXPECT_EQ(both.calls[0].keyPaths, (QSet<QString>{"title", "duration", "rate"}));
-
-    // A change nobody watches ends a transaction without a call.
-    M::removeTransactionObserver(&clip, &both, "all");
-    clip.set("rate", 1);
-    ASSERT_TRUE(vkWaitUntil([&] { return rate.count() == 1; }));
-    EXPECT_EQ(timing.count(), 1);
-    for (auto [listener, name] : std::vector<std::pair<VKTransactionListener *, QString>>{
-             {&timing, "timing"}, {&rate, "rate"}, {&mute, "mute"}})
-        M::removeTransactionObserver(&clip, listener, name);
+    check({
+        {"a change nobody watches", "rate:rate", "reel +1000", {}, {}},
+        {"later changes join and never move the end", "t:title,duration",
+         "reel +5 duration +4.999999 title", {}, {10}},
+        {"the first change's timer ends it", "t:title,duration",
+         "reel +5 duration +5 title +10", {"t@10", "t@20"}, {}},
+        {"a busy main loop lengthens it", "t:title,duration", "title ~50 duration +0",
+         {"t@50"}, {}},
+    });
 }
 
-TEST(TransactionMediator, MayEndTransactionWaitsOutTheBurstThenEndsAtOnce)
+TEST_F(TransactionTiming, MayEndTransactionEndsItOnlyOnceTenMillisecondsHavePassed)
 {
-    Clip clip;
-    Listener listener;
-    M::addTransactionObserver(&clip, &listener, "early", {"title"});
-    clip.set("title", 1);
-    M::mayEndTransaction(&clip); // within 0.01 s: the end timer will do it
-    EXPECT_EQ(listener.count(), 0);
-    busyWait(0.02); // the main loop does not turn, so the end timer cannot fire
-    M::mayEndTransaction(&clip);
-    EXPECT_EQ(listener.count(), 1);
-    vkSpinEventLoop(30); // the pending end timer finds no transaction
-    EXPECT_EQ(listener.count(), 1);
-    M::removeTransactionObserver(&clip, &listener, "early");
+    // Called at once the end is visible at the call's time, else at the end timer's.
+    check({
+        {"with the first change", "e:title", "title end ~15 +0", {"e@15"}, {}},
+        {"1 ns short", "e:title", "title ~9.999999 end ~5 +0", {"e@14.999999"}, {}},
+        {"exactly 10 ms", "e:title", "title ~10 end ~5 +0", {"e@15"}, {}},
+        {"1 ns past; the end timer then finds nothing", "e:title", "title ~10.000001 end ~5 +0",
+         {"e@10.000001"}, {}},
+    });
 }
 
-TEST(TransactionMediator, IntervalDefersAChangeByAFreshFullInterval)
+TEST_F(TransactionTiming, IntervalHoldsACallAndMakesItAFullIntervalAfterTheLastHeldBurst)
 {
-    Clip clip;
-    Listener listener;
-    M::addTransactionObserver(&clip, &listener, "slow", {"title"}, 0.2);
-    clip.set("title", 1);
-    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 1; }));
-    const auto suppressed = std::chrono::steady_clock::now();
-    clip.set("title", 2);
-    vkSpinEventLoop(50);
-    EXPECT_EQ(listener.count(), 1); // within the interval: deferred
-    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 2; }));
-    EXPECT_GE(std::chrono::steady_clock::now() - suppressed, std::chrono::milliseconds(190));
-    M::removeTransactionObserver(&clip, &listener, "slow");
+    check({
+        {"held, then replaced by a later hold", "slow:title/1000 fast:title",
+         "title +300 title +300 title +1009.999999",
+         {"fast@10", "slow@10", "fast@310", "fast@610"}, {1610}},
+        {"delivered once", "slow:title/1000", "title +300 title +300 title +1310",
+         {"slow@10", "slow@1610"}, {}},
+        {"1 ns short of the interval", "slow:title/1000", "title +10 ~989.999999 title +10",
+         {"slow@10"}, {2009.999999}},
+        {"exactly the interval", "slow:title/1000", "title +10 ~990 title +10",
+         {"slow@10", "slow@1010"}, {}},
+        {"an open transaction that touches it takes it over", "slow:title/1000",
+         "title +300 title +1005 title +2000", {"slow@10", "slow@1315"}, {}},
+        {"one that does not touch it drops it", "slow:title/1000",
+         "title +300 title +1005 rate +2000", {"slow@10"}, {}},
+    });
 }
 
-TEST(TransactionMediator, DeferredCallIsDroppedWhileATransactionIsOpen)
+TEST_F(TransactionTiming, RemovalInvalidatesHeldCalls)
 {
-    Clip clip;
-    Listener listener;
-    M::addTransactionObserver(&clip, &listener, "slow", {"title"}, 0.1);
-    clip.set("title", 1);
-    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 1; }));
-    clip.set("title", 2); // deferred by 0.1 s
-    vkSpinEventLoop(20);
-    ASSERT_EQ(listener.count(), 1);
-    busyWait(0.15);       // the deferred timer is due, the loop does not turn
-    clip.set("title", 3); // opens a transaction before the deferred timer can fire
-    // The deferred timer finds the open transaction and leaves the call to its end.
-    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 2; }));
-    vkSpinEventLoop(150);
-    EXPECT_EQ(listener.count(), 2);
-    M::removeTransactionObserver(&clip, &listener, "slow");
+    check({
+        {"of that subscription only", "a:title/1000 b:title/1000", "title +300 title +10 -a +2000",
+         {"a@10", "b@10", "b@1310"}, {}},
+        {"and the end timer still ends the transaction", "a:title/1000 b:title",
+         "title +300 title +10 title -a +2000", {"a@10", "b@10", "b@310", "b@320"}, {}},
+    });
 }
 
-TEST(TransactionMediator, EqualSubscriptionsKeepTheFirstNameAndLastRemovalDropsTheMediator)
+TEST_F(TransactionTiming, LastRemovalDropsTheMediatorOnceItsEndTimerHasFired)
 {
-    Clip clip;
-    Listener listener;
-    M::addTransactionObserver(&clip, &listener, "first", {"title"});
-    M::addTransactionObserver(&clip, &listener, "second", {"title"});
-    std::weak_ptr<VKTransactionMediator> mediator = M::transactionMediator(&clip);
-    clip.set("title", 1);
-    ASSERT_TRUE(vkWaitUntil([&] { return listener.count() == 1; }));
-    vkSpinEventLoop(20);
-    ASSERT_EQ(listener.count(), 1);
-    EXPECT_EQ(listener.calls[0].name, "first");
-
-    M::removeTransactionObserver(&clip, &listener, "second"); // matches nothing, one remains
-    EXPECT_TRUE(clip.hasObserversForKey("title"));
-    M::removeTransactionObserver(&clip, &listener, "first");
-    EXPECT_FALSE(clip.hasObserversForKey("title"));
+    subscribe("slow", {{"title"}}, 1);
+    std::weak_ptr<VKTransactionMediator> mediator = M::transactionMediator(clip.get());
+    run("title +300 title +100 title -slow");
+    EXPECT_EQ(clock->pending(), std::vector<double>{410});
+    EXPECT_FALSE(clip->hasObserversForKey("title"));
     EXPECT_EQ(
-        VKTransactionMediatorRegistry::sharedRegistry().existingMediatorForFacadeObject(&clip),
+        VKTransactionMediatorRegistry::sharedRegistry().existingMediatorForFacadeObject(clip.get()),
         nullptr);
-    ASSERT_TRUE(vkWaitUntil([&] { return mediator.expired(); }));
-    EXPECT_NE(M::transactionMediator(&clip), nullptr);
-    EXPECT_TRUE(clip.hasObserversForKey("title"));
+    EXPECT_FALSE(mediator.expired()); // held by the end timer
+    run("+10");
+    EXPECT_TRUE(mediator.expired());
+    clock->fireEveryTimerLate();
+    // The next use makes a new mediator that observes the facade again.
+    subscribe("again", {{"title"}});
+    run("title +10");
+    EXPECT_EQ(log, (QStringList{"slow@10", "again@420"}));
 }
 
-TEST(TransactionMediator, ListenerMayChangeTheFacadeAndRemoveItselfFromItsCallback)
+TEST_F(TransactionTiming, TimersOfAFacadeThatIsGoneCallNobody)
 {
-    Clip clip;
-    Listener changer, remover;
-    M::addTransactionObserver(&clip, &changer, "changer", {"title"});
-    M::addTransactionObserver(&clip, &remover, "remover", {"duration"});
-    bool changedOnce = false;
+    subscribe("slow", {{"title"}}, 1);
+    subscribe("fast", {{"title"}});
+    std::weak_ptr<VKTransactionMediator> mediator = M::transactionMediator(clip.get());
+    run("title +300 title +100 title");
+    EXPECT_EQ(clock->pending(), (std::vector<double>{410, 1310}));
+    clip.reset();
+    subscriptions.clear();
+    run("+2000");
+    EXPECT_EQ(sortedLog(), (QStringList{"fast@10", "slow@10", "fast@310"}));
+    Clip other; // the gone facade's entry lapses at the registry's next lookup
+    M::transactionMediator(&other);
+    EXPECT_TRUE(mediator.expired());
+}
+
+TEST_F(TransactionTiming, EqualSubscriptionKeepsTheFirstNameAndListenersWithoutCallbackAreSkipped)
+{
+    Recorder &listener = subscribe("first", std::nullopt);
+    subscribe("second", {{"title", "duration", "rate", "reel"}}, 0, &listener);
+    Mute mute;
+    M::addTransactionObserver(clip.get(), &mute, "mute", {"duration"});
+    subscriptions.emplace_back(&mute, "mute");
+    run("duration +10 -second");
+    EXPECT_EQ(log, QStringList{"first@10"});
+    EXPECT_EQ(listener.keyPaths, clip->transactionObservableKeyPaths());
+    EXPECT_TRUE(clip->hasObserversForKey("title"));
+}
+
+TEST_F(TransactionTiming, ListenerMayChangeTheFacadeAndResubscribeFromItsCallback)
+{
+    Recorder &changer = subscribe("changer", {{"title"}});
+    Recorder &remover = subscribe("remover", {{"duration"}});
     changer.then = [&] {
-        if (!std::exchange(changedOnce, true))
-            clip.set("duration", 1); // opens a new transaction under the recursive lock
+        if (log.size() == 1)
+            clip->set("duration"); // opens the next transaction
     };
     remover.then = [&] {
-        M::removeTransactionObserver(&clip, &remover, "remover");
-        M::addTransactionObserver(&clip, &remover, "again", {"rate"});
+        if (!log.last().startsWith("remover"))
+            return;
+        unsubscribe("remover");
+        subscribe("again", {{"rate"}}, 0, &remover);
     };
-    clip.set("title", 1);
-    ASSERT_TRUE(vkWaitUntil([&] { return remover.count() == 1; }));
-    M::removeTransactionObserver(&clip, &changer, "changer");
-    M::removeTransactionObserver(&clip, &remover, "again");
+    run("title +20 rate +10");
+    EXPECT_EQ(log, (QStringList{"changer@10", "remover@20", "again@30"}));
 }
 
-// Rounds of bursts: in each, 8 threads change the round's keys while the main loop ends
-// transactions as they come; ending the last one by hand makes the round's calls exact. Every
-// subscription interested in the round is called at least once, the others never, and passing
-// listeners on another thread are never called after their removal returned.
+// Another thread ending a transaction holds the transaction lock while its listeners run; a
+// held call that falls due meanwhile is still made.
+TEST_F(TransactionTiming, HeldCallIsMadeWhileAnotherThreadEndsATransaction)
+{
+    subscribe("slow", {{"title"}}, 1);
+    Recorder &rate = subscribe("rate", {{"rate"}});
+    std::promise<void> entered, leave;
+    rate.then = [&, left = leave.get_future().share()] {
+        entered.set_value();
+        left.wait();
+    };
+    run("title +300 title +1005 rate"); // held until 1310; the new transaction ends at 1315
+    std::thread other([&] { M::transactionMediator(clip.get())->endTransaction(); });
+    entered.get_future().wait();
+    run("+5");
+    leave.set_value();
+    other.join();
+    run("+100");
+    EXPECT_EQ(log, (QStringList{"slow@10", "rate@1305", "slow@1310"}));
+}
+
+// Rounds of bursts on the real main loop: in each, 8 threads change the round's keys while the
+// main loop ends transactions as they come; ending the last one by hand makes the round's calls
+// exact. Every subscription interested in the round is called at least once, the others never,
+// and passing listeners on another thread are never called after their removal returned.
 TEST(TransactionMediator, EightThreadsWhileListenersComeAndGo)
 {
-    struct Round
+    struct Counter : VKTransactionListener, VKTransactionObserving
     {
-        const char *name;
-        QSet<QString> keys;
+        void observeTransactionWithName(const QString &, VKObservable *,
+                                        const QSet<QString> &) override
+        {
+            callsAfterRemoval += removed.load();
+            ++calls;
+        }
+        std::atomic<int> calls{0}, callsAfterRemoval{0};
+        std::atomic<bool> removed{false};
     };
-    const std::vector<Round> rounds = {
-        {"title only", {"title"}},
-        {"rate only", {"rate"}},
-        {"duration only", {"duration"}},
-        {"all three", {"title", "duration", "rate"}},
-    };
-    struct Watcher
-    {
-        QString name;
-        QSet<QString> keyPaths;
-        Listener listener;
-    };
-    std::vector<std::unique_ptr<Watcher>> watchers;
-    for (const auto &[name, keys] : std::vector<std::pair<QString, QSet<QString>>>{
-             {"timing", {"title", "duration"}}, {"rate", {"rate"}}, {"title", {"title"}}}) {
-        watchers.push_back(std::make_unique<Watcher>());
-        watchers.back()->name = name;
-        watchers.back()->keyPaths = keys;
-    }
+    const QList<QSet<QString>> rounds = {
+        {"title"}, {"rate"}, {"duration"}, {"title", "duration", "rate"}};
+    const QStringList names = {"timing", "rate", "title"};
+    const QList<QSet<QString>> watches = {{"title", "duration"}, {"rate"}, {"title"}};
+    std::deque<Counter> watchers(names.size());
 
     Clip clip;
-    for (auto &w : watchers)
-        M::addTransactionObserver(&clip, &w->listener, w->name, w->keyPaths);
+    for (int i = 0; i < names.size(); ++i)
+        M::addTransactionObserver(&clip, &watchers[i], names[i], watches[i]);
     std::atomic<bool> stopChurn{false};
     std::atomic<int> churned{0};
     std::thread churn([&] {
         while (!stopChurn.load()) {
-            Listener passing;
+            Counter passing;
             M::addTransactionObserver(&clip, &passing, "passing", {"title", "rate"});
             std::this_thread::yield();
             M::removeTransactionObserver(&clip, &passing, "passing");
             passing.removed.store(true);
             EXPECT_EQ(passing.callsAfterRemoval.load(), 0);
-            churned.fetch_add(1);
+            ++churned;
         }
     });
 #ifdef __SANITIZE_THREAD__
@@ -258,38 +432,37 @@ TEST(TransactionMediator, EightThreadsWhileListenersComeAndGo)
     constexpr int kRounds = 100;
 #endif
     for (int pass = 0; pass < kRounds; ++pass) {
-        const Round &round = rounds[pass % rounds.size()];
-        SCOPED_TRACE(round.name);
+        const QSet<QString> &keys = rounds[pass % rounds.size()];
+        const QStringList list(keys.begin(), keys.end());
+        SCOPED_TRACE(list.join(',').toStdString());
         std::vector<int> before;
         for (auto &w : watchers)
-            before.push_back(w->listener.count());
+            before.push_back(w.calls.load());
         std::atomic<int> running{8};
         std::vector<std::thread> writers;
         for (int t = 0; t < 8; ++t)
             writers.emplace_back([&, t] {
-                const QStringList keys(round.keys.begin(), round.keys.end());
                 for (int i = 0; i < 200; ++i)
-                    clip.set(keys[(t + i) % keys.size()], i);
-                running.fetch_sub(1);
+                    clip.set(list[(t + i) % list.size()]);
+                --running;
             });
         while (running.load() > 0)
             vkSpinEventLoop(1);
         for (auto &writer : writers)
             writer.join();
         M::transactionMediator(&clip)->endTransaction();
-        for (size_t i = 0; i < watchers.size(); ++i) {
-            const int calls = watchers[i]->listener.count() - before[i];
-            if (watchers[i]->keyPaths.intersects(round.keys))
-                EXPECT_GE(calls, 1) << "burst lost for " << watchers[i]->name.toStdString();
+        for (int i = 0; i < names.size(); ++i) {
+            if (watches[i].intersects(keys))
+                EXPECT_GE(watchers[i].calls.load() - before[i], 1) << "burst lost: " << names[i];
             else
-                EXPECT_EQ(calls, 0) << "uninterested " << watchers[i]->name.toStdString();
+                EXPECT_EQ(watchers[i].calls.load() - before[i], 0) << "uninterested: " << names[i];
         }
     }
     stopChurn.store(true);
     churn.join();
     EXPECT_GT(churned.load(), 0);
-    for (auto &w : watchers)
-        M::removeTransactionObserver(&clip, &w->listener, w->name);
+    for (int i = 0; i < names.size(); ++i)
+        M::removeTransactionObserver(&clip, &watchers[i], names[i]);
 }
 
 TEST(NestedBool, CountsHoldersAndAnnouncesOnlyTheRiseAndTheFall)
