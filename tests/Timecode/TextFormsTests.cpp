@@ -99,11 +99,11 @@ TEST(VKCalcWriter, ClockFieldsToFrames)
 {
     // clang-format off
     const struct { const char *text; double frames; } cases[] = {
-        {"01:00:00.00", 90000}, {"00:00:01.24", 49}, {"-00:00:01.05", -30},
+        // A comma before the frames marks them, even with fewer than four fields; frames are
+        // divided by R + 0.5, so those above the rate lose some.
+        {"01:00:00.00", 90000}, {"00:00:01.24", 49}, {"-00:00:01.05", -30}, {"00:01,05", 30},
         {" -01:00:00:10", -90010}, {"00:01:30", 2250}, {"1.5", 30}, {"", 0}, {"00:00:01,05", 30},
-        {"+00:00:01.05", 30}, {"12;34;56;07", 1132407},
-        {"00:00:00.25", 25}, // the divisor is R + 0.5:
-        {"00:00:00.30", 29}, // frames above the rate lose some
+        {"+00:00:01.05", 30}, {"12;34;56;07", 1132407}, {"00:00:00.25", 25}, {"00:00:00.30", 29},
     };
     // clang-format on
     for (const auto &c : cases)
