@@ -37,13 +37,7 @@ TEST_F(SequenceFolder, CompletePartialAndMissing)
 {
     const char *complete = "complete", *partial = "partial", *missing = "missing";
     // clang-format off
-    const struct
-    {
-        const char *name;
-        bool complete, part;
-        const char *state;
-        quint64 existing, count;
-    } cases[] = {
+    const struct { const char *name; bool complete, part; const char *state; quint64 existing, count; } cases[] = {
         {"c_1-2####.dpx", true, true, complete, 2, 2},
         {"c_4-5####.dpx", true, true, complete, 2, 2},
         {"c_1-5####.dpx", false, true, partial, 4, 5},

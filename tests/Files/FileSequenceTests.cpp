@@ -1,14 +1,10 @@
 #include "Files/VKFileSequence.h"
-#include "Foundation/VKNumericStringCompare.h"
 
 #include "VKTestSupport.h"
 
 #include <QDir>
 
 #include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
 
 using L = QStringList;
 using S = VKFileSequence;
@@ -32,14 +28,11 @@ std::shared_ptr<S> sequence(const QString &prefix, quint64 start, quint64 end, q
 // "prefix|start|end|padding|postfix" of a sequence, or "none".
 QString fields(const std::shared_ptr<S> &s)
 {
-    if (!s)
-        return QStringLiteral("none");
-    return QStringLiteral("%1|%2|%3|%4|%5")
-        .arg(s->prefix())
-        .arg(s->startFrame())
-        .arg(s->endFrameInclusive())
-        .arg(s->padding())
-        .arg(s->postfix());
+    return s ? QStringList{s->prefix(), QString::number(s->startFrame()),
+                           QString::number(s->endFrameInclusive()), QString::number(s->padding()),
+                           s->postfix()}
+                   .join(u'|')
+             : QStringLiteral("none");
 }
 
 } // namespace
@@ -86,68 +79,25 @@ TEST(VKFileSequence, PartsOfAFile)
 
 TEST(VKFileSequence, GroupingIntoRuns)
 {
-    const QString arabic9 = u"/V/c_\u0669.dpx"_qs, arabic10 = u"/V/c_\u0661\u0660.dpx"_qs;
+    // The differential suite compares ordinary listings with a reference; these are the
+    // answers that must not move.
     // clang-format off
     const struct { const char *name; L files; QList<L> runs; } cases[] = {
-        {"numeric order", {"a10.dpx", "a9.dpx", "a11.dpx"}, {{"a9.dpx", "a10.dpx", "a11.dpx"}}},
-        {"gap", {"c_0004.dpx", "c_0001.dpx", "c_0002.dpx"}, {{"c_0001.dpx", "c_0002.dpx"}, {"c_0004.dpx"}}},
-        {"postfix", {"x_001.tif", "x_001.dpx"}, {{"x_001.dpx"}, {"x_001.tif"}}},
         {"postfix case", {"x_001.dpx", "x_002.DPX"}, {{"x_001.dpx"}, {"x_002.DPX"}}},
-        {"prefix", {"b/0002.dpx", "a/0001.dpx"}, {{"a/0001.dpx"}, {"b/0002.dpx"}}},
         {"repeat", {"s_1.dpx", "s_1.dpx", "s_2.dpx"}, {{"s_1.dpx"}, {"s_1.dpx", "s_2.dpx"}}},
         {"equal frames written apart", {"a1.x", "a01.x", "a2.x"}, {{"a01.x"}, {"a1.x", "a2.x"}}},
-        {"saturated frames repeat",
-         {"c_2147483648.dpx", "c_2147483647.dpx"},
+        {"saturated frames repeat", {"c_2147483648.dpx", "c_2147483647.dpx"},
          {{"c_2147483647.dpx"}, {"c_2147483648.dpx"}}},
-        {"no frame number",
-         {"/V/clip.dpx", "/V/clip_1.dpx", "/V/clip_2.dpx", "/V/notes.txt"},
+        {"no frame number", {"/V/clip.dpx", "/V/clip_1.dpx", "/V/clip_2.dpx", "/V/notes.txt"},
          {{"/V/clip.dpx"}, {"/V/clip_1.dpx", "/V/clip_2.dpx"}, {"/V/notes.txt"}}},
         {"same name twice", {"x", "x"}, {{"x"}, {"x"}}},
         {"all digits", {"/V/0002", "/V/0001", "/V/0003"}, {{"/V/0001", "/V/0002", "/V/0003"}}},
-        {"other scripts", {arabic10, arabic9}, {{arabic9, arabic10}}},
         {"leading zeros", {"c_100.dpx", "c_99.dpx", "c_0098.dpx"}, {{"c_0098.dpx", "c_99.dpx", "c_100.dpx"}}},
         {"nothing", {}, {}},
     };
     // clang-format on
-    for (const auto &c : cases) {
+    for (const auto &c : cases)
         EXPECT_EQ(S::sequencesWithFiles(c.files), c.runs) << c.name;
-    }
-}
-
-TEST(VKFileSequence, EveryPathLandsInExactlyOneSortedRun)
-{
-    std::mt19937 random(42);
-    const L folders = {"/A/", "/A/r1/", "/B 2/"};
-    const L names = {"c_", "C_", "d.", "", "e_v2_"};
-    const L tails = {".dpx", ".exr", "", ".0.tif"};
-    L input;
-    for (int i = 0; i < 3000; ++i) {
-        QString path = folders[random() % folders.size()] + names[random() % names.size()];
-        if (random() % 10)
-            path += QString::number(random() % 400).rightJustified(int(random() % 5), u'0');
-        input.append(path + tails[random() % tails.size()]);
-    }
-    const auto joinable = [](const QString &a, const QString &b) {
-        return S::frameNumberForFile(a) != qint64(notFound) &&
-               S::frameNumberForFile(b) == S::frameNumberForFile(a) + 1 &&
-               S::prefixStringForFile(a) == S::prefixStringForFile(b) &&
-               S::postfixStringForFile(a) == S::postfixStringForFile(b);
-    };
-    const QList<L> runs = S::sequencesWithFiles(input);
-    L flattened;
-    for (qsizetype r = 0; r < runs.size(); ++r) {
-        ASSERT_FALSE(runs[r].isEmpty());
-        flattened += runs[r];
-        for (qsizetype i = 1; i < runs[r].size(); ++i)
-            ASSERT_TRUE(joinable(runs[r][i - 1], runs[r][i])) << runs[r][i].toStdString();
-        if (r > 0) {
-            EXPECT_FALSE(joinable(runs[r - 1].last(), runs[r].first()))
-                << runs[r].first().toStdString();
-        }
-    }
-    L resorted = input;
-    std::sort(resorted.begin(), resorted.end(), VKNumericStringCompare::lessThan);
-    EXPECT_EQ(flattened, resorted);
 }
 
 TEST(VKFileSequence, SequencesFromFiles)
@@ -260,9 +210,7 @@ TEST(VKFileSequence, MembersAndInAndOutPoints)
     const auto small = sequence("/V/c_", 8, 11, 3, ".exr");
     EXPECT_EQ(small->allFilePaths(),
               (L{"/V/c_008.exr", "/V/c_009.exr", "/V/c_010.exr", "/V/c_011.exr"}));
-    const QList<QUrl> urls = small->allFileURLs();
-    ASSERT_EQ(urls.size(), 4);
-    EXPECT_EQ(urls[0], QUrl("file:///V/c_008.exr"));
+    EXPECT_EQ(small->allFileURLs().value(3), QUrl("file:///V/c_011.exr"));
     EXPECT_EQ(sequence("my c_", 1, 1, 1, ".dpx")->allFileURLs(),
               QList<QUrl>{QUrl::fromLocalFile(QDir::current().absoluteFilePath("my c_1.dpx"))});
 
@@ -314,13 +262,6 @@ TEST(VKFileSequence, SizesSumOrSampleThreeMembers)
     EXPECT_EQ(S::fileSequenceWithIdentifier(dir.path() + "/c_3-4####.dpx")->overallByteCount(),
               107);
 
-    // Only the three sampled members of a huge sequence exist.
-    for (int frame : {1, 50001, 100000})
-        dir.writeFile(QStringLiteral("f_%1.exr").arg(frame, 6, 10, QLatin1Char('0')),
-                      QByteArray(4096, 'x'));
-    EXPECT_EQ(
-        S::fileSequenceWithIdentifier(dir.path() + "/f_1-100000######.exr")->overallByteCount(),
-        4096LL * 100000);
 
     VKLogCapture log;
     testing::internal::CaptureStdout();

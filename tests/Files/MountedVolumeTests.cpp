@@ -128,38 +128,26 @@ protected:
         }
         QProcessEnvironment fixedTime = QProcessEnvironment::systemEnvironment();
         fixedTime.insert(QStringLiteral("E2FSPROGS_FAKE_TIME"), QString::number(kImageTime));
-        const struct
-        {
-            const char *label;
-            QStringList options;
-        } made[] = {
-            {"CARD_A", {QStringLiteral("-t"), QStringLiteral("ext4")}},
-            // 128-byte inodes have no room for a birth time.
-            {"CARD_B",
-             {QStringLiteral("-t"), QStringLiteral("ext2"), QStringLiteral("-I"),
-              QStringLiteral("128")}},
-            {"CARD_C", {QStringLiteral("-t"), QStringLiteral("ext4")}},
-        };
-        for (const auto &image : made) {
-            const QString file = images->filePath(QString::fromLatin1(image.label) + ".img");
+        // 128-byte inodes have no room for a birth time.
+        for (const QString &options : {QStringLiteral("CARD_A -t ext4"),
+                                       QStringLiteral("CARD_B -t ext2 -I 128"),
+                                       QStringLiteral("CARD_C -t ext4")}) {
+            const QStringList words = options.split(u' ');
+            const QString file = images->filePath(words[0] + ".img");
             QFile(file).open(QIODevice::WriteOnly);
             QFile::resize(file, 8 << 20);
-            const ProcessRun mkfs =
-                run(findProgram(QStringLiteral("mke2fs")),
-                    QStringList{QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-L"),
-                                QString::fromLatin1(image.label)} +
-                        image.options + QStringList(file),
-                    fixedTime);
+            const ProcessRun mkfs = run(findProgram(QStringLiteral("mke2fs")),
+                                        QStringList{"-q", "-F", "-L"} + words + QStringList(file),
+                                        fixedTime);
             if (mkfs.status != 0) {
-                skipReason =
-                    QStringLiteral("mke2fs failed: ") + QString::fromLocal8Bit(mkfs.output);
+                skipReason = "mke2fs failed: " + QString::fromLocal8Bit(mkfs.output);
                 return;
             }
         }
         for (const char *label : {"CARD_A", "CARD_B"}) {
             const QString error = mountImage(QString::fromLatin1(label), mountPoint(label));
             if (!error.isEmpty()) {
-                skipReason = QStringLiteral("mounting is not possible here: ") + error;
+                skipReason = "mounting is not possible here: " + error;
                 return;
             }
         }
@@ -209,25 +197,15 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
     const QString a = mountPoint("CARD_A");
     QDir().mkpath(a + "/DCIM");
     QDir().mkpath(mountPoint("CARD_AB") + "/x");
-    // A volume mounted inside CARD_A comes later in the list, so CARD_A still answers.
     ASSERT_EQ(mountImage(QStringLiteral("CARD_C"), a + "/NESTED"), QString());
     QDir().mkpath(a + "/NESTED/clips");
-    struct Case
-    {
-        const char *name;
-        QString path;
-        QString expected;
-    } cases[] = {
-        {"the mount path", a, a},
-        {"with a trailing slash", a + "/", a},
-        {"a folder on it", a + "/DCIM", a},
-        {"longer name is another volume", mountPoint("CARD_AB") + "/x", QStringLiteral("/")},
-        {"the first match, not the longest", a + "/NESTED/clips", a},
-        {"even the nested mount path", a + "/NESTED", a},
-        {"the media root", media, QStringLiteral("/")},
-    };
-    for (const Case &c : cases)
-        EXPECT_EQ(VKStatInfo::mountPathForPath(c.path), c.expected) << c.name;
+    // CARD_AB is another volume; the nested mount comes later in the list, so the first match,
+    // CARD_A, answers even for the nested mount path.
+    const QString root = QStringLiteral("/");
+    for (const auto &[path, expected] : QList<std::pair<QString, QString>>{
+             {a, a}, {a + "/", a}, {a + "/DCIM", a}, {mountPoint("CARD_AB") + "/x", root},
+             {a + "/NESTED/clips", a}, {a + "/NESTED", a}, {media, root}})
+        EXPECT_EQ(VKStatInfo::mountPathForPath(path), expected) << path;
     EXPECT_TRUE(VKStatInfo::mountedVolumePaths().contains(a + "/NESTED"));
     EXPECT_TRUE(unmount(a + "/NESTED"));
 
@@ -243,45 +221,18 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
     EXPECT_TRUE(unmount(blanks));
 }
 
-TEST_F(MountedVolumes, FiguresNamesDatesAndIdentity)
+// The figures, names and identities themselves are compared with statfs in the vkvol test below.
+TEST_F(MountedVolumes, CreationDatesAndDeviceProperties)
 {
-    const struct
-    {
-        const char *card;
-        const char *type;
-        QDateTime created;
-        const char *createdText;
-    } cases[] = {
-        {"CARD_A", "ext4", QDateTime::fromSecsSinceEpoch(kImageTime, Qt::UTC),
-         "2009-02-14_00:31:30_+0100"},
-        {"CARD_B", "ext2", QDateTime(), "1904-01-01"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.card);
-        const QString mount = mountPoint(c.card);
+    const QDateTime created[] = {QDateTime::fromSecsSinceEpoch(kImageTime, Qt::UTC), QDateTime()};
+    int i = 0;
+    for (const char *card : {"CARD_A", "CARD_B"}) {
+        SCOPED_TRACE(card);
+        const QString mount = mountPoint(card);
         const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(mount + "/");
         ASSERT_NE(info, nullptr);
         EXPECT_EQ(info->mountPath(), mount);
-        EXPECT_EQ(info->fsType(), QString::fromLatin1(c.type));
-        EXPECT_EQ(info->volumeName(), QString::fromLatin1(c.card));
-        EXPECT_EQ(info->displayName(), QStorageInfo(mount).displayName());
-        struct statfs st
-        {
-        };
-        ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
-        EXPECT_EQ(info->totalBytes(), quint64(st.f_bsize) * st.f_blocks);
-        EXPECT_EQ(info->freeBytes(), quint64(st.f_bsize) * st.f_bfree);
-        EXPECT_EQ(info->availableBytes(), quint64(st.f_bsize) * st.f_bavail);
-        EXPECT_EQ(info->createDate(), c.created);
-        // A loop device sits on no bus: unmountable, not removable, no share.
-        EXPECT_FALSE(info->isRemovable());
-        EXPECT_TRUE(info->isUnmountable());
-        EXPECT_FALSE(info->isNetworkShare());
-        EXPECT_EQ(info->vessanVolumeID(), QStringLiteral("label=%1_created=%2_size=%3_fsType=%4")
-                                              .arg(c.card, c.createdText)
-                                              .arg(info->totalBytes())
-                                              .arg(c.type));
-
+        EXPECT_EQ(info->createDate(), created[i++]);
         struct stat device
         {
         };
@@ -289,7 +240,7 @@ TEST_F(MountedVolumes, FiguresNamesDatesAndIdentity)
         const std::optional<QVariantMap> description =
             VKStatInfo::diskArbitrationInfoForVolumeAtPath(device.st_rdev);
         ASSERT_TRUE(description.has_value());
-        EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), QString::fromLatin1(c.card));
+        EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), QString::fromLatin1(card));
         EXPECT_EQ(description->value(QStringLiteral("DEVNAME")),
                   QString::fromLatin1(QStorageInfo(mount).device()));
     }
@@ -332,33 +283,6 @@ TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
     EXPECT_EQ(info->vessanVolumeID(), identity);
 }
 
-TEST_F(MountedVolumes, SpaceIsReadAgainOnlyAfterTenSeconds)
-{
-    QDateTime clock = QDateTime::currentDateTimeUtc();
-    VKStatInfo::TestingClock testingClock([&clock] { return clock; });
-    const QString b = mountPoint("CARD_B");
-    const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(b);
-    ASSERT_NE(info, nullptr);
-    clock = clock.addSecs(60); // whatever earlier tests read is stale now
-    const quint64 before = info->freeBytes();
-    const QDateTime firstRead = info->lastUpdateForStatfs();
-    EXPECT_EQ(firstRead, clock);
-
-    QFile file(b + "/clip.mov");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(1 << 20, 'x'));
-    file.close();
-    ::sync();
-
-    clock = clock.addMSecs(10000);
-    EXPECT_EQ(info->freeBytes(), before) << "10 s old is still fresh";
-    EXPECT_EQ(info->lastUpdateForStatfs(), firstRead);
-    clock = clock.addMSecs(1);
-    EXPECT_LT(info->freeBytes(), before - (1 << 20) + 1);
-    EXPECT_EQ(info->lastUpdateForStatfs(), clock);
-    QFile::remove(b + "/clip.mov");
-}
-
 TEST_F(MountedVolumes, VolumeCacheMatchesCharacterPrefixesAndReloads)
 {
     VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
@@ -396,6 +320,11 @@ QString field(const char *name, const QString &value)
            value + u'\n';
 }
 
+QString field(const char *name, const char *value)
+{
+    return field(name, QString::fromLatin1(value));
+}
+
 QString sizeField(const char *name, quint64 bytes)
 {
     return field(name, QStringLiteral("%1 (%2 bytes)")
@@ -408,15 +337,12 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     VKTempDir home;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.path());
-    QString expected;
     const struct
     {
-        const char *card;
-        const char *type;
-        const char *created;
-        const char *createdId;
+        const char *card, *type, *created, *createdId;
     } cards[] = {{"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
                  {"CARD_B", "ext2", "none", "1904-01-01"}};
+    QString expected;
     QStringList arguments;
     for (const auto &card : cards) {
         const QString mount = mountPoint(card.card);
@@ -425,22 +351,18 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         };
         ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
         const quint64 total = quint64(st.f_bsize) * st.f_blocks;
-        if (!expected.isEmpty())
-            expected += u'\n';
-        expected +=
-            mount + "/\n" + field("mount path", mount) +
-            field("type", QString::fromLatin1(card.type)) +
-            field("display name", QStorageInfo(mount).displayName()) +
-            field("volume name", QString::fromLatin1(card.card)) + sizeField("total", total) +
-            sizeField("free", quint64(st.f_bsize) * st.f_bfree) +
-            sizeField("available", quint64(st.f_bsize) * st.f_bavail) +
-            field("removable", QStringLiteral("no")) + field("unmountable", QStringLiteral("yes")) +
-            field("network share", QStringLiteral("no")) +
-            field("created", QString::fromLatin1(card.created)) +
-            field("identity", QStringLiteral("label=%1_created=%2_size=%3_fsType=%4")
-                                  .arg(card.card, card.createdId)
-                                  .arg(total)
-                                  .arg(card.type));
+        expected += (expected.isEmpty() ? "" : "\n") + mount + "/\n" + field("mount path", mount) +
+                    field("type", card.type) +
+                    field("display name", QStorageInfo(mount).displayName()) +
+                    field("volume name", card.card) + sizeField("total", total) +
+                    sizeField("free", quint64(st.f_bsize) * st.f_bfree) +
+                    sizeField("available", quint64(st.f_bsize) * st.f_bavail) +
+                    field("removable", "no") + field("unmountable", "yes") +
+                    field("network share", "no") + field("created", card.created) +
+                    field("identity", QStringLiteral("label=%1_created=%2_size=%3_fsType=%4")
+                                          .arg(card.card, card.createdId)
+                                          .arg(total)
+                                          .arg(card.type));
         arguments.append(mount + u'/');
     }
     arguments.append(mountPoint("CARD_A") + "/missing");
@@ -449,39 +371,30 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     vkvol.start(QStringLiteral(VKVOL_PATH), arguments);
     ASSERT_TRUE(vkvol.waitForFinished(60000));
     EXPECT_EQ(QString::fromUtf8(vkvol.readAllStandardOutput()), expected);
-    EXPECT_EQ(vkvol.readAllStandardError(),
+    EXPECT_EQ(QString::fromUtf8(vkvol.readAllStandardError()),
               QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
                              "path %1/missing. File does not exist.\n")
-                  .arg(mountPoint("CARD_A"))
-                  .toUtf8());
+                  .arg(mountPoint("CARD_A")));
     EXPECT_EQ(vkvol.exitCode(), 1);
 
     // JSON: the same figures, numbers as numbers.
     const ProcessRun json = run(QStringLiteral(VKVOL_PATH),
                                 {QStringLiteral("--json"), mountPoint("CARD_A")}, environment);
     ASSERT_EQ(json.status, 0) << json.output.constData();
-    const QJsonArray volumes = QJsonDocument::fromJson(json.output).array();
-    ASSERT_EQ(volumes.size(), 1);
-    const QJsonObject a = volumes[0].toObject();
+    const QJsonObject a = QJsonDocument::fromJson(json.output).array().at(0).toObject();
     EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(statfsTotal(mountPoint("CARD_A"))));
     EXPECT_EQ(a.value("createDate").toString(), u"2009-02-13T23:31:30Z");
     EXPECT_EQ(a.value("isUnmountable"), QJsonValue(true));
-    EXPECT_EQ(a.value("volumeName"), QJsonValue("CARD_A"));
-    EXPECT_EQ(a.value("vessanVolumeID").toString(),
-              QStringLiteral("label=CARD_A_created=2009-02-14_00:31:30_+0100_size=%1_fsType=ext4")
-                  .arg(statfsTotal(mountPoint("CARD_A"))));
 
     // Short labels: the same file on two cards is told apart by its card only.
-    for (const char *file :
-         {"CARD_A/Day1/C001.mov", "CARD_B/Day1/C001.mov", "CARD_A/Day2/C001.mov"}) {
+    QStringList files;
+    for (const char *file : {"CARD_A/Day1/C001.mov", "CARD_B/Day1/C001.mov", "CARD_A/Day2/C001.mov"}) {
         QDir().mkpath(QFileInfo(mountPoint(file)).path());
         QFile(mountPoint(file)).open(QIODevice::WriteOnly);
+        files.append(mountPoint(file));
     }
     const ProcessRun shortLines =
-        run(QStringLiteral(VKVOL_PATH),
-            {QStringLiteral("--short"), mountPoint("CARD_A/Day1/C001.mov"),
-             mountPoint("CARD_B/Day1/C001.mov"), mountPoint("CARD_A/Day2/C001.mov")},
-            environment);
+        run(QStringLiteral(VKVOL_PATH), QStringList(QStringLiteral("--short")) + files, environment);
     EXPECT_EQ(shortLines.status, 0);
     EXPECT_EQ(QString::fromUtf8(shortLines.output),
               QStringLiteral("CARD_A \u2014 C001.mov\nCARD_B \u2014 C001.mov\n"

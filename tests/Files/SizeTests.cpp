@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
-#include <cstdio>
 #include <limits>
-#include <locale.h>
-#include <random>
 
 namespace {
+
+constexpr quint64 kMax = std::numeric_limits<quint64>::max();
 
 QString sizeText(quint64 bytes)
 {
@@ -20,74 +18,33 @@ quint64 parse(const QString &text)
     return VKFileSize::byteCountFromHumanReadableFileSizeString(text);
 }
 
-constexpr quint64 kMax = std::numeric_limits<quint64>::max();
-
-// The size text as the C library prints it, in the C locale whatever the process uses.
-QString printfSizeText(quint64 bytes)
-{
-    static const char *const units[] = {"KB", "MB", "GB", "TB", "PB", "EB", "ZB", "YB"};
-    double value = static_cast<double>(bytes) / 1000.0;
-    int unit = 0;
-    while (value >= 1000.0 && unit < 7) {
-        value /= 1000.0;
-        ++unit;
-    }
-    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
-    const locale_t previous = uselocale(cLocale);
-    char buffer[64];
-    std::snprintf(buffer, sizeof buffer, "%.1f %s", value, units[unit]);
-    uselocale(previous);
-    return QString::fromLatin1(buffer);
-}
-
 } // namespace
 
 TEST(VKFileSize, SizeAndSpeedTexts)
 {
+    // Rounded as printf("%.1f") rounds: 0.95 is stored just below itself; 0.25 and 1.25 are
+    // exact ties that go to even.
     // clang-format off
     const struct { quint64 bytes; const char *text; } cases[] = {
-        {0, "0.0 KB"}, {49, "0.0 KB"}, {50, "0.1 KB"}, {999, "1.0 KB"}, {1024, "1.0 KB"},
-        {1500000, "1.5 MB"}, {12500000, "12.5 MB"},
-        // 0.95 is stored just below itself; 0.25 and 1.25 are exact ties that go to even.
-        {950, "0.9 KB"}, {250, "0.2 KB"}, {750, "0.8 KB"}, {1250000, "1.2 MB"},
-        {quint64(1) << 63, "9.2 EB"}, {kMax, "18.4 EB"},
+        {0, "0.0 KB"}, {49, "0.0 KB"}, {50, "0.1 KB"}, {999, "1.0 KB"}, {950, "0.9 KB"},
+        {250, "0.2 KB"}, {1250000, "1.2 MB"}, {quint64(1) << 63, "9.2 EB"}, {kMax, "18.4 EB"},
     };
     // clang-format on
     for (const auto &c : cases) {
         EXPECT_EQ(sizeText(c.bytes), c.text) << c.bytes;
         EXPECT_EQ(VKFileSize::humanReadableCopySpeedStringFromBytesPerSecond(c.bytes),
-                  QString::fromLatin1(c.text) + "/s")
-            << c.bytes;
+                  QString::fromLatin1(c.text) + "/s");
     }
-    // The unit is chosen before rounding, so just below the next unit prints "1000.0".
+    // The unit is chosen before rounding, so just below the next unit prints "1000.0"; the count
+    // becomes a double first, so 10^18 - 1 is no longer below 10^18.
     const char *const units[] = {"KB", "MB", "GB", "TB", "PB", "EB"};
     quint64 scale = 1;
     for (int power = 0; power < 5; ++power, scale *= 1000) {
-        SCOPED_TRACE(power);
         const QString unit = QString::fromLatin1(units[power]);
         EXPECT_EQ(sizeText(999949 * scale), "999.9 " + unit);
         EXPECT_EQ(sizeText(999950 * scale), "1000.0 " + unit);
-        // The count becomes a double first: 10^18 - 1 is no longer below 10^18.
         EXPECT_EQ(sizeText(1000000 * scale - 1), power < 4 ? "1000.0 " + unit : QString("1.0 EB"));
         EXPECT_EQ(sizeText(1000000 * scale), "1.0 " + QString::fromLatin1(units[power + 1]));
-    }
-}
-
-TEST(VKFileSize, SizeTextRoundsExactlyAsPrintf)
-{
-    // Counts of every magnitude, and both sides of every rounding step near a unit boundary.
-    std::mt19937_64 random(20240307);
-    for (int i = 0; i < 100000; ++i) {
-        const quint64 bytes = random() >> (random() % 64);
-        ASSERT_EQ(sizeText(bytes), printfSizeText(bytes)) << bytes;
-    }
-    quint64 scale = 1;
-    for (int power = 0; power < 6; ++power, scale *= 1000) {
-        for (quint64 step = 0; step <= 1000; ++step) {
-            const quint64 bytes = step * 1000 * scale + 50 * scale - 1;
-            ASSERT_EQ(sizeText(bytes), printfSizeText(bytes)) << bytes;
-            ASSERT_EQ(sizeText(bytes + 1), printfSizeText(bytes + 1)) << bytes + 1;
-        }
     }
 }
 
@@ -139,31 +96,4 @@ TEST(VKFileSize, ParserReadsNumberAndUnit)
     EXPECT_EQ(parse(QString()), 0u);
     EXPECT_EQ(parse(QString(400, u'9') + " B/s"), kMax);
     EXPECT_EQ(parse("0." + QString(400, u'0') + "1 YB/s"), 0u);
-}
-
-TEST(VKFileSize, ParserReadsBackEverySpeedTextToItsPrintedPrecision)
-{
-    // Reading a speed text back gives the printed figure, or one byte off where the
-    // extended-precision steps land just beside it.
-    std::mt19937_64 random(7);
-    const QStringList units = VKFileSize::inputUnits();
-    int wrong = 0;
-    for (int i = 0; i < 50000; ++i) {
-        const quint64 bytes = i < 64 ? kMax >> i : random() >> (random() % 64);
-        const QString text = VKFileSize::humanReadableCopySpeedStringFromBytesPerSecond(bytes);
-        const QStringList parts = text.split(u' ');
-        ASSERT_EQ(parts.size(), 2) << text.toStdString();
-        const int unit = units.indexOf(parts[1].chopped(2));
-        ASSERT_GE(unit, 1) << text.toStdString();
-        quint64 expected = QString(parts[0]).remove(u'.').toULongLong() * 100; // tenths
-        for (int k = 1; k < unit; ++k)
-            expected *= 1000;
-        const quint64 read = parse(text);
-        if (read != expected) {
-            ++wrong;
-            ASSERT_TRUE(read + 1 == expected || read == expected + 1)
-                << text.toStdString() << " " << read << " " << expected;
-        }
-    }
-    EXPECT_LT(wrong, 1000);
 }

@@ -118,187 +118,120 @@ const QByteArray vkseqUsage =
 
 } // namespace
 
-TEST(Vktc, EvaluatesEachArgumentOnItsOwnLine)
+TEST(Vktc, ArgumentsRatesModesAndFailures)
 {
-    const ToolRun r = vktc({"-r", "25", "01:30:00.00 + 00:00:01.00", "1:30:00 + 0100", "2*3"});
-    EXPECT_EQ(r.out, QByteArray("01:30:01.00\n01:30:01.00\n00:00:00.06\n"));
-    EXPECT_EQ(r.err, QByteArray());
-    EXPECT_EQ(r.status, 0);
+    // 29.97 drop frame: one frame after 00:00:59;29 skips the labels 00 and 01. Every measured
+    // rate above 49.99 counts as 50 fps, 59.94 included; the default rate is 24. A rate code
+    // already says whether it drops. A one-second timestamp at 25 fps keeps its duration, or its
+    // 25 frames with -pf. What does not evaluate is reported with the part of it that would.
+    // clang-format off
+    const struct { QStringList arguments; const char *out, *err; int status; } cases[] = {
+        {{"-r", "25", "01:30:00.00 + 00:00:01.00", "1:30:00 + 0100", "2*3"}, "01:30:01.00\n01:30:01.00\n00:00:00.06\n", "", 0},
+        {{"-r", "29d", "00:00:59.29 + 1"}, "00:01:00.02\n", "", 0},
+        {{"-r", "29.97", "-d", "00:00:59.29 + 1"}, "00:01:00.02\n", "", 0},
+        {{"-r", "29.97", "00:00:59.29 + 1"}, "00:01:00.00\n", "", 0},
+        {{"-r", "59.94", "00:00:01.00 + 49"}, "00:00:01.49\n", "", 0},
+        {{"--rate", "23d", "00:10:00.00 - 1"}, "00:09:59.23\n", "", 0},
+        {{"00:00:00.23 + 1"}, "00:00:01.00\n", "", 0},
+        {{"-r", "30", "-d", "00:00:59.29 + 1"}, "00:01:00.00\n",
+         "vktc: --drop applies to measured rates only; rate code 30 already says whether it drops\n", 0},
+        {{"-m", "frames", "00:01:00.00 * 2"}, "2880\n", "", 0},
+        {{"-m", "film", "00:01:00.00"}, "27.69 m\n", "", 0},
+        {{"--mode", "disk", "00:01:00.00"}, "00:01:00.00\n", "", 0},
+        {{"00:00:01.00|25"}, "00:00:01.00\n", "", 0}, {{"-pf", "00:00:01.00|25"}, "00:00:01.01\n", "", 0},
+        {{"00:00:01.00/(2-2)"}, "\u221e\n", "", 0},
+        {{"-b", "-r", "25", "1:30:00 + 0100"}, "01:30:00.00|25+00:00:01.00|25\n", "", 0},
+        {{"00:00:01.00", "foo", "01:00", "01:00+"}, "00:00:01.00\n00:01:00.00\n",
+         "vktc: “foo” is not a timecode expression.\n"
+         "vktc: “01:00+” is not a timecode expression; only “01:00” in it is.\n", 1},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        const ToolRun r = vktc(c.arguments);
+        SCOPED_TRACE(c.arguments.join(u' ').toStdString());
+        EXPECT_EQ(QString::fromUtf8(r.out), QString::fromUtf8(c.out));
+        EXPECT_EQ(QString::fromUtf8(r.err), QString::fromUtf8(c.err));
+        EXPECT_EQ(r.status, c.status);
+    }
+    // Usage errors print the usage after the reason and exit 2; --help prints it on output.
+    for (const auto &[arguments, reason] :
+         {std::pair(QStringList{"-r", "99x", "1"}, QByteArray("vktc: unknown rate: 99x\n")),
+          std::pair(QStringList{"-m", "metres", "1"}, QByteArray("vktc: unknown mode: metres\n"))}) {
+        const ToolRun r = vktc(arguments);
+        EXPECT_EQ(r.out, QByteArray());
+        EXPECT_EQ(r.err, reason + vktcUsage);
+        EXPECT_EQ(r.status, 2);
+    }
+    const ToolRun help = vktc({"--help"});
+    EXPECT_EQ(help.out, vktcUsage);
+    EXPECT_EQ(help.status, 0);
 }
 
-TEST(Vktc, RatesByCodeAndByMeasurement)
-{
-    // 29.97 drop frame: one frame after 00:00:59;29 skips the labels 00 and 01.
-    EXPECT_EQ(vktc({"-r", "29d", "00:00:59.29 + 1"}).out, QByteArray("00:01:00.02\n"));
-    EXPECT_EQ(vktc({"-r", "29.97", "-d", "00:00:59.29 + 1"}).out, QByteArray("00:01:00.02\n"));
-    EXPECT_EQ(vktc({"-r", "29.97", "00:00:59.29 + 1"}).out, QByteArray("00:01:00.00\n"));
-    // Every measured rate above 49.99 counts as 50 fps, 59.94 included.
-    EXPECT_EQ(vktc({"-r", "59.94", "00:00:01.00 + 49"}).out, QByteArray("00:00:01.49\n"));
-    EXPECT_EQ(vktc({"--rate", "23d", "00:10:00.00 - 1"}).out, QByteArray("00:09:59.23\n"));
-    // The default rate is 24.
-    EXPECT_EQ(vktc({"00:00:00.23 + 1"}).out, QByteArray("00:00:01.00\n"));
-    // A rate code already says whether it drops: --drop is reported and has no effect.
-    const ToolRun coded = vktc({"-r", "30", "-d", "00:00:59.29 + 1"});
-    EXPECT_EQ(coded.out, QByteArray("00:01:00.00\n"));
-    EXPECT_EQ(coded.err, QByteArray("vktc: --drop applies to measured rates only; rate code 30 "
-                                    "already says whether it drops\n"));
-    EXPECT_EQ(coded.status, 0);
-}
-
-TEST(Vktc, ModesAndPreservation)
-{
-    EXPECT_EQ(vktc({"-m", "frames", "00:01:00.00 * 2"}).out, QByteArray("2880\n"));
-    EXPECT_EQ(vktc({"-m", "film", "00:01:00.00"}).out, QByteArray("27.69 m\n"));
-    EXPECT_EQ(vktc({"--mode", "disk", "00:01:00.00"}).out, QByteArray("00:01:00.00\n"));
-    // A one-second timestamp at 25 fps keeps its duration, or its 25 frames with -pf.
-    EXPECT_EQ(vktc({"00:00:01.00|25"}).out, QByteArray("00:00:01.00\n"));
-    EXPECT_EQ(vktc({"-pf", "00:00:01.00|25"}).out, QByteArray("00:00:01.01\n"));
-    EXPECT_EQ(vktc({"00:00:01.00/(2-2)"}).out, QByteArray("\u221e\n"));
-    EXPECT_EQ(vktc({"-b", "-r", "25", "1:30:00 + 0100"}).out,
-              QByteArray("01:30:00.00|25+00:00:01.00|25\n"));
-}
-
-TEST(Vktc, FailuresAndUsageErrors)
-{
-    // What does not evaluate is reported with the part of it that would.
-    ToolRun r = vktc({"00:00:01.00", "foo", "01:00", "01:00+"});
-    EXPECT_EQ(r.out, QByteArray("00:00:01.00\n00:01:00.00\n"));
-    EXPECT_EQ(
-        QString::fromUtf8(r.err),
-        QString::fromUtf8("vktc: “foo” is not a timecode expression.\n"
-                          "vktc: “01:00+” is not a timecode expression; only “01:00” in it is.\n"));
-    EXPECT_EQ(r.status, 1);
-
-    r = vktc({"-r", "99x", "1"});
-    EXPECT_EQ(r.out, QByteArray());
-    EXPECT_EQ(r.err, "vktc: unknown rate: 99x\n" + vktcUsage);
-    EXPECT_EQ(r.status, 2);
-
-    r = vktc({"-m", "metres", "1"});
-    EXPECT_EQ(r.err, "vktc: unknown mode: metres\n" + vktcUsage);
-    EXPECT_EQ(r.status, 2);
-
-    r = vktc({"--help"});
-    EXPECT_EQ(r.out, vktcUsage);
-    EXPECT_EQ(r.status, 0);
-}
-
-TEST(Vktc, ReadsStandardInputWithoutPromptOrEscapesWhenNotATerminal)
+TEST(Vktc, StandardInputWithoutATerminalAndPromptAndColoursWithOne)
 {
     const ToolRun r = vktc({"-l"}, "01:00:00.00+12\n\n01:00:00.00+\nbad\n00:00:01.00 junk");
     EXPECT_EQ(r.out, QByteArray("01:00:00.12\n01:00:00.00\n00:00:01.00\n"));
-    EXPECT_EQ(QString::fromUtf8(r.err),
-              QString::fromUtf8("vktc: “bad” is not a timecode expression.\n"));
+    EXPECT_EQ(QString::fromUtf8(r.err), QString::fromUtf8("vktc: “bad” is not a timecode expression.\n"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_FALSE(r.out.contains('\x1b'));
-}
 
-TEST(Vktc, TerminalShowsPromptAndUnusedPartsInRed)
-{
     const QString script = QStandardPaths::findExecutable(QStringLiteral("script"));
     if (script.isEmpty())
         GTEST_SKIP() << "no script(1) to provide a terminal";
-    const ToolRun r =
+    const ToolRun t =
         runTool(script, {"-qec", QStringLiteral(VKTC_PATH " -l"), "/dev/null"}, "01:00:00.00+\n");
-    EXPECT_TRUE(r.out.contains("vktc> ")) << r.out.constData();
-    EXPECT_TRUE(r.out.contains("01:00:00.00\x1b[31m+\x1b[39m")) << r.out.constData();
-    EXPECT_TRUE(r.out.contains("\r\n01:00:00.00\r\n")) << r.out.constData();
+    EXPECT_TRUE(t.out.contains("vktc> ")) << t.out.constData();
+    EXPECT_TRUE(t.out.contains("01:00:00.00\x1b[31m+\x1b[39m")) << t.out.constData();
+    EXPECT_TRUE(t.out.contains("\r\n01:00:00.00\r\n")) << t.out.constData();
 }
 
-class Vkseq : public ::testing::Test
+TEST(Vkseq, ListingsChecksAndExitStatus)
 {
-protected:
-    void SetUp() override
-    {
-        for (int i = 1; i <= 100; ++i)
-            dir.writeFile(QStringLiteral("shots/A/clip_%1.dpx").arg(i, 4, 10, QChar(u'0')),
-                          QByteArray(1500, 'x'));
-        dir.writeFile("shots/A/notes.txt", "hello");
-        dir.writeFile("shots/A/.DS_Store", "x");
-        for (int frame : {1, 2, 3, 7, 8})
-            dir.writeFile(QStringLiteral("shots/B/render.%1.exr").arg(frame));
-        dir.writeFile("shots/B/s10/a1.tif");
-        dir.writeFile("shots/B/s2/b_01.tif");
-        dir.writeFile("shots/B/s2/b_02.tif");
-    }
     VKTempDir dir;
-};
-
-TEST_F(Vkseq, ListsRunsWithThePathAsGiven)
-{
-    ToolRun r = vkseq({"shots/A"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("shots/A/clip_1-100####.dpx\t100\nshots/A/notes.txt\t1\n"));
-    EXPECT_EQ(r.err, QByteArray());
-    EXPECT_EQ(r.status, 0);
-
-    r = vkseq({"-s", "shots/A/", "shots/B"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("shots/A/clip_1-100####.dpx\t100\t150.0 KB\n"
-                                "shots/A/notes.txt\t1\t0.0 KB\n"
-                                "shots/B/render.1-3#.exr\t3\t0.0 KB\n"
-                                "shots/B/render.7-8#.exr\t2\t0.0 KB\n"));
-
-    // Without a path: the current folder, names as they are.
-    r = vkseq({}, dir.filePath("shots/B"));
-    EXPECT_EQ(r.out, QByteArray("render.1-3#.exr\t3\nrender.7-8#.exr\t2\n"));
-}
-
-TEST_F(Vkseq, RecursiveListingIsDepthFirstInNumericOrder)
-{
+    for (int i = 1; i <= 100; ++i)
+        dir.writeFile(QStringLiteral("shots/A/clip_%1.dpx").arg(i, 4, 10, QChar(u'0')),
+                      QByteArray(1500, 'x'));
+    for (const char *name : {"shots/A/notes.txt", "shots/A/.DS_Store", "shots/B/s10/a1.tif",
+                             "shots/B/s2/b_01.tif", "shots/B/s2/b_02.tif"})
+        dir.writeFile(QString::fromLatin1(name), "hello");
+    for (int frame : {1, 2, 3, 7, 8})
+        dir.writeFile(QStringLiteral("shots/B/render.%1.exr").arg(frame));
     // A link back up the tree is not followed (it would never end).
     ASSERT_TRUE(QFile::link(dir.filePath("shots"), dir.filePath("shots/B/s2/loop")));
-    const ToolRun r = vkseq({"-R", "shots"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("shots/A/clip_1-100####.dpx\t100\n"
-                                "shots/A/notes.txt\t1\n"
-                                "shots/B/render.1-3#.exr\t3\n"
-                                "shots/B/render.7-8#.exr\t2\n"
-                                "shots/B/s2/b_1-2##.tif\t2\n"
-                                "shots/B/s10/a1-1#.tif\t1\n"));
-    EXPECT_EQ(r.status, 0);
-}
-
-TEST_F(Vkseq, UnreadablePathsAreReportedAndTheRestListed)
-{
-    const ToolRun r = vkseq({"shots/none", "shots/A/notes.txt", "shots/B"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("shots/B/render.1-3#.exr\t3\nshots/B/render.7-8#.exr\t2\n"));
-    EXPECT_EQ(r.err, QByteArray("vkseq: shots/none: No such file or directory\n"
-                                "vkseq: shots/A/notes.txt: Not a directory\n"));
-    EXPECT_EQ(r.status, 1);
-}
-
-TEST_F(Vkseq, ChecksIdentifiers)
-{
-    ToolRun r = vkseq({"-c", "shots/A/clip_1-100####.dpx"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("complete\n"));
-    EXPECT_EQ(r.status, 0);
-    r = vkseq({"--check", "shots/A/clip_50-150####.dpx"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("partial\n"));
-    EXPECT_EQ(r.status, 1);
-    r = vkseq({"-c", "shots/C/clip_1-3#.dpx"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray("missing\n"));
-    EXPECT_EQ(r.status, 2);
-    // A bare identifier is looked up in the current folder.
-    r = vkseq({"-c", "clip_1-100####.dpx"}, dir.filePath("shots/A"));
-    EXPECT_EQ(r.out, QByteArray("complete\n"));
-    EXPECT_EQ(r.status, 0);
-    r = vkseq({"-c", "shots/A/notes.txt"}, dir.path());
-    EXPECT_EQ(r.out, QByteArray());
-    EXPECT_TRUE(r.err.startsWith("vkseq: shots/A/notes.txt: ")) << r.err.constData();
-    EXPECT_EQ(r.status, 3);
-}
-
-TEST_F(Vkseq, UsageAndNoProgressWithoutATerminal)
-{
-    ToolRun r = vkseq({"-h"}, dir.path());
-    EXPECT_EQ(r.out, vkseqUsage);
-    EXPECT_EQ(r.status, 0);
-
-    for (int i = 0; i < 20001; ++i) {
-        QFile f(dir.filePath(QStringLiteral("big/f%1.raw").arg(i)));
-        if (i == 0)
-            dir.makeDir("big");
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    const QByteArray runsOfB = "shots/B/render.1-3#.exr\t3\nshots/B/render.7-8#.exr\t2\n";
+    // clang-format off
+    const struct { QStringList arguments; const char *folder; QByteArray out, err; int status; } cases[] = {
+        {{"shots/A"}, "", "shots/A/clip_1-100####.dpx\t100\nshots/A/notes.txt\t1\n", "", 0},
+        {{"-s", "shots/A/", "shots/B"}, "", "shots/A/clip_1-100####.dpx\t100\t150.0 KB\n"
+         "shots/A/notes.txt\t1\t0.0 KB\nshots/B/render.1-3#.exr\t3\t0.0 KB\nshots/B/render.7-8#.exr\t2\t0.0 KB\n", "", 0},
+        {{}, "shots/B", "render.1-3#.exr\t3\nrender.7-8#.exr\t2\n", "", 0},
+        {{"-R", "shots"}, "", "shots/A/clip_1-100####.dpx\t100\nshots/A/notes.txt\t1\n" + runsOfB +
+         "shots/B/s2/b_1-2##.tif\t2\nshots/B/s10/a1-1#.tif\t1\n", "", 0},
+        {{"shots/none", "shots/A/notes.txt", "shots/B"}, "", runsOfB,
+         "vkseq: shots/none: No such file or directory\nvkseq: shots/A/notes.txt: Not a directory\n", 1},
+        {{"-c", "shots/A/clip_1-100####.dpx"}, "", "complete\n", "", 0},
+        {{"--check", "shots/A/clip_50-150####.dpx"}, "", "partial\n", "", 1},
+        {{"-c", "shots/C/clip_1-3#.dpx"}, "", "missing\n", "", 2},
+        {{"-c", "clip_1-100####.dpx"}, "shots/A", "complete\n", "", 0}, // in the current folder
+        {{"-c", "shots/A/notes.txt"}, "", "", "vkseq: shots/A/notes.txt: “shots/A/notes.txt” is not a file sequence identifier.\n", 3},
+        {{"-h"}, "", vkseqUsage, "", 0},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.arguments.join(u' ').toStdString());
+        const ToolRun r = vkseq(c.arguments, dir.filePath(QString::fromLatin1(c.folder)));
+        EXPECT_EQ(r.out, c.out);
+        EXPECT_EQ(QString::fromUtf8(r.err), QString::fromUtf8(c.err));
+        EXPECT_EQ(r.status, c.status);
     }
-    r = vkseq({"big"}, dir.path());
+}
+
+TEST(Vkseq, NoProgressWithoutATerminal)
+{
+    VKTempDir dir;
+    dir.makeDir("big");
+    for (int i = 0; i < 20001; ++i)
+        ASSERT_TRUE(QFile(dir.filePath(QStringLiteral("big/f%1.raw").arg(i))).open(QIODevice::WriteOnly));
+    const ToolRun r = vkseq({"big"}, dir.path());
     EXPECT_EQ(r.out, QByteArray("big/f0-20000#.raw\t20001\n"));
     EXPECT_EQ(r.err, QByteArray());
 }
