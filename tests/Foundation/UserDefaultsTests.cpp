@@ -114,6 +114,8 @@ TEST_F(UserDefaults, TypedReadsConvertLeniently)
         {"99999999999999999999", true, std::numeric_limits<qint64>::max(), 1e20,
          "99999999999999999999"},
         {3.9, true, 3, 3.9, "3.9"},
+        // 2^53 + 1: an integer is not read through a double.
+        {9007199254740993LL, true, 9007199254740993LL, 9007199254740992.0, "9007199254740993"},
         {0, false, 0, 0.0, "0"},
         {false, false, 0, 0.0, "0"},
         {QVariantList{1}, false, 0, 0.0, QString()},
