@@ -1,5 +1,5 @@
 // The filter graph: building and export rules, equality quirks, texts, values through exported
-// keys, evaluation order, copies, archives (good and hostile).
+// keys, evaluation order, archives (good and hostile), and a restore in a fresh process.
 #include "Color/VKFilterChainWrapper.h"
 #include "Color/VKFilterConnection.h"
 #include "Color/VKFilterFactory.h"
@@ -28,13 +28,13 @@ class ChainTestFilter : public VKFilter
 public:
     ChainTestFilter() : VKFilter(QStringLiteral("ChainTestFilter"))
     {
-        declareInputKey(QStringLiteral("inputImage"), {{VKAttributeType, VKAttributeTypeImage}});
-        declareInputKey(QStringLiteral("inputScale"), {{VKAttributeType, VKAttributeTypeDouble},
-                                                       {VKAttributeDefault, 1.0},
-                                                       {VKAttributeMax, 8.0}});
-        declareInputKey(QStringLiteral("inputOffset"),
+        declareInputKey("inputImage", {{VKAttributeType, VKAttributeTypeImage}});
+        declareInputKey("inputScale", {{VKAttributeType, VKAttributeTypeDouble},
+                                       {VKAttributeDefault, 1.0},
+                                       {VKAttributeMax, 8.0}});
+        declareInputKey("inputOffset",
                         {{VKAttributeType, VKAttributeTypeDouble}, {VKAttributeDefault, 0.0}});
-        declareInputKey(QStringLiteral("inputLabel"), {{VKAttributeType, VKAttributeTypeString}});
+        declareInputKey("inputLabel", {{VKAttributeType, VKAttributeTypeString}});
     }
     int defaultsSent = 0;
     void setDefaults() override
@@ -44,9 +44,9 @@ public:
     }
     VKImage outputImage() override
     {
-        g_rendered.append(inputValue(QStringLiteral("inputLabel")).toString());
-        const float scale = inputValue(QStringLiteral("inputScale")).toFloat();
-        const float offset = inputValue(QStringLiteral("inputOffset")).toFloat();
+        g_rendered.append(inputValue("inputLabel").toString());
+        const float scale = inputValue("inputScale").toFloat();
+        const float offset = inputValue("inputOffset").toFloat();
         return inputImage().imageByApplyingPointFunction([=](float *rgba, qint64 count) {
             for (qint64 i = 0; i < count; ++i)
                 for (int c = 0; c < 3; ++c)
@@ -67,17 +67,19 @@ std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale =
     auto filter = std::make_shared<ChainTestFilter>();
     filter->setDefaults();
     filter->defaultsSent = 0;
-    filter->setValueForKey(label, QStringLiteral("inputLabel"));
-    filter->setValueForKey(scale, QStringLiteral("inputScale"));
-    filter->setValueForKey(offset, QStringLiteral("inputOffset"));
+    filter->setValueForKey(label, "inputLabel");
+    filter->setValueForKey(scale, "inputScale");
+    filter->setValueForKey(offset, "inputOffset");
     return filter;
 }
 
 // One 2x1 image: (0.25, 0.5, 1, 1) and (0, 0.125, 2, 0.5).
-VKImage smallImage()
+const QList<float> kInput{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 0.5f};
+
+void setInput(VKFilter &filter, const QList<float> &pixels = kInput)
 {
-    const float pixels[] = {0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 0.5f};
-    return VKImage::imageWithFloatPixels(pixels, 2, 1);
+    filter.setValueForKey(QVariant::fromValue(VKImage::imageWithFloatPixels(pixels.data(), 2, 1)),
+                          "inputImage");
 }
 
 QList<float> render(const VKImage &image)
@@ -85,22 +87,24 @@ QList<float> render(const VKImage &image)
     return image.floatPixels(QRect(0, 0, 2, 1));
 }
 
+QString label(const std::shared_ptr<VKFilter> &filter)
+{
+    if (!filter)
+        return QStringLiteral("none");
+    if (std::dynamic_pointer_cast<VKFilterChainWrapper>(filter))
+        return QStringLiteral("chain");
+    return filter->valueForKey("inputLabel").toString();
+}
+
 // "filter label:internal->external" of every export, sorted.
 QStringList exportsOf(const VKFilterChainWrapper &wrapper)
 {
     QStringList result;
-    for (const auto &exported : wrapper.filterExportConnections()) {
-        const auto &c = *exported;
-        result.append(c.exportingFilter()->valueForKey("inputLabel").toString() + u':' +
-                      c.internalKey() + "->" + c.externalKey());
-    }
+    for (const auto &c : wrapper.filterExportConnections())
+        result.append(label(c->exportingFilter()) + u':' + c->internalKey() + "->" +
+                      c->externalKey());
     result.sort();
     return result;
-}
-
-QString label(const std::shared_ptr<VKFilter> &filter)
-{
-    return filter ? filter->valueForKey("inputLabel").toString() : QStringLiteral("none");
 }
 
 QStringList connectionsOf(const VKFilterChainWrapper &wrapper)
@@ -117,66 +121,66 @@ QString withoutPointers(QString text)
     return text.replace(QRegularExpression("0x[0-9a-f]+"), "0x");
 }
 
+QString address(const void *object)
+{
+    return QString::asprintf("%p", object);
+}
+
 } // namespace
 
 TEST(FilterChain, ExportConnectionEqualityKeepsItsQuirk)
 {
     auto a = testFilter("a"), b = testFilter("b");
-    auto base = VKFilterKeyExportConnection::exportConnectionFromFilter(a, "inputScale", "gain");
-    struct Case
+    const auto make = [](const std::shared_ptr<VKFilter> &f, const char *in, const char *out) {
+        return VKFilterKeyExportConnection::exportConnectionFromFilter(f, in, out);
+    };
+    auto base = make(a, "inputScale", "gain");
+    const struct
     {
         const char *name;
         std::shared_ptr<VKFilterKeyExportConnection> other;
         bool equal;
     } cases[] = {
         {"same object", base, true},
-        {"same filter and keys",
-         VKFilterKeyExportConnection::exportConnectionFromFilter(a, "inputScale", "gain"), false},
-        {"other internal key, same external key",
-         VKFilterKeyExportConnection::exportConnectionFromFilter(a, "inputOffset", "gain"), true},
-        {"other internal and external key",
-         VKFilterKeyExportConnection::exportConnectionFromFilter(a, "inputOffset", "lift"), false},
-        {"equal filter of another object",
-         VKFilterKeyExportConnection::exportConnectionFromFilter(b, "inputOffset", "gain"), false},
+        {"same filter and keys", make(a, "inputScale", "gain"), false},
+        {"other internal key, same external key", make(a, "inputOffset", "gain"), true},
+        {"other internal and external key", make(a, "inputOffset", "lift"), false},
+        {"equal filter of another object", make(b, "inputOffset", "gain"), false},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(base->isEqual(c.other.get()), c.equal);
         EXPECT_EQ(c.other->isEqual(base.get()), c.equal);
     }
     // Repeats land in one bucket and still both stay in a set.
     EXPECT_EQ(base->hash(), cases[1].other->hash());
-    const VKFilterKeyExportConnectionSet set{{base}, {cases[1].other}, {base}};
-    EXPECT_EQ(set.size(), 2);
+    EXPECT_EQ((VKFilterKeyExportConnectionSet{{base}, {cases[1].other}, {base}}).size(), 2);
 }
 
 TEST(FilterChain, ConnectionEqualityUsesFilterIdentity)
 {
     auto a = testFilter("a"), b = testFilter("b"), twin = testFilter("a");
-    auto base = VKFilterConnection::connectionFromFilter(a, "outputImage", b, "inputImage");
-    struct Case
+    const auto make = [](const std::shared_ptr<VKFilter> &s, const std::shared_ptr<VKFilter> &t,
+                         const char *targetKey) {
+        return VKFilterConnection::connectionFromFilter(s, "outputImage", t, targetKey);
+    };
+    auto base = make(a, b, "inputImage");
+    const struct
     {
         const char *name;
         std::shared_ptr<VKFilterConnection> other;
         bool equal;
     } cases[] = {
-        {"same object", base, true},
-        {"same filters and keys",
-         VKFilterConnection::connectionFromFilter(a, "outputImage", b, "inputImage"), true},
-        {"equal but other source object",
-         VKFilterConnection::connectionFromFilter(twin, "outputImage", b, "inputImage"), false},
-        {"other target key",
-         VKFilterConnection::connectionFromFilter(a, "outputImage", b, "inputScale"), false},
-        {"filters swapped",
-         VKFilterConnection::connectionFromFilter(b, "outputImage", a, "inputImage"), false},
+        {"same filters and keys", make(a, b, "inputImage"), true},
+        {"equal but other source object", make(twin, b, "inputImage"), false},
+        {"other target key", make(a, b, "inputScale"), false},
+        {"filters swapped", make(b, a, "inputImage"), false},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(base->isEqual(c.other.get()), c.equal);
-    }
+    for (const auto &c : cases)
+        EXPECT_EQ(base->isEqual(c.other.get()), c.equal) << c.name;
     // The hash ignores keys and direction.
+    EXPECT_EQ(base->hash(), cases[2].other->hash());
     EXPECT_EQ(base->hash(), cases[3].other->hash());
-    EXPECT_EQ(base->hash(), cases[4].other->hash());
 }
 
 TEST(FilterChain, DescriptionsShowAddressesClassesAndKeys)
@@ -190,23 +194,17 @@ TEST(FilterChain, DescriptionsShowAddressesClassesAndKeys)
     const auto connection = wrapper->filterConnections().first();
     const auto exported = wrapper->filterExportConnections().first();
     const QString connectionText =
-        "<VKFilterConnection> - sourceKey: outputImage sourceFilter: ChainTestFilter, targetKey: "
+        address(connection.get()) +
+        " <VKFilterConnection> - sourceKey: outputImage sourceFilter: ChainTestFilter, targetKey: "
         "inputImage targetFilter: ChainTestFilter";
-    const QString exportText =
-        "<VKFilterKeyExportConnection> - internalKey: inputScale externalKey: gain, filter: "
-        "ChainTestFilter";
-    EXPECT_EQ(connection->description(),
-              QString::asprintf("%p ", static_cast<void *>(connection.get())) + connectionText);
-    EXPECT_EQ(exported->description(),
-              QString::asprintf("%p ", static_cast<void *>(exported.get())) + exportText);
-    EXPECT_EQ(
-        wrapper->description(),
-        QString::asprintf("%p <VKFilterChainWrapper> - connections: (\n    %p ",
-                          static_cast<void *>(wrapper.get()),
-                          static_cast<void *>(connection.get())) +
-            connectionText +
-            QString::asprintf("\n), exports: {(\n    %p ", static_cast<void *>(exported.get())) +
-            exportText + "\n)}");
+    const QString exportText = address(exported.get()) +
+                               " <VKFilterKeyExportConnection> - internalKey: inputScale "
+                               "externalKey: gain, filter: ChainTestFilter";
+    EXPECT_EQ(connection->description(), connectionText);
+    EXPECT_EQ(exported->description(), exportText);
+    EXPECT_EQ(wrapper->description(),
+              address(wrapper.get()) + " <VKFilterChainWrapper> - connections: (\n    " +
+                  connectionText + "\n), exports: {(\n    " + exportText + "\n)}");
 }
 
 TEST(FilterChain, NilParametersRaise)
@@ -227,10 +225,9 @@ TEST(FilterChain, NilParametersRaise)
         {"export input image: no filter", [&] { w.exportInputImageKeyForFilter(none); }},
         {"export output image: no filter", [&] { w.exportOutputImageKeyForFilter(none); }},
     };
-    for (const auto &[name, call] : cases) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(vkRaisedBy(call), "NSInvalidArgumentException|the parameters must not be nil");
-    }
+    for (const auto &[name, call] : cases)
+        EXPECT_EQ(vkRaisedBy(call), "NSInvalidArgumentException|the parameters must not be nil")
+            << name;
     EXPECT_TRUE(w.filterConnections().isEmpty());
     EXPECT_TRUE(w.filterExportConnections().isEmpty());
     // An empty name is a name.
@@ -244,7 +241,7 @@ TEST(FilterChain, ExportRules)
         int filter;
         const char *internal, *external;
     };
-    struct Case
+    const struct
     {
         const char *name;
         QList<Export> exports;
@@ -268,7 +265,7 @@ TEST(FilterChain, ExportRules)
          {"f0:inputScale->exposure", "f0:inputScale->gain"},
          "none"},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const QList<std::shared_ptr<VKFilter>> filters{testFilter("f0"), testFilter("f1")};
         VKFilterChainWrapper w;
@@ -283,7 +280,9 @@ TEST(FilterChain, ExportRules)
 
 TEST(FilterChain, ConcatenationConnectsNeighboursAndExportsParameters)
 {
-    struct Case
+    const QStringList firstFiltersKeys{"f0:inputLabel->inputLabel", "f0:inputOffset->inputOffset",
+                                       "f0:inputScale->inputScale"};
+    const struct
     {
         const char *name;
         int count;
@@ -291,16 +290,13 @@ TEST(FilterChain, ConcatenationConnectsNeighboursAndExportsParameters)
         QStringList exports;
     } cases[] = {
         {"empty", 0, {}, {}},
-        {"one",
-         1,
-         {},
-         {"f0:inputLabel->inputLabel", "f0:inputOffset->inputOffset", "f0:inputScale->inputScale"}},
+        {"one", 1, {}, firstFiltersKeys},
         {"three: the first filter's parameters win",
          3,
          {"f0.outputImage->f1.inputImage", "f1.outputImage->f2.inputImage"},
-         {"f0:inputLabel->inputLabel", "f0:inputOffset->inputOffset", "f0:inputScale->inputScale"}},
+         firstFiltersKeys},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         QList<std::shared_ptr<VKFilter>> filters;
         for (int i = 0; i < c.count; ++i)
@@ -337,16 +333,13 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
 
     w->setValueForKey(0.5, "gain2");
     EXPECT_EQ(b->valueForKey("inputScale").toDouble(), 0.5);
-    EXPECT_EQ(w->valueForKey("gain2").toDouble(), 0.5);
     EXPECT_EQ(w->valueForKey("gain").toDouble(), 3.0);
     // Unknown keys: ignored when set, an exception when read.
     EXPECT_EQ(vkRaisedBy([&] { w->setValueForKey(9.0, "nope"); }), "no exception");
-    EXPECT_EQ(a->valueForKey("inputScale").toDouble(), 3.0);
     EXPECT_EQ(vkRaisedBy([&] { (void)w->valueForKey("nope"); }),
-              QString::asprintf("NSUnknownKeyException|[<VKFilterChainWrapper %p> "
-                                "valueForUndefinedKey:]: this class is not key value "
-                                "coding-compliant for the key nope.",
-                                static_cast<void *>(w.get())));
+              "NSUnknownKeyException|[<VKFilterChainWrapper " + address(w.get()) +
+                  "> valueForUndefinedKey:]: this class is not key value coding-compliant for "
+                  "the key nope.");
 
     // One reset per export (a: image and gain; b: gain2 and lift); being the output's filter
     // adds none.
@@ -358,41 +351,34 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     // Copies are the wrapper itself.
     auto copy = w->copy();
     EXPECT_EQ(copy.get(), w.get());
-    copy->exportKey("inputOffset", a, "lift2");
-    EXPECT_EQ(w->exportedConnectionForExternalKey("lift2").size(), 1);
 }
 
 TEST(FilterChain, EvaluationFollowsConnectionOrder)
 {
-    struct Case
-    {
-        const char *name;
-        bool upstreamFirst;
-        QStringList rendered;
-        QList<float> pixels;
-    } cases[] = {
-        // (x * 2 + 0.5) * 4 - 1, then * 0.5 + 0 on RGB; alpha passes.
-        {"upstream first", true, {"a", "b", "c"}, {1.5f, 2.5f, 4.5f, 1, 0.5f, 1.0f, 8.5f, 0.5f}},
-        // b is read before a fed it: the first evaluation has nothing to show.
-        {"downstream first", false, {"b", "a", "c"}, {}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), cc = testFilter("c", 0.5);
+    // (x * 2 + 0.5) * 4 - 1, then * 0.5 + 0 on RGB; alpha passes. Downstream first, b is read
+    // before a fed it: the first evaluation has nothing to show.
+    for (const bool upstreamFirst : {true, false}) {
+        SCOPED_TRACE(upstreamFirst);
+        auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), c = testFilter("c", 0.5);
         VKFilterChainWrapper w;
-        if (c.upstreamFirst) {
-            w.concatenateFiltersFromArray({a, b, cc});
+        if (upstreamFirst) {
+            w.concatenateFiltersFromArray({a, b, c});
         } else {
-            w.insertFilter(cc, b);
+            w.insertFilter(c, b);
             w.insertFilter(b, a);
         }
         w.exportInputImageKeyForFilter(a);
-        w.exportOutputImageKeyForFilter(cc);
-        w.setValueForKey(QVariant::fromValue(smallImage()), "inputImage");
+        w.exportOutputImageKeyForFilter(c);
+        setInput(w);
         g_rendered.clear();
         const VKImage out = w.outputImage();
-        EXPECT_EQ(g_rendered, c.rendered);
-        EXPECT_EQ(render(out), c.pixels);
+        const QStringList order =
+            upstreamFirst ? QStringList{"a", "b", "c"} : QStringList{"b", "a", "c"};
+        const QList<float> pixels = upstreamFirst
+                                        ? QList<float>{1.5f, 2.5f, 4.5f, 1, 0.5f, 1.0f, 8.5f, 0.5f}
+                                        : QList<float>{};
+        EXPECT_EQ(g_rendered, order);
+        EXPECT_EQ(render(out), pixels);
     }
 }
 
@@ -432,31 +418,10 @@ QByteArray archive(const std::shared_ptr<VKCoding> &root)
     return data;
 }
 
-QByteArray edited(const QByteArray &data, const std::function<void(plist_t)> &edit)
-{
-    plist_t root = nullptr;
-    plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
-    edit(root);
-    char *bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root, &bytes, &length);
-    QByteArray result(bytes, length);
-    plist_to_bin_free(bytes);
-    plist_free(root);
-    return result;
-}
-
-// Calls `visit` with every object entry (dictionary) of the archive's table and its index.
-void forEachObject(plist_t archive, const std::function<void(plist_t, uint32_t)> &visit)
-{
-    plist_t objects = plist_dict_get_item(archive, "$objects");
-    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
-        visit(plist_array_get_item(objects, i), i);
-}
-
 QString classOf(plist_t archive, plist_t object)
 {
-    plist_t ref = plist_dict_get_item(object, "$class");
+    plist_t ref =
+        plist_get_node_type(object) == PLIST_DICT ? plist_dict_get_item(object, "$class") : nullptr;
     uint64_t uid = 0;
     if (!ref || plist_get_node_type(ref) != PLIST_UID)
         return {};
@@ -470,79 +435,80 @@ QString classOf(plist_t archive, plist_t object)
     return result;
 }
 
-// Sets `key` of every object of `className` to what `value` makes.
-std::function<void(plist_t)> setInObjects(const QString &className, const char *key,
-                                          std::function<plist_t(plist_t archive)> value)
+// Calls `edit` with every object of `className` in the archive, and its index in the table.
+using Edit = std::function<void(plist_t archive, plist_t object, uint32_t index)>;
+QByteArray edited(const QByteArray &data, const QString &className, const Edit &edit)
 {
-    return [=](plist_t archive) {
-        forEachObject(archive, [&](plist_t object, uint32_t) {
-            if (plist_get_node_type(object) == PLIST_DICT && classOf(archive, object) == className)
-                plist_dict_set_item(object, key, value(archive));
-        });
-    };
+    plist_t root = nullptr;
+    plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
+    plist_t objects = plist_dict_get_item(root, "$objects");
+    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
+        plist_t object = plist_array_get_item(objects, i);
+        if (className.isEmpty() || classOf(root, object) == className)
+            edit(root, object, i);
+    }
+    char *bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    QByteArray result(bytes, length);
+    plist_to_bin_free(bytes);
+    plist_free(root);
+    return result;
 }
 
 // A reference to the first object of `className`.
 plist_t uidOf(plist_t archive, const QString &className)
 {
     uint32_t found = 0;
-    forEachObject(archive, [&](plist_t object, uint32_t index) {
-        if (!found && plist_get_node_type(object) == PLIST_DICT &&
-            classOf(archive, object) == className)
-            found = index;
-    });
+    plist_t objects = plist_dict_get_item(archive, "$objects");
+    for (uint32_t i = 0; i < plist_array_get_size(objects) && !found; ++i)
+        if (classOf(archive, plist_array_get_item(objects, i)) == className)
+            found = i;
     return plist_new_uid(found);
+}
+
+// Sets `key` of every object of `className` to what `value` makes.
+QByteArray withValue(const QByteArray &data, const QString &className, const char *key,
+                     const std::function<plist_t(plist_t archive)> &value)
+{
+    return edited(data, className, [&](plist_t a, plist_t object, uint32_t) {
+        plist_dict_set_item(object, key, value(a));
+    });
 }
 
 } // namespace
 
-TEST(FilterChain, ArchivedChainRestoresTheSameGraphAndPixels)
+// A chain inside a chain, with filters shared by several edges and exports: the restored graph
+// is the same graph (one object per filter) and renders the same pixels.
+TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
 {
-    const auto original = archivableChain();
-    const QByteArray data = archive(original);
-    VKError error;
-    const auto restored =
-        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(data, &error);
-    ASSERT_TRUE(restored) << error.localizedDescription().toStdString();
-    EXPECT_EQ(connectionsOf(*restored), connectionsOf(*original));
-    EXPECT_EQ(exportsOf(*restored), exportsOf(*original));
-    EXPECT_EQ(label(restored->outputConnection()->exportingFilter()), "c");
-    // Filters shared by several edges and exports come back as one object each.
-    EXPECT_EQ(restored->filterConnections()[0]->targetFilter(),
-              restored->filterConnections()[1]->sourceFilter());
-    EXPECT_EQ(restored->filterConnections()[1]->targetFilter(),
-              restored->outputConnection()->exportingFilter());
-
-    for (const auto &w : {original, restored}) {
-        w->setValueForKey(QVariant::fromValue(smallImage()), "inputImage");
-        w->setValueForKey(1.0, "gainC");
-    }
-    const QList<float> expected{3.0f, 5.0f, 9.0f, 1, 1.0f, 2.0f, 17.0f, 0.5f};
-    EXPECT_EQ(render(original->outputImage()), expected);
-    EXPECT_EQ(render(restored->outputImage()), expected);
-}
-
-TEST(FilterChain, AChainInsideAChainEvaluatesAndArchives)
-{
-    auto a = testFilter("a", 2), b = testFilter("b", 1, 0.25), c = testFilter("c", 4);
-    auto inner = std::make_shared<VKFilterChainWrapper>();
-    inner->concatenateFiltersFromArray({b, c});
-    inner->exportInputImageKeyForFilter(b);
-    inner->exportOutputImageKeyForFilter(c);
+    auto inner = archivableChain();
+    auto pre = testFilter("pre");
     auto outer = std::make_shared<VKFilterChainWrapper>();
-    outer->concatenateFiltersFromArray({a, inner});
-    outer->exportInputImageKeyForFilter(a);
+    outer->concatenateFiltersFromArray({pre, inner});
+    outer->exportInputImageKeyForFilter(pre);
     outer->exportOutputImageKeyForFilter(inner);
 
     VKError error;
     const auto restored =
         VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(archive(outer), &error);
-    ASSERT_TRUE(restored) << error.localizedDescription().toStdString();
-    // ((x * 2) + 0.25) * 4 on RGB.
-    const QList<float> expected{3.0f, 5.0f, 9.0f, 1, 1.0f, 2.0f, 17.0f, 0.5f};
+    ASSERT_TRUE(restored) << error.localizedDescription();
+    const auto restoredInner = std::dynamic_pointer_cast<VKFilterChainWrapper>(
+        restored->filterConnections().value(0)->targetFilter());
+    ASSERT_TRUE(restoredInner);
+    EXPECT_EQ(restored->outputConnection()->exportingFilter(), restoredInner);
+    EXPECT_EQ(exportsOf(*restored), exportsOf(*outer));
+    EXPECT_EQ(connectionsOf(*restoredInner), connectionsOf(*inner));
+    EXPECT_EQ(exportsOf(*restoredInner), exportsOf(*inner));
+    const auto edges = restoredInner->filterConnections();
+    EXPECT_EQ(edges[0]->targetFilter(), edges[1]->sourceFilter());
+    EXPECT_EQ(edges[1]->targetFilter(), restoredInner->outputConnection()->exportingFilter());
+
     for (const auto &w : {outer, restored}) {
-        w->setValueForKey(QVariant::fromValue(smallImage()), "inputImage");
-        EXPECT_EQ(render(w->outputImage()), expected);
+        setInput(*w);
+        w->setValueForKey(1.0, "gainC");
+        EXPECT_EQ(render(w->outputImage()),
+                  QList<float>({3.0f, 5.0f, 9.0f, 1, 1.0f, 2.0f, 17.0f, 0.5f}));
     }
 }
 
@@ -550,24 +516,26 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
 {
     const QByteArray good = archive(archivableChain());
     // A name long enough that its length takes four bytes, which are then made to say 100 MB.
-    const QString longName(70000, u'x');
-    QByteArray huge = archive(archivableChain(longName));
-    const QByteArray lengthField("\x5f\x12\x00\x01\x11\x70", 6);
-    const qsizetype at = huge.indexOf(lengthField);
+    QByteArray huge = archive(archivableChain(QString(70000, u'x')));
+    const qsizetype at = huge.indexOf(QByteArray("\x5f\x12\x00\x01\x11\x70", 6));
     ASSERT_GE(at, 0);
     huge.replace(at, 6, QByteArray("\x5f\x12\x06\x40\x00\x00", 6));
 
-    // The wrapper's reference to its array of connections.
+    const auto uidOfClass = [](const char *className) {
+        return [=](plist_t a) { return uidOf(a, className); };
+    };
+    // A copy of the wrapper's reference to its array of connections.
     const auto connectionsOfWrapper = [](plist_t archive) {
         plist_t found = nullptr;
-        forEachObject(archive, [&](plist_t object, uint32_t) {
-            if (!found && plist_get_node_type(object) == PLIST_DICT &&
-                classOf(archive, object) == "VKFilterChainWrapper")
+        plist_t objects = plist_dict_get_item(archive, "$objects");
+        for (uint32_t i = 0; i < plist_array_get_size(objects) && !found; ++i) {
+            plist_t object = plist_array_get_item(objects, i);
+            if (classOf(archive, object) == "VKFilterChainWrapper")
                 found = plist_copy(plist_dict_get_item(object, "filterConnections"));
-        });
+        }
         return found;
     };
-    struct Case
+    const struct
     {
         const char *name;
         QByteArray data;
@@ -577,69 +545,52 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
         {"truncated", good.left(good.size() - 9), "The data is not a keyed archive"},
         {"header damaged", QByteArray(good).replace(0, 6, "xplist"),
          "The data is not a keyed archive"},
-        {"100 MB length field", huge, {}},
+        {"100 MB length field", huge},
         {"connections are an object",
-         edited(good,
-                setInObjects("VKFilterChainWrapper", "filterConnections",
-                             [](plist_t a) { return uidOf(a, "VKFilterKeyExportConnection"); })),
+         withValue(good, "VKFilterChainWrapper", "filterConnections",
+                   uidOfClass("VKFilterKeyExportConnection")),
          "The value for key \"filterConnections\" is not an array"},
         {"exports hold connections",
-         edited(good, setInObjects("VKFilterChainWrapper", "filterExportConnections",
-                                   connectionsOfWrapper)),
+         withValue(good, "VKFilterChainWrapper", "filterExportConnections", connectionsOfWrapper),
          "The set for key \"filterExportConnections\" holds something other than export "
          "connections"},
         {"source key is a number",
-         edited(good, setInObjects("VKFilterConnection", "sourceKey",
-                                   [](plist_t) { return plist_new_uint(7); })),
+         withValue(good, "VKFilterConnection", "sourceKey",
+                   [](plist_t) { return plist_new_uint(7); }),
          "The value for key \"sourceKey\" is not a string"},
-        {"source filter is an export",
-         edited(good,
-                setInObjects("VKFilterConnection", "sourceFilter",
-                             [](plist_t a) { return uidOf(a, "VKFilterKeyExportConnection"); })),
-         {}},
-        {"output is a connection",
-         edited(good, setInObjects("VKFilterChainWrapper", "outputConnection",
-                                   [](plist_t a) { return uidOf(a, "VKFilterConnection"); })),
-         {}},
-        {"class names are an object",
-         edited(good, setInObjects("VKFilterConnection", "filterClassNames",
-                                   [](plist_t a) { return uidOf(a, "VKFilterChainWrapper"); })),
-         {}},
+        {"source filter is an export", withValue(good, "VKFilterConnection", "sourceFilter",
+                                                 uidOfClass("VKFilterKeyExportConnection"))},
+        {"output is a connection", withValue(good, "VKFilterChainWrapper", "outputConnection",
+                                             uidOfClass("VKFilterConnection"))},
+        {"class names are an object", withValue(good, "VKFilterConnection", "filterClassNames",
+                                                uidOfClass("VKFilterChainWrapper"))},
         {"class names hold objects",
-         edited(good, setInObjects("VKFilterKeyExportConnection", "filterClassNames",
-                                   connectionsOfWrapper)),
+         withValue(good, "VKFilterKeyExportConnection", "filterClassNames", connectionsOfWrapper),
          "The value for key \"filterClassNames\" holds a member that is not a class name"},
         {"export without a filter",
-         edited(good,
-                [](plist_t archive) {
-                    forEachObject(archive, [&](plist_t object, uint32_t) {
-                        if (plist_get_node_type(object) == PLIST_DICT &&
-                            classOf(archive, object) == "VKFilterKeyExportConnection")
-                            plist_dict_remove_item(object, "exportingFilter");
-                    });
+         edited(good, "VKFilterKeyExportConnection",
+                [](plist_t, plist_t object, uint32_t) {
+                    plist_dict_remove_item(object, "exportingFilter");
                 }),
          "VKFilterKeyExportConnection has no value for key \"exportingFilter\""},
         {"reference loop",
-         edited(good, setInObjects("VKFilterConnection", "sourceFilter",
-                                   [](plist_t a) { return uidOf(a, "VKFilterChainWrapper"); })),
+         withValue(good, "VKFilterConnection", "sourceFilter", uidOfClass("VKFilterChainWrapper")),
          "VKFilterChainWrapper refers back to itself through its filters"},
         {"unknown class",
-         edited(good,
-                [](plist_t archive) {
-                    forEachObject(archive, [](plist_t object, uint32_t) {
-                        plist_t name = plist_get_node_type(object) == PLIST_DICT
-                                           ? plist_dict_get_item(object, "$classname")
-                                           : object;
-                        if (name && plist_get_node_type(name) == PLIST_STRING &&
-                            plist_string_val_compare(name, "ChainTestFilter") == 0)
-                            plist_set_string_val(name, "GoneFilter");
-                    });
+         edited(good, {},
+                [](plist_t, plist_t object, uint32_t) {
+                    plist_t name = plist_get_node_type(object) == PLIST_DICT
+                                       ? plist_dict_get_item(object, "$classname")
+                                       : object;
+                    if (name && plist_get_node_type(name) == PLIST_STRING &&
+                        plist_string_val_compare(name, "ChainTestFilter") == 0)
+                        plist_set_string_val(name, "GoneFilter");
                 }),
          "Cannot decode an object of class \"GoneFilter\" for key \"sourceFilter\": the class is "
          "unknown or not archivable",
          "VFFilterFactory can't create filter GoneFilter, not loaded"},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         VKLogCapture log;
         VKError error;
@@ -648,7 +599,7 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
         EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
         EXPECT_FALSE(error.localizedDescription().isEmpty());
         if (!c.description.isEmpty()) {
-            EXPECT_EQ(error.localizedDescription().toStdString(), c.description.toStdString());
+            EXPECT_EQ(error.localizedDescription(), c.description);
         }
         if (!c.logged.isEmpty()) {
             EXPECT_TRUE(log.messages().contains(c.logged)) << log.messages().join('\n');
@@ -656,35 +607,10 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
     }
 }
 
-namespace {
-
-struct ChildRun
-{
-    int exitCode = -1;
-    QString out, err;
-};
-
-ChildRun runRestore(const QString &program, const QStringList &arguments)
-{
-    QProcess child;
-    child.start(program, arguments);
-    ChildRun run;
-    if (!child.waitForFinished(60000)) {
-        child.kill();
-        child.waitForFinished();
-        return run;
-    }
-    run.exitCode = child.exitStatus() == QProcess::NormalExit ? child.exitCode() : -1;
-    run.out = QString::fromUtf8(child.readAllStandardOutput());
-    run.err = QString::fromUtf8(child.readAllStandardError());
-    return run;
-}
-
-} // namespace
-
 // Exposure (GEGL), the Grade plug-in and levels (GEGL), concatenated, with every parameter set
 // through the wrapper. Then the same chain restored by a fresh process, which has to load
-// Grade.plugin from its Filters folder while decoding, renders the same pixels.
+// Grade.plugin from its Filters folder while decoding, renders the same pixels; a copy of that
+// program with no Filters folder beside it cannot make the Grade filter.
 TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
 {
     const auto exposure = VKFilterFactory::filterWithName("gegl:exposure");
@@ -709,8 +635,7 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
         chain->setValueForKey(it.value(), it.key());
     const QList<float> input{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 1.0f};
-    chain->setValueForKey(QVariant::fromValue(VKImage::imageWithFloatPixels(input.data(), 2, 1)),
-                          "inputImage");
+    setInput(*chain, input);
     // x * 2, then * slope + offset, then / 4 + 0.5.
     const QList<float> expected{0.625f, 0.75f, 1.375f, 1.0f, 0.5625f, 0.5625f, 2.375f, 1.0f};
     const QList<float> rendered = render(chain->outputImage());
@@ -719,30 +644,35 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
         EXPECT_NEAR(rendered[i], expected[i], 1e-6) << "component " << i;
 
     VKTempDir temp;
-    const QString archivePath = temp.writeFile("chain.archive", archive(chain));
-    const QString pixelsPath =
+    const QStringList arguments{
+        temp.writeFile("chain.archive", archive(chain)),
         temp.writeFile("pixels.raw", QByteArray(reinterpret_cast<const char *>(input.data()),
-                                                input.size() * qsizetype(sizeof(float))));
-    const QStringList arguments{archivePath, pixelsPath, "2", "1", "Grade"};
-
-    // Beside the suite, "../Filters" holds Grade.plugin.
-    const ChildRun run = runRestore(vkTestBinaryPath("vkchain_restore"), arguments);
-    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
-    ASSERT_EQ(lines.size(), 2) << run.out.toStdString();
-    EXPECT_EQ(lines[0], "before: no after: yes");
-    QList<float> restored;
-    for (const QString &number : lines[1].split(' '))
-        restored.append(number.toFloat());
-    EXPECT_EQ(restored, rendered);
-
-    // A copy of the program with no Filters folder beside it cannot make the Grade filter.
+                                                input.size() * qsizetype(sizeof(float)))),
+        "2", "1", "Grade"};
     const QString lonely = temp.makeDir("bin") + "/vkchain_restore";
     ASSERT_TRUE(QFile::copy(vkTestBinaryPath("vkchain_restore"), lonely));
-    const ChildRun without = runRestore(lonely, arguments);
-    EXPECT_EQ(without.exitCode, 1);
-    EXPECT_TRUE(without.err.contains("VFFilterFactory can't create filter Grade, not loaded"))
-        << without.err.toStdString();
-    EXPECT_TRUE(without.err.contains("error: Cannot decode an object of class \"Grade\""))
-        << without.err.toStdString();
+    // Beside the suite, "../Filters" holds Grade.plugin.
+    for (const QString &program : {vkTestBinaryPath("vkchain_restore"), lonely}) {
+        SCOPED_TRACE(program);
+        QProcess child;
+        child.start(program, arguments);
+        ASSERT_TRUE(child.waitForFinished(60000));
+        const QString out = QString::fromUtf8(child.readAllStandardOutput());
+        const QString err = QString::fromUtf8(child.readAllStandardError());
+        if (program == lonely) {
+            EXPECT_EQ(child.exitCode(), 1);
+            EXPECT_TRUE(err.contains("VFFilterFactory can't create filter Grade, not loaded"))
+                << err;
+            EXPECT_TRUE(err.contains("error: Cannot decode an object of class \"Grade\"")) << err;
+            continue;
+        }
+        ASSERT_EQ(child.exitCode(), 0) << err;
+        const QStringList lines = out.split('\n', Qt::SkipEmptyParts);
+        ASSERT_EQ(lines.size(), 2) << out;
+        EXPECT_EQ(lines[0], "before: no after: yes");
+        QList<float> restored;
+        for (const QString &number : lines[1].split(' '))
+            restored.append(number.toFloat());
+        EXPECT_EQ(restored, rendered);
+    }
 }

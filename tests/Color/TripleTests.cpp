@@ -260,17 +260,13 @@ TEST(VKTriple, DescriptionAndVariants)
     EXPECT_FALSE(VKRGBTriple::fromTriple(VKTriple(1, 1, 1)));
 }
 
+// Every sector both ways, away from the sector edges the tables pin.
 TEST(VKTriple, HSVRoundTripOfRandomColours)
 {
     std::mt19937 random(20240305);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-    int failures = 0;
-    for (int i = 0; i < 100000 && failures < 5; ++i) {
+    for (int i = 0; i < 100000; ++i) {
         const VKRGBTriple c(unit(random), unit(random), unit(random));
-        const VKRGBTriple back = c.hsvTriple().rgbTriple();
-        if (!back.isEqual(c)) {
-            ++failures;
-            ADD_FAILURE() << c.description().toStdString() << back.description().toStdString();
-        }
+        ASSERT_TRUE(c.hsvTriple().rgbTriple().isEqual(c)) << c.description().toStdString();
     }
 }

@@ -49,22 +49,20 @@ Ending runProbe(const QStringList &arguments, const QString &stateHome)
     for (QByteArray &a : storage)
         argv.push_back(a.data());
     argv.push_back(nullptr);
-    QList<QByteArray> environment{"XDG_STATE_HOME=" + QFile::encodeName(stateHome)};
-    for (char **e = environ; *e; ++e)
-        if (!QByteArray(*e).startsWith("XDG_STATE_HOME="))
-            environment << QByteArray(*e);
-    std::vector<char *> envp;
-    for (QByteArray &e : environment)
-        envp.push_back(e.data());
-    envp.push_back(nullptr);
+    const QByteArray savedStateHome = qgetenv("XDG_STATE_HOME");
+    qputenv("XDG_STATE_HOME", QFile::encodeName(stateHome));
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
     Ending ending;
-    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
+    if (savedStateHome.isNull())
+        qunsetenv("XDG_STATE_HOME");
+    else
+        qputenv("XDG_STATE_HOME", savedStateHome);
     if (spawned != 0)
         return ending;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -93,110 +91,89 @@ TEST(VKCrashHandler, EachFatalSignalLeavesAReportTheReadersUnderstand)
 #if !defined(__x86_64__) && !defined(__i386__)
     GTEST_SKIP() << "the probe's SIGILL and SIGFPE faults are x86 instructions";
 #endif
-    struct Case
+    const struct
     {
         const char *name;
-        QStringList arguments;
-        int endsWith;     // the signal that ends the process
-        const char *type; // "Exception Type:" of the report
-        bool mainThread;
-        bool complete; // false: the second fault ends it before "Binary Images:"
+        const char *kind;
+        const char *where; // "", "thread": crash on another thread, "again": fault while writing
+        int endsWith;      // the signal that ends the process
+        const char *type;  // "Exception Type:" of the report
     } cases[] = {
-        {"segmentation fault", {"crash", "segv"}, SIGSEGV, "SIGSEGV (signal 11)", true, true},
-        {"bus error", {"crash", "bus"}, SIGBUS, "SIGBUS (signal 7)", true, true},
-        {"illegal instruction", {"crash", "ill"}, SIGILL, "SIGILL (signal 4)", true, true},
-        {"division by zero", {"crash", "fpe"}, SIGFPE, "SIGFPE (signal 8)", true, true},
-        {"abort", {"crash", "abrt"}, SIGABRT, "SIGABRT (signal 6)", true, true},
-        {"fault on another thread",
-         {"crash", "segv", "thread"},
-         SIGSEGV,
-         "SIGSEGV (signal 11)",
-         false,
-         true},
-        {"abort on another thread",
-         {"crash", "abrt", "thread"},
-         SIGABRT,
-         "SIGABRT (signal 6)",
-         false,
-         true},
-        {"second fault of the same kind while writing",
-         {"crash", "segv", "again"},
-         SIGSEGV,
-         "SIGSEGV (signal 11)",
-         true,
-         false},
-        {"a fault while writing an abort's report",
-         {"crash", "abrt", "again"},
-         SIGSEGV,
-         "SIGABRT (signal 6)",
-         true,
-         false},
+        {"segmentation fault", "segv", "", SIGSEGV, "SIGSEGV (signal 11)"},
+        {"bus error", "bus", "", SIGBUS, "SIGBUS (signal 7)"},
+        {"illegal instruction", "ill", "", SIGILL, "SIGILL (signal 4)"},
+        {"division by zero", "fpe", "", SIGFPE, "SIGFPE (signal 8)"},
+        {"abort", "abrt", "", SIGABRT, "SIGABRT (signal 6)"},
+        {"fault on another thread", "segv", "thread", SIGSEGV, "SIGSEGV (signal 11)"},
+        {"abort on another thread", "abrt", "thread", SIGABRT, "SIGABRT (signal 6)"},
+        // The second fault ends the process before "Binary Images:" is written.
+        {"second fault of the same kind", "segv", "again", SIGSEGV, "SIGSEGV (signal 11)"},
+        {"a fault while writing an abort's report", "abrt", "again", SIGSEGV, "SIGABRT (signal 6)"},
     };
     const QString host = QString(QSysInfo::machineHostName()).replace(u'/', u'_');
     const QRegularExpression fileName("^DiagProbe_\\d{4}-\\d\\d-\\d\\d-\\d{6}_" +
                                       QRegularExpression::escape(host) + "\\.crash$");
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
         VKTempDir tree, prefs;
         VKSearchPaths::TestingRoot root(tree.path());
         VKUserDefaults::setStandardUserDefaultsFolder(prefs.path());
-        const Ending ending = runProbe(c.arguments, VKSearchPaths::stateDirectory());
-        ASSERT_TRUE(ending.finished) << c.name << ": the process hung";
+        QStringList arguments{"crash", c.kind};
+        if (*c.where)
+            arguments << c.where;
+        const Ending ending = runProbe(arguments, VKSearchPaths::stateDirectory());
+        ASSERT_TRUE(ending.finished) << "the process hung";
         // A sanitizer's handler, handed the fault, may end the process with an abort.
         if (WIFSIGNALED(ending.status) && !(kSanitized && WTERMSIG(ending.status) == SIGABRT)) {
-            EXPECT_EQ(WTERMSIG(ending.status), c.endsWith) << c.name;
+            EXPECT_EQ(WTERMSIG(ending.status), c.endsWith);
         } else if (!WIFSIGNALED(ending.status)) {
             EXPECT_TRUE(kSanitized && WEXITSTATUS(ending.status) != 0)
-                << c.name << ": exited with " << WEXITSTATUS(ending.status);
+                << "exited with " << WEXITSTATUS(ending.status);
         }
 
         const QString folder =
             VKSearchPaths::libraryDirectory(VKSearchPathDomain::User) + "/Logs/DiagnosticReports";
         const QStringList reports = QDir(folder).entryList(QDir::Files);
-        ASSERT_EQ(reports.size(), 1) << c.name << ": " << reports.join(", ");
-        EXPECT_TRUE(fileName.match(reports.first()).hasMatch())
-            << c.name << ": " << reports.first();
+        ASSERT_EQ(reports.size(), 1) << reports.join(", ");
+        EXPECT_TRUE(fileName.match(reports.first()).hasMatch()) << reports.first();
         const QString report = readAll(folder + "/" + reports.first());
-        EXPECT_TRUE(report.startsWith("Process:         DiagProbe [")) << c.name;
-        EXPECT_TRUE(report.contains("\nVersion:         2.5 (")) << c.name;
-        EXPECT_TRUE(report.contains(QString("\nException Type:  ") + c.type + "\n")) << c.name;
-        EXPECT_EQ(
-            report.contains(QRegularExpression("\nCrashed Thread:  \\d+ \\(main thread\\)\n")),
-            c.mainThread)
-            << c.name;
+        const auto has = [&](const QString &pattern) {
+            return report.contains(QRegularExpression(pattern));
+        };
+        EXPECT_TRUE(report.startsWith("Process:         DiagProbe ["));
+        EXPECT_TRUE(report.contains("\nVersion:         2.5 ("));
+        EXPECT_TRUE(report.contains(QString("\nException Type:  ") + c.type + "\n"));
+        EXPECT_EQ(has("\nCrashed Thread:  \\d+ \\(main thread\\)\n"),
+                  QByteArray(c.where) != "thread");
         // The crashing function's frame lies in the probe, with its offset.
-        EXPECT_TRUE(report.contains(QRegularExpression(
-            "\n\\d+ +vkdiagnostics_probe +0x[0-9a-f]{16} vkdiagnostics_probe \\+ 0x[0-9a-f]+\n")))
-            << c.name << "\n"
+        EXPECT_TRUE(has(
+            "\n\\d+ +vkdiagnostics_probe +0x[0-9a-f]{16} vkdiagnostics_probe \\+ 0x[0-9a-f]+\n"))
             << report;
         const qsizetype images = report.indexOf("\nBinary Images:\n");
-        if (!c.complete) {
-            EXPECT_EQ(images, -1) << c.name << ": the second fault ended the writing";
+        if (QByteArray(c.where) == "again") {
+            EXPECT_EQ(images, -1) << "the second fault ended the writing";
             continue;
         }
-        ASSERT_GT(images, 0) << c.name;
-        EXPECT_TRUE(report.endsWith("\n\n")) << c.name;
+        ASSERT_GT(images, 0);
+        EXPECT_TRUE(report.endsWith("\n\n"));
         EXPECT_EQ(report.indexOf("\n\n", images + 1), report.size() - 2)
-            << c.name << ": one blank line, at the end of the section";
-        EXPECT_TRUE(
-            report.contains(QRegularExpression("\n0x[0-9a-f]{12,} - 0x[0-9a-f]{12,}  "
-                                               "vkdiagnostics_probe  /\\S+/vkdiagnostics_probe\n")))
-            << c.name;
-        EXPECT_TRUE(report.contains("  libVessanUtilities.so")) << c.name;
+            << "one blank line, at the end of the section";
+        EXPECT_TRUE(has("\n0x[0-9a-f]{12,} - 0x[0-9a-f]{12,}  "
+                        "vkdiagnostics_probe  /\\S+/vkdiagnostics_probe\n"));
+        EXPECT_TRUE(report.contains("  libVessanUtilities.so"));
 
-        VKCrashReportReader stripping("DiagProbe", QDateTime(), true);
-        EXPECT_EQ(stripping.combinedCrashLogString(),
-                  "<crash_logs app_name:\"DiagProbe\">\n<crashLog>\n" + report.left(images + 1) +
-                      "</crashLog>\n</crash_logs>\n\n\n")
-            << c.name;
-        VKCrashReportReader whole("DiagProbe", QDateTime(), false);
-        EXPECT_EQ(whole.combinedCrashLogString(),
-                  "<crash_logs app_name:\"DiagProbe\">\n<crashLog>\n" + report +
-                      "</crashLog>\n</crash_logs>\n\n\n")
-            << c.name;
-        VKCrashLogReader logReader("DiagProbe", QDateTime(), true);
-        EXPECT_EQ(logReader.recentLogString(), report.left(images + 1)) << c.name;
-        VKUserDefaults::setStandardUserDefaultsFolder(QString());
+        const auto combined = [](const QString &log) {
+            return "<crash_logs app_name:\"DiagProbe\">\n<crashLog>\n" + log +
+                   "</crashLog>\n</crash_logs>\n\n\n";
+        };
+        const QString stripped = report.left(images + 1);
+        EXPECT_EQ(VKCrashReportReader("DiagProbe", {}, true).combinedCrashLogString(),
+                  combined(stripped));
+        EXPECT_EQ(VKCrashReportReader("DiagProbe", {}, false).combinedCrashLogString(),
+                  combined(report));
+        EXPECT_EQ(VKCrashLogReader("DiagProbe", {}, true).recentLogString(), stripped);
     }
+    VKUserDefaults::setStandardUserDefaultsFolder(QString());
 }
 
 TEST(VKCrashHandler, InstallAndUninstall)

@@ -10,42 +10,9 @@
 
 #include <gtest/gtest.h>
 
-TEST(VKRunLog, OneFilePerRunLastFewKept)
-{
-    VKTempDir tree, prefs;
-    VKSearchPaths::TestingRoot root(tree.path());
-    VKUserDefaults::setStandardUserDefaultsFolder(prefs.path());
-    const QDateTime t0(QDate(2014, 1, 2), QTime(10, 10, 10), Qt::UTC);
-    EXPECT_EQ(VKRunLog::runLogFileName("MyApp", t0), "MyApp_2014-01-02-101010.vqnLog");
-
-    const QString folder = VKRunLog::runLogDirectory();
-    ASSERT_TRUE(QDir().mkpath(folder));
-    for (const char *other : {"MyApp_notes.vqnLog", "MyAppX_2014-01-01-000000.vqnLog"})
-        QFile(folder + "/" + other).open(QIODevice::WriteOnly);
-
-    QStringList made;
-    for (int run = 0; run < 5; ++run) {
-        const QString path = VKRunLog::prepareRunLogFile("MyApp", t0.addSecs(run * 3600), 3);
-        ASSERT_FALSE(path.isNull());
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray("run ") + QByteArray::number(run) + "\n");
-        made << path;
-    }
-    QStringList left = QDir(folder).entryList(QDir::Files, QDir::Name);
-    EXPECT_EQ(left, QStringList({"MyAppX_2014-01-01-000000.vqnLog",
-                                 "MyApp_2014-01-02-121010.vqnLog", "MyApp_2014-01-02-131010.vqnLog",
-                                 "MyApp_2014-01-02-141010.vqnLog", "MyApp_notes.vqnLog"}))
-        << "oldest runs go; other files stay";
-
-    VKRunLogReader reader("MyApp_2014", {});
-    EXPECT_EQ(reader.recentLogString(), "run 4\n") << "the newest run sorts last";
-    VKUserDefaults::setStandardUserDefaultsFolder(QString());
-}
-
 TEST(VKRunLog, RunLogFileNames)
 {
-    struct Case
+    const struct
     {
         const char *name;
         const char *file;
@@ -60,29 +27,43 @@ TEST(VKRunLog, RunLogFileNames)
         {"empty process number", "Grade_2014-01-02-101010_.vqnLog", false},
         {"notes", "Grade_notes.vqnLog", false},
     };
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_EQ(VKRunLog::isRunLogFileName(c.file, "Grade"), c.expected) << c.name;
+    const QDateTime t0(QDate(2014, 1, 2), QTime(10, 10, 10), Qt::UTC);
+    EXPECT_EQ(VKRunLog::runLogFileName("MyApp", t0.toOffsetFromUtc(3600)),
+              "MyApp_2014-01-02-101010.vqnLog");
 }
 
-TEST(VKRunLog, StartingTheRunLogKeepsTheLastRunsAndFeedsTheReader)
+// Both ways of starting a run keep the last few runs, oldest out first, and leave other files
+// (notes, another application's runs) alone; the reader then finds the newest run.
+TEST(VKRunLog, StartingARunKeepsTheLastRunsAndFeedsTheReader)
 {
     VKTempDir tree, prefs;
     VKSearchPaths::TestingRoot root(tree.path());
     VKUserDefaults::setStandardUserDefaultsFolder(prefs.path());
     const QString folder = VKRunLog::runLogDirectory();
     ASSERT_TRUE(QDir().mkpath(folder));
-    for (const char *old :
+    for (const char *other :
          {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
-          "Run Tool_2014-01-03-000000_7.vqnLog", "Run Tool_notes.vqnLog"})
-        QFile(folder + "/" + old).open(QIODevice::WriteOnly);
+          "Run Tool_notes.vqnLog", "Run ToolX_2014-01-01-000000.vqnLog"})
+        QFile(folder + "/" + other).open(QIODevice::WriteOnly);
+
+    const QDateTime t0(QDate(2014, 1, 3), QTime(10, 10, 10), Qt::UTC);
+    for (int run = 0; run < 3; ++run) {
+        QFile f(VKRunLog::prepareRunLogFile("Run Tool", t0.addSecs(run * 3600), 3));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray("run ") + QByteArray::number(run) + "\n");
+    }
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
+              QStringList({"Run ToolX_2014-01-01-000000.vqnLog",
+                           "Run Tool_2014-01-03-101010.vqnLog", "Run Tool_2014-01-03-111010.vqnLog",
+                           "Run Tool_2014-01-03-121010.vqnLog", "Run Tool_notes.vqnLog"}));
+    EXPECT_EQ(VKRunLogReader("Run Tool_2014", {}).recentLogString(), "run 2\n");
 
     const auto sink = VKRunLog::startRunLog("Run Tool", 3);
     ASSERT_TRUE(sink);
     EXPECT_EQ(VKRunLog::startRunLog("Run Tool", 3), sink) << "one run log per process";
-    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
-              QStringList({"Run Tool_2014-01-02-000000.vqnLog",
-                           "Run Tool_2014-01-03-000000_7.vqnLog", "Run Tool_notes.vqnLog"}))
-        << "two old runs stay beside this one";
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name).count(), 4) << "two runs stay";
     {
         VKLogCapture capture; // replaces the sinks while alive
         VKLogger::shared().addSink(sink);
@@ -93,8 +74,7 @@ TEST(VKRunLog, StartingTheRunLogKeepsTheLastRunsAndFeedsTheReader)
 
     ASSERT_TRUE(QFile::exists(sink->filePath())) << sink->errorString();
     EXPECT_TRUE(VKRunLog::isRunLogFileName(QFileInfo(sink->filePath()).fileName(), "Run Tool"));
-    VKRunLogReader reader("Run Tool_2", {}); // the notes file would sort last
-    const QString text = reader.recentLogString();
+    const QString text = VKRunLogReader("Run Tool_2", {}).recentLogString();
     EXPECT_TRUE(text.contains("-[VKRunLogTest run] VKRunLogTest ") &&
                 text.endsWith(": written by run 3\n"))
         << text;

@@ -178,28 +178,8 @@ QByteArray nestedArrays(uint32_t levels, bool loop)
     return bytes;
 }
 
-
-TEST(KeyedArchiver, SharedObjectsDecodeToOneObject)
-{
-    auto shared = node("shared", 7);
-    auto root = node("root");
-    root->next = shared;
-    root->payload = QVariantList{VKCoding::variantWithObject(shared),
-                                 QVariantMap{{"again", VKCoding::variantWithObject(shared)}}};
-
-    VKError error;
-    auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(root), &error);
-    ASSERT_TRUE(decoded) << error.description().toStdString();
-    ASSERT_TRUE(decoded->next);
-    EXPECT_EQ(decoded->next->name, "shared");
-    EXPECT_EQ(decoded->next->number, 7);
-    const QVariantList list = decoded->payload.toList();
-    ASSERT_EQ(list.size(), 2);
-    EXPECT_EQ(VKCoding::objectFromVariant(list[0]), decoded->next);
-    EXPECT_EQ(VKCoding::objectFromVariant(list[1].toMap().value("again")), decoded->next);
-}
-
-TEST(KeyedArchiver, CyclesDecodeToTheSameCycle)
+// Objects met again, through links, lists and maps, and around cycles, decode to one object.
+TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
 {
     struct Case
     {
@@ -213,8 +193,9 @@ TEST(KeyedArchiver, CyclesDecodeToTheSameCycle)
             ring.push_back(node(QString::number(i), i));
         for (int i = 0; i < c.length; ++i)
             ring[i]->next = ring[(i + 1) % c.length];
-        // The payload refers back into the ring, through a value.
-        ring[0]->payload = QVariantList{VKCoding::variantWithObject(ring.back())};
+        // The payload refers back into the ring, through values.
+        const QVariant last = VKCoding::variantWithObject(ring.back());
+        ring[0]->payload = QVariantList{last, QVariantMap{{"again", last}}};
 
         auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(ring[0]));
         unlink(ring[0]);
@@ -224,7 +205,10 @@ TEST(KeyedArchiver, CyclesDecodeToTheSameCycle)
             ASSERT_TRUE(walk);
             EXPECT_EQ(walk->number, i);
             if (i == c.length - 1) {
-                EXPECT_EQ(VKCoding::objectFromVariant(decoded->payload.toList().value(0)), walk);
+                const QVariantList payload = decoded->payload.toList();
+                EXPECT_EQ(VKCoding::objectFromVariant(payload.value(0)), walk);
+                EXPECT_EQ(VKCoding::objectFromVariant(payload.value(1).toMap().value("again")),
+                          walk);
             }
             walk = walk->next;
         }
@@ -403,6 +387,14 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
     auto setRoot = [](plist_t archive, plist_t value) {
         plist_dict_set_item(plist_dict_get_item(archive, "$top"), "root", value);
     };
+    auto renameClasses = [](const char *name) {
+        return [=](plist_t a) {
+            plist_t objects = objectsOf(a);
+            for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
+                if (plist_t n = plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
+                    plist_set_string_val(n, name);
+        };
+    };
     auto setInChild = [](const char *key, plist_t value) {
         return [=](plist_t archive) {
             plist_dict_set_item(
@@ -444,26 +436,10 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
          edited(good,
                 [&](plist_t a) { plist_array_set_item(objectsOf(a), plist_new_string("s"), 1); }),
          "The value for key \"root\" is not an object"},
-        {"unknown class",
-         edited(good,
-                [](plist_t a) {
-                    plist_t objects = objectsOf(a);
-                    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
-                        if (plist_t n =
-                                plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
-                            plist_set_string_val(n, "Gone");
-                }),
+        {"unknown class", edited(good, renameClasses("Gone")),
          "Cannot decode an object of class \"Gone\" for key \"root\": the class is unknown or "
          "not archivable"},
-        {"class not archivable",
-         edited(good,
-                [](plist_t a) {
-                    plist_t objects = objectsOf(a);
-                    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
-                        if (plist_t n =
-                                plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
-                            plist_set_string_val(n, "NotCoding");
-                }),
+        {"class not archivable", edited(good, renameClasses("NotCoding")),
          "Cannot decode an object of class \"NotCoding\" for key \"root\": the class is unknown "
          "or not archivable"},
         {"object without class", edited(good, setInChild("$class", plist_new_uid(0))),
