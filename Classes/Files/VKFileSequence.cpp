@@ -434,19 +434,23 @@ private:
     bool sortByCounting(std::vector<Entry>::iterator begin, std::vector<Entry>::iterator end)
     {
         const std::size_t count = std::size_t(end - begin);
-        const quint64 postfixCount = m_postfixes.texts().size();
+        // A prefix mostly comes with one postfix: only the ranks that occur here take slots.
         quint64 low = ~quint64(0), high = 0;
+        quint32 lowPostfix = ~quint32(0), highPostfix = 0;
         for (auto e = begin; e != end; ++e) {
             if (!e->valueKept())
                 return false;
             low = std::min(low, e->key >> 32);
             high = std::max(high, e->key >> 32);
+            lowPostfix = std::min(lowPostfix, e->postfix());
+            highPostfix = std::max(highPostfix, e->postfix());
         }
-        const quint64 span = (high - low + 1) * postfixCount;
+        const quint64 postfixSpan = quint64(highPostfix - lowPostfix) + 1;
+        const quint64 span = (high - low + 1) * postfixSpan;
         if (span > 4 * count + 256)
             return false;
-        auto slot = [low, postfixCount](const Entry &e) {
-            return std::size_t(((e.key >> 32) - low) * postfixCount + e.postfix());
+        auto slot = [low, lowPostfix, postfixSpan](const Entry &e) {
+            return std::size_t(((e.key >> 32) - low) * postfixSpan + (e.postfix() - lowPostfix));
         };
         m_counts.assign(std::size_t(span) + 1, 0);
         for (auto e = begin; e != end; ++e)
@@ -575,29 +579,24 @@ template <typename Index>
 QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
                                const std::vector<Index> &runLengths)
 {
+    // Each copy raises the count in the string's header, a locked write that waits for its cache
+    // line. Sorted order jumps around in memory, while the list's own order usually follows the
+    // strings' allocation: the runs are made of null strings first, and the copies then go into
+    // their places in the order of the list.
     QList<QStringList> runs;
     runs.reserve(qsizetype(runLengths.size()));
-    // Sorted order jumps around in memory: fetch the list slots, then the string headers (just
-    // before the text) whose counts the copies raise, a little ahead.
-    constexpr std::size_t ahead = 8;
-    auto prefetch = [&files, &order](std::size_t position) {
-        if (position + 2 * ahead < order.size())
-            __builtin_prefetch(&files.at(qsizetype(order[position + 2 * ahead])));
-        if (position + ahead < order.size())
-            __builtin_prefetch(reinterpret_cast<const char *>(
-                                   files.at(qsizetype(order[position + ahead])).constData()) -
-                               16);
-    };
+    std::vector<QString *> places(order.size());
     std::size_t position = 0;
     for (const Index length : runLengths) {
-        QStringList run;
-        run.reserve(qsizetype(length));
-        for (Index k = 0; k < length; ++k, ++position) {
-            prefetch(position);
-            run.append(files.at(qsizetype(order[position])));
-        }
+        QStringList run(static_cast<qsizetype>(length));
+        QString *members = run.data();
+        for (Index k = 0; k < length; ++k)
+            places[std::size_t(order[position++])] = members + k;
         runs.append(std::move(run));
     }
+    const QString *paths = files.constData();
+    for (std::size_t i = 0; i < places.size(); ++i)
+        *places[i] = paths[i];
     return runs;
 }
 
