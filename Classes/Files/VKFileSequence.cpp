@@ -13,6 +13,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -131,16 +132,21 @@ constexpr quint32 noFrameBit = 0x80000000u;
 constexpr quint32 valueCeiling = 0xFFFFFFFFu;
 
 // Distinct texts by exact contents, each with a small id. The texts are views into strings the
-// caller keeps alive. Listings repeat the same prefix many times in a row, so the last answer is
-// tried before hashing.
+// caller keeps alive. A listing repeats the few prefixes of a folder over and over, so the last
+// few answers are compared before hashing, for as long as that keeps finding them: in a shuffled
+// list it hardly ever does, and the comparisons are then left out.
 class TextIds
 {
 public:
     quint32 idOf(QStringView text)
     {
-        for (const quint32 id : m_recent) {
-            if (id < m_texts.size() && equal(m_texts[id], text))
-                return id;
+        if (m_recentScore >= recentThreshold) {
+            for (const quint32 id : m_recent) {
+                if (id < m_texts.size() && equal(m_texts[id], text)) {
+                    m_recentScore = std::min(m_recentScore + 1, recentMaximum);
+                    return id;
+                }
+            }
         }
         if ((m_texts.size() + 1) * 2 > m_slots.size())
             grow();
@@ -162,6 +168,8 @@ public:
 
 private:
     static constexpr quint32 empty = 0xFFFFFFFFu;
+    static constexpr int recentThreshold = 8;
+    static constexpr int recentMaximum = 16;
 
     static bool equal(QStringView a, QStringView b)
     {
@@ -169,28 +177,63 @@ private:
                std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
     }
 
-    // Eight bytes at a time, mixed by multiplication: the texts are paths, not adversaries.
+    // Both halves of a 64 by 64 bit product.
+    __extension__ typedef unsigned __int128 Product;
+    static quint64 mix(quint64 a, quint64 b)
+    {
+        const Product product = Product(a) * b;
+        return quint64(product) ^ quint64(product >> 64);
+    }
+
+    // Sixteen bytes a round, each round's product independent of the others so that they
+    // overlap; the rotation keeps the order of the rounds in the hash. The texts are paths, not
+    // adversaries.
     static quint32 hashOf(QStringView text)
     {
         const char *bytes = reinterpret_cast<const char *>(text.utf16());
         std::size_t length = std::size_t(text.size()) * 2;
         quint64 h = 0x9E3779B97F4A7C15ull ^ length;
-        for (; length >= 8; length -= 8, bytes += 8) {
+        const char *end = bytes + length;
+        auto load = [](const char *at) {
             quint64 word;
-            std::memcpy(&word, bytes, 8);
-            h = (h ^ word) * 0xFF51AFD7ED558CCDull;
-            h ^= h >> 32;
+            std::memcpy(&word, at, 8);
+            return word;
+        };
+        for (; end - bytes > 16; bytes += 16)
+            h = (h << 23 | h >> 41) ^
+                mix(load(bytes) ^ 0xA0761D6478BD642Full, load(bytes + 8) ^ 0xE7037ED1A0B428DBull);
+        // The last sixteen bytes are read whole, overlapping the rounds before if need be:
+        // bytes stored a few at a time would stall the loads that read them back.
+        quint64 a = 0, b = 0;
+        if (length >= 16) {
+            a = load(end - 16);
+            b = load(end - 8);
+        } else if (length >= 8) {
+            a = load(bytes);
+            b = load(end - 8);
+        } else if (length >= 4) {
+            quint32 first, last;
+            std::memcpy(&first, bytes, 4);
+            std::memcpy(&last, end - 4, 4);
+            a = first;
+            b = last;
+        } else if (length >= 2) {
+            quint16 unit;
+            std::memcpy(&unit, bytes, 2);
+            a = unit;
         }
-        quint64 tail = 0;
-        std::memcpy(&tail, bytes, length);
-        h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
-        return quint32(h ^ h >> 29);
+        h = mix(h ^ mix(a ^ 0x8EBC6AF09C88C6E3ull, b ^ 0x589965CC75374CC3ull),
+                0xFF51AFD7ED558CCDull);
+        return quint32(h ^ h >> 32);
     }
 
-    // A folder lists a few runs, so its prefixes come back often: the last few answers are
-    // tried before hashing.
+    // Whether the answer was among the last few tells if comparing with them first pays.
     quint32 remember(quint32 id)
     {
+        const bool recent = std::find(std::begin(m_recent), std::end(m_recent), id) !=
+                            std::end(m_recent);
+        m_recentScore = recent ? std::min(m_recentScore + 1, recentMaximum)
+                               : std::max(m_recentScore - 1, 0);
         if (id != m_recent[0]) {
             std::memmove(m_recent + 1, m_recent, sizeof m_recent - sizeof *m_recent);
             m_recent[0] = id;
@@ -222,6 +265,7 @@ private:
     std::vector<Slot> m_slots;
     std::vector<QStringView> m_texts;
     quint32 m_recent[4] = {empty, empty, empty, empty};
+    int m_recentScore = recentMaximum;
 };
 
 // Plain UTF-16 code unit order, a string that ends first sorting first.
@@ -594,9 +638,11 @@ QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index
             places[std::size_t(order[position++])] = members + k;
         runs.append(std::move(run));
     }
+    // The places hold null strings, which own nothing: they are built over rather than assigned
+    // to, so that the scattered places are only written, never read.
     const QString *paths = files.constData();
     for (std::size_t i = 0; i < places.size(); ++i)
-        *places[i] = paths[i];
+        std::construct_at(places[i], paths[i]);
     return runs;
 }
 
