@@ -140,7 +140,7 @@ class TextIds
 public:
     quint32 idOf(QStringView text)
     {
-        if (m_recentScore >= recentThreshold) {
+        if (comparesRecentFirst()) {
             for (const quint32 id : m_recent) {
                 if (id < m_texts.size() && equal(m_texts[id], text)) {
                     m_recentScore = std::min(m_recentScore + 1, recentMaximum);
@@ -148,41 +148,43 @@ public:
                 }
             }
         }
+        return idOf(text, hashOf(text));
+    }
+
+    // The same with the hash worked out beforehand (see prefetchSlot()).
+    quint32 idOf(QStringView text, quint32 hash)
+    {
         if ((m_texts.size() + 1) * 2 > m_slots.size())
             grow();
-        const quint32 hash = hashOf(text);
         const std::size_t mask = m_slots.size() - 1;
         for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
             Slot &s = m_slots[slot];
             if (s.id == empty) {
-                s = {quint32(m_texts.size()), hash};
+                s = {text.utf16(), std::size_t(text.size()), quint32(m_texts.size()), hash};
                 m_texts.push_back(text);
                 return remember(s.id);
             }
-            if (s.hash == hash && equal(m_texts[s.id], text))
+            if (s.hash == hash && s.size == std::size_t(text.size()) &&
+                std::memcmp(s.text, text.utf16(), s.size * 2) == 0)
                 return remember(s.id);
         }
     }
 
-    const std::vector<QStringView> &texts() const { return m_texts; }
+    // Whether idOf() tries the last answers before hashing: if so, hashing ahead is wasted.
+    bool comparesRecentFirst() const { return m_recentScore >= recentThreshold; }
 
-private:
-    static constexpr quint32 empty = 0xFFFFFFFFu;
-    static constexpr int recentThreshold = 8;
-    static constexpr int recentMaximum = 16;
-
-    static bool equal(QStringView a, QStringView b)
+    // Looking up a text takes a slot and then the text it holds, each likely a cache miss in a
+    // long list: a caller that knows what comes next fetches the slot a few texts ahead, and
+    // the text a few later, once the slot has arrived.
+    void prefetchSlot(quint32 hash) const
     {
-        return a.size() == b.size() &&
-               std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
+        if (!m_slots.empty())
+            __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
     }
-
-    // Both halves of a 64 by 64 bit product.
-    __extension__ typedef unsigned __int128 Product;
-    static quint64 mix(quint64 a, quint64 b)
+    void prefetchText(quint32 hash) const
     {
-        const Product product = Product(a) * b;
-        return quint64(product) ^ quint64(product >> 64);
+        if (!m_slots.empty())
+            __builtin_prefetch(m_slots[hash & (m_slots.size() - 1)].text);
     }
 
     // Sixteen bytes a round, each round's product independent of the others so that they
@@ -227,6 +229,27 @@ private:
         return quint32(h ^ h >> 32);
     }
 
+    const std::vector<QStringView> &texts() const { return m_texts; }
+
+private:
+    static constexpr quint32 empty = 0xFFFFFFFFu;
+    static constexpr int recentThreshold = 8;
+    static constexpr int recentMaximum = 16;
+
+    static bool equal(QStringView a, QStringView b)
+    {
+        return a.size() == b.size() &&
+               std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
+    }
+
+    // Both halves of a 64 by 64 bit product.
+    __extension__ typedef unsigned __int128 Product;
+    static quint64 mix(quint64 a, quint64 b)
+    {
+        const Product product = Product(a) * b;
+        return quint64(product) ^ quint64(product >> 64);
+    }
+
     // Whether the answer was among the last few tells if comparing with them first pays.
     quint32 remember(quint32 id)
     {
@@ -243,6 +266,8 @@ private:
 
     struct Slot
     {
+        const char16_t *text = nullptr;
+        std::size_t size = 0;
         quint32 id = empty;
         quint32 hash = 0;
     };
@@ -357,9 +382,37 @@ private:
     {
         const qsizetype count = m_files.size();
         m_info.resize(std::size_t(count));
+        // Each path is taken apart a few paths ahead of its lookup, so that the prefix's slot and
+        // text are on their way by then (when the recent prefixes do not find it first).
+        struct Ahead
+        {
+            FrameDigits digits;
+            quint32 hash = 0;
+            bool hashed = false;
+        };
+        constexpr qsizetype ahead = 8;
+        Ahead ring[ahead];
+        auto lookAhead = [this, &ring](qsizetype j) {
+            Ahead &a = ring[j % ahead];
+            const QStringView p = m_files.at(j);
+            a.digits = frameDigitsOf(p);
+            a.hashed = a.digits.found() && !m_prefixes.comparesRecentFirst();
+            if (a.hashed) {
+                a.hash = TextIds::hashOf(p.first(a.digits.digitsStart));
+                m_prefixes.prefetchSlot(a.hash);
+            }
+        };
+        for (qsizetype j = 0; j < std::min(ahead, count); ++j)
+            lookAhead(j);
         for (qsizetype i = 0; i < count; ++i) {
             const QStringView p = m_files.at(i);
-            const FrameDigits digits = frameDigitsOf(p);
+            const Ahead a = ring[i % ahead];
+            if (i + ahead < count)
+                lookAhead(i + ahead);
+            if (const Ahead &half = ring[(i + ahead / 2) % ahead];
+                i + ahead / 2 < count && half.hashed)
+                m_prefixes.prefetchText(half.hash);
+            const FrameDigits digits = a.digits;
             if (!digits.found()) {
                 m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
                 m_noFrame.push_back(quint32(i));
@@ -370,7 +423,9 @@ private:
             for (qsizetype k = digits.digitsStart; k < digits.digitsEnd && value < valueCeiling;
                  k += units)
                 value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
-            m_info[std::size_t(i)] = {m_prefixes.idOf(p.first(digits.digitsStart)),
+            const QStringView prefix = p.first(digits.digitsStart);
+            m_info[std::size_t(i)] = {a.hashed ? m_prefixes.idOf(prefix, a.hash)
+                                               : m_prefixes.idOf(prefix),
                                       m_postfixes.idOf(p.sliced(digits.digitsEnd)),
                                       quint32(std::min<quint64>(value, valueCeiling))};
         }
