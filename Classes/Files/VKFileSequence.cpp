@@ -253,10 +253,10 @@ private:
     // Whether the answer was among the last few tells if comparing with them first pays.
     quint32 remember(quint32 id)
     {
-        const bool recent = std::find(std::begin(m_recent), std::end(m_recent), id) !=
-                            std::end(m_recent);
-        m_recentScore = recent ? std::min(m_recentScore + 1, recentMaximum)
-                               : std::max(m_recentScore - 1, 0);
+        const bool recent =
+            std::find(std::begin(m_recent), std::end(m_recent), id) != std::end(m_recent);
+        m_recentScore =
+            recent ? std::min(m_recentScore + 1, recentMaximum) : std::max(m_recentScore - 1, 0);
         if (id != m_recent[0]) {
             std::memmove(m_recent + 1, m_recent, sizeof m_recent - sizeof *m_recent);
             m_recent[0] = id;

@@ -5,9 +5,10 @@
 //
 // The reader hands listings over through ListingQueue. Its mutex guards the queued listings,
 // the count of names they hold and the reader's end mark; neither thread holds it while reading
-// or printing. The reader waits before reading a folder while the queue holds kQueuedNames names
-// or more, so at most about two large listings exist at a time and memory does not grow with the
-// tree. Listings come out in the order they went in; the end mark is set once, after the last.
+// or printing. The reader waits before reading a folder while the queue holds kQueuedListings
+// listings or kQueuedNames names, so at most about two large listings exist at a time and memory
+// does not grow with the tree. Listings come out in the order they went in; the end mark is set
+// once, after the last.
 #include "VKSequenceListTool.h"
 
 #include "Files/VKFileSequence.h"
@@ -49,8 +50,9 @@ QString joined(const QString &folder, const QString &name)
     return folder.endsWith(u'/') ? folder + name : folder + u'/' + name;
 }
 
-// Names the reader may queue before it waits for the printer.
+// What the reader may queue before it waits for the printer.
 constexpr qsizetype kQueuedNames = 1 << 16;
+constexpr std::size_t kQueuedListings = 64;
 
 struct Listing
 {
@@ -147,7 +149,8 @@ public:
     void waitForRoom()
     {
         std::unique_lock lock(m_mutex);
-        m_taken.wait(lock, [this] { return m_names < kQueuedNames; });
+        m_taken.wait(
+            lock, [this] { return m_names < kQueuedNames && m_listings.size() < kQueuedListings; });
     }
 
     void push(Listing listing)
