@@ -30,6 +30,7 @@
 #include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,52 +86,61 @@ void appendName(std::vector<char16_t> &text, const char *name,
     spans.emplace_back(offset, text.size() - offset);
 }
 
+// Reads the entries of a folder straight into one large buffer: a few system calls per folder
+// instead of one per 32 KB, and no copy of each entry.
 Listing readFolder(const QString &displayPath, bool progress)
 {
     Listing listing;
     listing.displayPath = displayPath;
     const QByteArray openPath = displayPath.isEmpty() ? QByteArray(".") : displayPath.toUtf8();
-    DIR *dir = opendir(openPath.constData());
-    if (!dir) {
+    const int dirFd = ::open(openPath.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0) {
         listing.error = errno;
         return listing;
     }
-    const int dirFd = dirfd(dir);
+    thread_local std::vector<char> entries(std::size_t(1) << 20);
     std::vector<std::pair<std::size_t, std::size_t>> nameSpans; // where each name lies in text
     qsizetype seen = 0;
-    errno = 0;
-    while (dirent *entry = readdir(dir)) {
-        const char *name = entry->d_name;
-        // Hidden entries (".", "..", ".DS_Store", "._clip.mov") are not part of any listing.
-        if (name[0] == '.')
-            continue;
-        bool isFile = entry->d_type == DT_REG;
-        bool isFolder = entry->d_type == DT_DIR;
-        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
-            struct stat st
-            {
-            };
-            if (fstatat(dirFd, name, &st, 0) == 0) {
-                isFile = S_ISREG(st.st_mode);
-                // Linked folders are not followed: they could lead back up the tree.
-                isFolder = entry->d_type == DT_UNKNOWN && S_ISDIR(st.st_mode);
+    for (;;) {
+        const ssize_t filled = ::getdents64(dirFd, entries.data(), entries.size());
+        if (filled <= 0) {
+            if (filled < 0)
+                listing.error = errno;
+            break;
+        }
+        for (ssize_t at = 0; at < filled;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries.data() + at);
+            at += entry->d_reclen;
+            const char *name = entry->d_name;
+            // Hidden entries (".", "..", ".DS_Store", "._clip.mov") are not part of any listing.
+            if (name[0] == '.')
+                continue;
+            bool isFile = entry->d_type == DT_REG;
+            bool isFolder = entry->d_type == DT_DIR;
+            if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+                struct stat st
+                {
+                };
+                if (fstatat(dirFd, name, &st, 0) == 0) {
+                    isFile = S_ISREG(st.st_mode);
+                    // Linked folders are not followed: they could lead back up the tree.
+                    isFolder = entry->d_type == DT_UNKNOWN && S_ISDIR(st.st_mode);
+                }
+            }
+            if (isFile)
+                appendName(listing.text, name, nameSpans);
+            else if (isFolder)
+                listing.folders.append(joined(displayPath, QString::fromUtf8(name)));
+            if (progress && ++seen % kProgressStep == 0) {
+                vkToolWrite(stderr,
+                            QStringLiteral("\rvkseq: reading %1: %2 entries")
+                                .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
+                                .arg(seen));
+                std::fflush(stderr);
             }
         }
-        if (isFile)
-            appendName(listing.text, name, nameSpans);
-        else if (isFolder)
-            listing.folders.append(joined(displayPath, QString::fromUtf8(name)));
-        if (progress && ++seen % kProgressStep == 0) {
-            vkToolWrite(stderr, QStringLiteral("\rvkseq: reading %1: %2 entries")
-                                    .arg(displayPath.isEmpty() ? QStringLiteral(".") : displayPath)
-                                    .arg(seen));
-            std::fflush(stderr);
-        }
-        errno = 0;
     }
-    if (errno != 0)
-        listing.error = errno;
-    closedir(dir);
+    ::close(dirFd);
     listing.names.reserve(qsizetype(nameSpans.size()));
     for (const auto &[offset, length] : nameSpans)
         listing.names.append(QString::fromRawData(
