@@ -7,8 +7,11 @@
 // the count of names they hold and the reader's end mark; neither thread holds it while reading
 // or printing. The reader waits before reading a folder while the queue holds kQueuedListings
 // listings or kQueuedNames names, so at most about two large listings exist at a time and memory
-// does not grow with the tree. Listings come out in the order they went in; the end mark is set
-// once, after the last.
+// does not grow with the tree. The printer, once it has emptied the queue, waits for a batch
+// (kBatchListings listings, kBatchNames names, or the end) rather than for each folder, since
+// waking for every small folder costs more than grouping it; a full queue is always a batch, so
+// the two never wait for each other. Listings come out in the order they went in; the end mark
+// is set once, after the last.
 #include "VKSequenceListTool.h"
 
 #include "Files/VKFileSequence.h"
@@ -54,6 +57,9 @@ QString joined(const QString &folder, const QString &name)
 // What the reader may queue before it waits for the printer.
 constexpr qsizetype kQueuedNames = 1 << 16;
 constexpr std::size_t kQueuedListings = 64;
+// What wakes the printer once it has run out of listings.
+constexpr qsizetype kBatchNames = 1 << 14;
+constexpr std::size_t kBatchListings = 32;
 
 struct Listing
 {
@@ -165,12 +171,15 @@ public:
 
     void push(Listing listing)
     {
+        bool batch = false;
         {
             const std::lock_guard lock(m_mutex);
             m_names += listing.names.size();
             m_listings.push_back(std::move(listing));
+            batch = isBatch();
         }
-        m_added.notify_one();
+        if (batch)
+            m_added.notify_one();
     }
 
     // Reader: nothing follows.
@@ -187,7 +196,8 @@ public:
     std::optional<Listing> take()
     {
         std::unique_lock lock(m_mutex);
-        m_added.wait(lock, [this] { return !m_listings.empty() || m_finished; });
+        if (m_listings.empty())
+            m_added.wait(lock, [this] { return isBatch() || m_finished; });
         if (m_listings.empty())
             return std::nullopt;
         Listing listing = std::move(m_listings.front());
@@ -199,6 +209,9 @@ public:
     }
 
 private:
+    // Called with the mutex held.
+    bool isBatch() const { return m_names >= kBatchNames || m_listings.size() >= kBatchListings; }
+
     std::mutex m_mutex;
     std::condition_variable m_added;
     std::condition_variable m_taken;
