@@ -12,6 +12,8 @@
 //                  (default: a temporary folder, removed at the end)
 //   VKSEQ_FILES    the number of files (default 1000000)
 //   VKSEQ_OUTPUT   where vkseq writes its listing in the last iteration (default /dev/null)
+//   VKSEQ_BEFORE   another vkseq (say, the build before a change), run in each iteration as well
+//                  and compared against the same walk
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -231,6 +233,7 @@ double processCpuSeconds()
 }
 
 std::string g_tool;
+std::string g_before;
 std::string g_tree;
 
 void BM_BareWalkVersusVkseq(benchmark::State &state)
@@ -238,9 +241,15 @@ void BM_BareWalkVersusVkseq(benchmark::State &state)
     // Wall time is what a user waits for; CPU time (user and system) is what stays meaningful
     // when other work shares the machine.
     double bestWalk = 1e9, bestTool = 1e9, bestWalkCpu = 1e9, bestToolCpu = 1e9;
+    double bestBefore = 1e9, bestBeforeCpu = 1e9;
     long entries = 0;
     ChildRun last;
     for (auto _ : state) {
+        if (!g_before.empty()) {
+            const ChildRun before = runTool(g_before, {"-R", g_tree}, "/dev/null");
+            bestBefore = std::min(bestBefore, before.seconds);
+            bestBeforeCpu = std::min(bestBeforeCpu, before.cpuSeconds);
+        }
         const auto start = std::chrono::steady_clock::now();
         const double startCpu = processCpuSeconds();
         entries = bareWalk(g_tree);
@@ -278,6 +287,12 @@ void BM_BareWalkVersusVkseq(benchmark::State &state)
                  bestWalk, bestWalkCpu, bestTool, bestToolCpu, (long long)state.iterations(),
                  bestTool / bestWalk, bestToolCpu / bestWalkCpu,
                  double(last.maxResidentKB) / 1024.0, double(part.maxResidentKB) / 1024.0);
+    if (!g_before.empty()) {
+        state.counters["before_ratio"] = bestBefore / bestWalk;
+        state.counters["before_cpu_ratio"] = bestBeforeCpu / bestWalkCpu;
+        std::fprintf(stderr, "before: vkseq -R %.3f s (CPU %.3f s): ratio %.2f (CPU %.2f)\n",
+                     bestBefore, bestBeforeCpu, bestBefore / bestWalk, bestBeforeCpu / bestWalkCpu);
+    }
 }
 
 BENCHMARK(BM_BareWalkVersusVkseq)->Iterations(7)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -297,6 +312,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "no vkseq at %s: build it or set VKSEQ\n", g_tool.c_str());
         return 1;
     }
+    g_before = environment("VKSEQ_BEFORE");
     const long files = std::stol(environment("VKSEQ_FILES", "1000000"));
     const std::string kept = environment("VKSEQ_TREE");
     std::string temporary;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -131,37 +132,109 @@ constexpr quint32 noFrameBit = 0x80000000u;
 constexpr quint32 valueCeiling = 0xFFFFFFFFu;
 
 // Distinct texts by exact contents, each with a small id. The texts are views into strings the
-// caller keeps alive. Listings repeat the same prefix many times in a row, so the last answer is
-// tried before hashing.
+// caller keeps alive. A listing repeats the few prefixes of a folder over and over, so the last
+// few answers are compared before hashing, for as long as that keeps finding them: in a shuffled
+// list it hardly ever does, and the comparisons are then left out.
 class TextIds
 {
 public:
     quint32 idOf(QStringView text)
     {
-        for (const quint32 id : m_recent) {
-            if (id < m_texts.size() && equal(m_texts[id], text))
-                return id;
+        if (comparesRecentFirst()) {
+            for (const quint32 id : m_recent) {
+                if (id < m_texts.size() && equal(m_texts[id], text)) {
+                    m_recentScore = std::min(m_recentScore + 1, recentMaximum);
+                    return id;
+                }
+            }
         }
+        return idOf(text, hashOf(text));
+    }
+
+    // The same with the hash worked out beforehand (see prefetchSlot()).
+    quint32 idOf(QStringView text, quint32 hash)
+    {
         if ((m_texts.size() + 1) * 2 > m_slots.size())
             grow();
-        const quint32 hash = hashOf(text);
         const std::size_t mask = m_slots.size() - 1;
         for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
             Slot &s = m_slots[slot];
             if (s.id == empty) {
-                s = {quint32(m_texts.size()), hash};
+                s = {text.utf16(), std::size_t(text.size()), quint32(m_texts.size()), hash};
                 m_texts.push_back(text);
                 return remember(s.id);
             }
-            if (s.hash == hash && equal(m_texts[s.id], text))
+            if (s.hash == hash && s.size == std::size_t(text.size()) &&
+                std::memcmp(s.text, text.utf16(), s.size * 2) == 0)
                 return remember(s.id);
         }
+    }
+
+    // Whether idOf() tries the last answers before hashing: if so, hashing ahead is wasted.
+    bool comparesRecentFirst() const { return m_recentScore >= recentThreshold; }
+
+    // Looking up a text takes a slot and then the text it holds, each likely a cache miss in a
+    // long list: a caller that knows what comes next fetches the slot a few texts ahead, and
+    // the text a few later, once the slot has arrived.
+    void prefetchSlot(quint32 hash) const
+    {
+        if (!m_slots.empty())
+            __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
+    }
+    void prefetchText(quint32 hash) const
+    {
+        if (!m_slots.empty())
+            __builtin_prefetch(m_slots[hash & (m_slots.size() - 1)].text);
+    }
+
+    // Sixteen bytes a round, each round's product independent of the others so that they
+    // overlap; the rotation keeps the order of the rounds in the hash. The texts are paths, not
+    // adversaries.
+    static quint32 hashOf(QStringView text)
+    {
+        const char *bytes = reinterpret_cast<const char *>(text.utf16());
+        std::size_t length = std::size_t(text.size()) * 2;
+        quint64 h = 0x9E3779B97F4A7C15ull ^ length;
+        const char *end = bytes + length;
+        auto load = [](const char *at) {
+            quint64 word;
+            std::memcpy(&word, at, 8);
+            return word;
+        };
+        for (; end - bytes > 16; bytes += 16)
+            h = (h << 23 | h >> 41) ^
+                mix(load(bytes) ^ 0xA0761D6478BD642Full, load(bytes + 8) ^ 0xE7037ED1A0B428DBull);
+        // The last sixteen bytes are read whole, overlapping the rounds before if need be:
+        // bytes stored a few at a time would stall the loads that read them back.
+        quint64 a = 0, b = 0;
+        if (length >= 16) {
+            a = load(end - 16);
+            b = load(end - 8);
+        } else if (length >= 8) {
+            a = load(bytes);
+            b = load(end - 8);
+        } else if (length >= 4) {
+            quint32 first, last;
+            std::memcpy(&first, bytes, 4);
+            std::memcpy(&last, end - 4, 4);
+            a = first;
+            b = last;
+        } else if (length >= 2) {
+            quint16 unit;
+            std::memcpy(&unit, bytes, 2);
+            a = unit;
+        }
+        h = mix(h ^ mix(a ^ 0x8EBC6AF09C88C6E3ull, b ^ 0x589965CC75374CC3ull),
+                0xFF51AFD7ED558CCDull);
+        return quint32(h ^ h >> 32);
     }
 
     const std::vector<QStringView> &texts() const { return m_texts; }
 
 private:
     static constexpr quint32 empty = 0xFFFFFFFFu;
+    static constexpr int recentThreshold = 8;
+    static constexpr int recentMaximum = 16;
 
     static bool equal(QStringView a, QStringView b)
     {
@@ -169,28 +242,21 @@ private:
                std::memcmp(a.utf16(), b.utf16(), std::size_t(a.size()) * 2) == 0;
     }
 
-    // Eight bytes at a time, mixed by multiplication: the texts are paths, not adversaries.
-    static quint32 hashOf(QStringView text)
+    // Both halves of a 64 by 64 bit product.
+    __extension__ typedef unsigned __int128 Product;
+    static quint64 mix(quint64 a, quint64 b)
     {
-        const char *bytes = reinterpret_cast<const char *>(text.utf16());
-        std::size_t length = std::size_t(text.size()) * 2;
-        quint64 h = 0x9E3779B97F4A7C15ull ^ length;
-        for (; length >= 8; length -= 8, bytes += 8) {
-            quint64 word;
-            std::memcpy(&word, bytes, 8);
-            h = (h ^ word) * 0xFF51AFD7ED558CCDull;
-            h ^= h >> 32;
-        }
-        quint64 tail = 0;
-        std::memcpy(&tail, bytes, length);
-        h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
-        return quint32(h ^ h >> 29);
+        const Product product = Product(a) * b;
+        return quint64(product) ^ quint64(product >> 64);
     }
 
-    // A folder lists a few runs, so its prefixes come back often: the last few answers are
-    // tried before hashing.
+    // Whether the answer was among the last few tells if comparing with them first pays.
     quint32 remember(quint32 id)
     {
+        const bool recent =
+            std::find(std::begin(m_recent), std::end(m_recent), id) != std::end(m_recent);
+        m_recentScore =
+            recent ? std::min(m_recentScore + 1, recentMaximum) : std::max(m_recentScore - 1, 0);
         if (id != m_recent[0]) {
             std::memmove(m_recent + 1, m_recent, sizeof m_recent - sizeof *m_recent);
             m_recent[0] = id;
@@ -200,6 +266,8 @@ private:
 
     struct Slot
     {
+        const char16_t *text = nullptr;
+        std::size_t size = 0;
         quint32 id = empty;
         quint32 hash = 0;
     };
@@ -222,6 +290,7 @@ private:
     std::vector<Slot> m_slots;
     std::vector<QStringView> m_texts;
     quint32 m_recent[4] = {empty, empty, empty, empty};
+    int m_recentScore = recentMaximum;
 };
 
 // Plain UTF-16 code unit order, a string that ends first sorting first.
@@ -313,9 +382,37 @@ private:
     {
         const qsizetype count = m_files.size();
         m_info.resize(std::size_t(count));
+        // Each path is taken apart a few paths ahead of its lookup, so that the prefix's slot and
+        // text are on their way by then (when the recent prefixes do not find it first).
+        struct Ahead
+        {
+            FrameDigits digits;
+            quint32 hash = 0;
+            bool hashed = false;
+        };
+        constexpr qsizetype ahead = 8;
+        Ahead ring[ahead];
+        auto lookAhead = [this, &ring](qsizetype j) {
+            Ahead &a = ring[j % ahead];
+            const QStringView p = m_files.at(j);
+            a.digits = frameDigitsOf(p);
+            a.hashed = a.digits.found() && !m_prefixes.comparesRecentFirst();
+            if (a.hashed) {
+                a.hash = TextIds::hashOf(p.first(a.digits.digitsStart));
+                m_prefixes.prefetchSlot(a.hash);
+            }
+        };
+        for (qsizetype j = 0; j < std::min(ahead, count); ++j)
+            lookAhead(j);
         for (qsizetype i = 0; i < count; ++i) {
             const QStringView p = m_files.at(i);
-            const FrameDigits digits = frameDigitsOf(p);
+            const Ahead a = ring[i % ahead];
+            if (i + ahead < count)
+                lookAhead(i + ahead);
+            if (const Ahead &half = ring[(i + ahead / 2) % ahead];
+                i + ahead / 2 < count && half.hashed)
+                m_prefixes.prefetchText(half.hash);
+            const FrameDigits digits = a.digits;
             if (!digits.found()) {
                 m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
                 m_noFrame.push_back(quint32(i));
@@ -326,7 +423,9 @@ private:
             for (qsizetype k = digits.digitsStart; k < digits.digitsEnd && value < valueCeiling;
                  k += units)
                 value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
-            m_info[std::size_t(i)] = {m_prefixes.idOf(p.first(digits.digitsStart)),
+            const QStringView prefix = p.first(digits.digitsStart);
+            m_info[std::size_t(i)] = {a.hashed ? m_prefixes.idOf(prefix, a.hash)
+                                               : m_prefixes.idOf(prefix),
                                       m_postfixes.idOf(p.sliced(digits.digitsEnd)),
                                       quint32(std::min<quint64>(value, valueCeiling))};
         }
@@ -434,19 +533,23 @@ private:
     bool sortByCounting(std::vector<Entry>::iterator begin, std::vector<Entry>::iterator end)
     {
         const std::size_t count = std::size_t(end - begin);
-        const quint64 postfixCount = m_postfixes.texts().size();
+        // A prefix mostly comes with one postfix: only the ranks that occur here take slots.
         quint64 low = ~quint64(0), high = 0;
+        quint32 lowPostfix = ~quint32(0), highPostfix = 0;
         for (auto e = begin; e != end; ++e) {
             if (!e->valueKept())
                 return false;
             low = std::min(low, e->key >> 32);
             high = std::max(high, e->key >> 32);
+            lowPostfix = std::min(lowPostfix, e->postfix());
+            highPostfix = std::max(highPostfix, e->postfix());
         }
-        const quint64 span = (high - low + 1) * postfixCount;
+        const quint64 postfixSpan = quint64(highPostfix - lowPostfix) + 1;
+        const quint64 span = (high - low + 1) * postfixSpan;
         if (span > 4 * count + 256)
             return false;
-        auto slot = [low, postfixCount](const Entry &e) {
-            return std::size_t(((e.key >> 32) - low) * postfixCount + e.postfix());
+        auto slot = [low, lowPostfix, postfixSpan](const Entry &e) {
+            return std::size_t(((e.key >> 32) - low) * postfixSpan + (e.postfix() - lowPostfix));
         };
         m_counts.assign(std::size_t(span) + 1, 0);
         for (auto e = begin; e != end; ++e)
@@ -575,29 +678,26 @@ template <typename Index>
 QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
                                const std::vector<Index> &runLengths)
 {
+    // Each copy raises the count in the string's header, a locked write that waits for its cache
+    // line. Sorted order jumps around in memory, while the list's own order usually follows the
+    // strings' allocation: the runs are made of null strings first, and the copies then go into
+    // their places in the order of the list.
     QList<QStringList> runs;
     runs.reserve(qsizetype(runLengths.size()));
-    // Sorted order jumps around in memory: fetch the list slots, then the string headers (just
-    // before the text) whose counts the copies raise, a little ahead.
-    constexpr std::size_t ahead = 8;
-    auto prefetch = [&files, &order](std::size_t position) {
-        if (position + 2 * ahead < order.size())
-            __builtin_prefetch(&files.at(qsizetype(order[position + 2 * ahead])));
-        if (position + ahead < order.size())
-            __builtin_prefetch(reinterpret_cast<const char *>(
-                                   files.at(qsizetype(order[position + ahead])).constData()) -
-                               16);
-    };
+    std::vector<QString *> places(order.size());
     std::size_t position = 0;
     for (const Index length : runLengths) {
-        QStringList run;
-        run.reserve(qsizetype(length));
-        for (Index k = 0; k < length; ++k, ++position) {
-            prefetch(position);
-            run.append(files.at(qsizetype(order[position])));
-        }
+        QStringList run(static_cast<qsizetype>(length));
+        QString *members = run.data();
+        for (Index k = 0; k < length; ++k)
+            places[std::size_t(order[position++])] = members + k;
         runs.append(std::move(run));
     }
+    // The places hold null strings, which own nothing: they are built over rather than assigned
+    // to, so that the scattered places are only written, never read.
+    const QString *paths = files.constData();
+    for (std::size_t i = 0; i < places.size(); ++i)
+        std::construct_at(places[i], paths[i]);
     return runs;
 }
 

@@ -13,10 +13,10 @@ public:
                      const std::shared_ptr<VKApplicationArguments> &arguments) override;
 
 private:
-    // Lists one folder (and its subfolders when recursive); answers false if any folder could
-    // not be read. `displayPath` is how the folder is written in the output ("" for the
-    // current folder when no path was given).
-    bool listFolder(const QString &displayPath, bool recursive, bool sizes);
+    // Lists the folders (and their subfolders when recursive); answers false if any folder
+    // could not be read. Each path is written in the output as given ("" for the current folder
+    // when no path was given).
+    bool listFolder(const QStringList &paths, bool recursive, bool sizes);
     int check(const QString &identifier);
 
     bool m_progress = false;
