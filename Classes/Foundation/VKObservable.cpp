@@ -281,8 +281,8 @@ void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &k
     bool removed = false;
     if (Private *p = d.load()) {
         std::lock_guard lock(p->mutex);
-        const auto current = p->registrations ? p->registrations
-                                              : std::make_shared<const VKRegistrationList>();
+        const auto current =
+            p->registrations ? p->registrations : std::make_shared<const VKRegistrationList>();
         for (auto it = current->rbegin(); it != current->rend(); ++it) {
             const Registration &r = **it;
             if (r.observer == observer && r.key == key && (anyContext || r.context == context)) {
