@@ -12,11 +12,6 @@
 // it waits; adders notify only then, after releasing the mutex (a woken worker would otherwise
 // block at once on the mutex the adder still holds).
 //
-// A wake-up costs the adder a system call and the worker a trip through the scheduler, and a
-// worker that is faster than its adders would pay it for every operation. So once the list is
-// empty the worker first watches `count` (the list's length, written under the mutex) for a few
-// microseconds before it sleeps.
-//
 // Only the first waiting operation's readiness can wake the worker, so the worker observes
 // "isReady" of that one operation, and only when it finds it not ready (registering, then
 // testing again, under the mutex): operations that are ready when their turn comes cost no
@@ -36,26 +31,12 @@
 
 #include <QSet>
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 
 namespace {
 const QString kIsReady = QStringLiteral("isReady");
-
-// How long the worker watches for a next operation before it sleeps.
-constexpr auto kWatchBeforeSleeping = std::chrono::microseconds(20);
-
-void relaxWhileWatching()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
 
 VKLogContext logContext(const char *operation, const void *queue)
 {
@@ -77,8 +58,6 @@ struct VKSingleThreadOperationQueue::Private
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::shared_ptr<VKOperationBase>> operations;
-    // operations.size(), for the worker's look before it sleeps.
-    std::atomic<size_t> count{0};
     bool sleeping = false;
     // The waiting operations by identity, for the repeat test.
     QSet<const VKOperationBase *> waiting;
@@ -110,17 +89,6 @@ struct VKSingleThreadOperationQueue::Private
         return first->isReady();
     }
 
-    void watchBeforeSleeping() const
-    {
-        const auto until = std::chrono::steady_clock::now() + kWatchBeforeSleeping;
-        while (count.load(std::memory_order_relaxed) == 0) {
-            for (int i = 0; i < 32; ++i)
-                relaxWhileWatching();
-            if (std::chrono::steady_clock::now() >= until)
-                return;
-        }
-    }
-
     static void enqueue(const std::shared_ptr<Private> &self);
 };
 
@@ -148,12 +116,6 @@ void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Privat
         {
             std::unique_lock lock(self->mutex);
             previous = std::move(self->currentOperation);
-            if (self->operations.empty()) {
-                lock.unlock();
-                previous.reset();
-                self->watchBeforeSleeping();
-                lock.lock();
-            }
             while (!self->canStart()) {
                 self->sleeping = true;
                 self->wake.wait(lock);
@@ -161,7 +123,6 @@ void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Privat
             }
             self->currentOperation = std::move(self->operations.front());
             self->operations.pop_front();
-            self->count.store(self->operations.size(), std::memory_order_relaxed);
             operation = self->currentOperation.get();
             self->waiting.remove(operation);
             if (self->observed.get() == operation) {
@@ -200,7 +161,6 @@ VKSingleThreadOperationQueue::~VKSingleThreadOperationQueue()
     {
         std::lock_guard lock(d->mutex);
         operations.swap(d->operations);
-        d->count.store(0, std::memory_order_relaxed);
         d->waiting.clear();
         observed = std::move(d->observed);
     }
@@ -220,7 +180,6 @@ void VKSingleThreadOperationQueue::addOperation(const std::shared_ptr<VKOperatio
         if (d->waiting.contains(operation.get()))
             return;
         d->operations.push_back(operation);
-        d->count.store(d->operations.size(), std::memory_order_relaxed);
         d->waiting.insert(operation.get());
         if (!d->threadStarted) {
             d->threadStarted = true;
