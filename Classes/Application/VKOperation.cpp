@@ -38,7 +38,8 @@ bool VKOperation::isReady() const
 {
     if (!VKOperationBase::isReady())
         return false;
-    for (const auto &dependency : dependencies())
+    const auto all = dependencies();
+    for (const auto &dependency : all)
         if (const auto *operation = dynamic_cast<const VKOperation *>(dependency.get()))
             if (operation->isFailed())
                 return false;

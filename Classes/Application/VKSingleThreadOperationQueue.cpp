@@ -7,13 +7,20 @@
 // the thread id, and is the lock the worker waits with. The worker tests "first waiting
 // operation is ready" under it, takes that operation and releases it before start(), so an
 // operation may add to its own queue and adders never wait for a running operation. Adders,
-// resuming and the readiness observer change state and notify under the same mutex, so a wake-up
-// cannot fall between the worker's test and its wait.
+// resuming and the readiness observer change state under the same mutex, so a wake-up cannot
+// fall between the worker's test and its wait. The worker sets `sleeping` under the mutex while
+// it waits; adders notify only then, after releasing the mutex (a woken worker would otherwise
+// block at once on the mutex the adder still holds).
 //
 // Only the first waiting operation's readiness can wake the worker, so the worker observes
 // "isReady" of that one operation, and only when it finds it not ready (registering, then
 // testing again, under the mutex): operations that are ready when their turn comes cost no
 // observation at all.
+//
+// The worker keeps the operation it started in `currentOperation` and clears it when it comes
+// back for the next one, under the same lock; the reference is dropped after the lock is
+// released, since the last one runs the operation's destructor. So one pass of the worker is one
+// lock round trip.
 //
 // The worker thread holds the shared state for the rest of the process; the public object may
 // go before it.
@@ -25,6 +32,7 @@
 #include <QSet>
 
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 
 namespace {
@@ -49,7 +57,8 @@ struct VKSingleThreadOperationQueue::Private
 {
     std::mutex mutex;
     std::condition_variable wake;
-    QList<std::shared_ptr<VKOperationBase>> operations;
+    std::deque<std::shared_ptr<VKOperationBase>> operations;
+    bool sleeping = false;
     // The waiting operations by identity, for the repeat test.
     QSet<const VKOperationBase *> waiting;
     std::shared_ptr<VKOperationBase> currentOperation;
@@ -65,9 +74,9 @@ struct VKSingleThreadOperationQueue::Private
     // right after the test still wakes the worker.
     bool canStart()
     {
-        if (operations.isEmpty() || suspended)
+        if (operations.empty() || suspended)
             return false;
-        const auto &first = operations.first();
+        const auto &first = operations.front();
         if (first->isReady())
             return true;
         if (observed != first) {
@@ -90,7 +99,7 @@ void ReadinessObserver::observeValueForKeyPath(const QString &keyPath, VKObserva
     if (!state || keyPath != kIsReady)
         return;
     std::lock_guard lock(state->mutex);
-    if (!state->operations.isEmpty() && state->operations.first()->isReady())
+    if (!state->operations.empty() && state->operations.front()->isReady())
         state->wake.notify_all();
 }
 
@@ -102,34 +111,41 @@ void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Privat
             return;
     }
     for (;;) {
-        std::shared_ptr<VKOperationBase> operation;
+        std::shared_ptr<VKOperationBase> previous;
+        VKOperationBase *operation = nullptr;
         {
             std::unique_lock lock(self->mutex);
-            self->wake.wait(lock, [&] { return self->canStart(); });
-            operation = self->operations.takeFirst();
-            self->waiting.remove(operation.get());
-            self->currentOperation = operation;
-            if (self->observed == operation) {
+            previous = std::move(self->currentOperation);
+            while (!self->canStart()) {
+                self->sleeping = true;
+                self->wake.wait(lock);
+                self->sleeping = false;
+            }
+            self->currentOperation = std::move(self->operations.front());
+            self->operations.pop_front();
+            operation = self->currentOperation.get();
+            self->waiting.remove(operation);
+            if (self->observed.get() == operation) {
                 operation->removeObserver(self->readiness.get(), kIsReady);
                 self->observed.reset();
             }
         }
+        // Only this thread changes currentOperation: it keeps the operation alive.
+        previous.reset();
         try {
             operation->start();
         } catch (const std::exception &exception) {
             VKLogger::error(logContext("-[VKSingleThreadOperationQueue enqueue]", self.get()),
                             "Operation %@ (%p) raised an exception: %@", operation->className(),
-                            static_cast<const void *>(operation.get()),
+                            static_cast<const void *>(operation),
                             QString::fromUtf8(exception.what()));
             throw;
         } catch (...) {
             VKLogger::error(logContext("-[VKSingleThreadOperationQueue enqueue]", self.get()),
                             "Operation %@ (%p) raised an exception", operation->className(),
-                            static_cast<const void *>(operation.get()));
+                            static_cast<const void *>(operation));
             throw;
         }
-        std::lock_guard lock(self->mutex);
-        self->currentOperation.reset();
     }
 }
 
@@ -140,7 +156,7 @@ VKSingleThreadOperationQueue::VKSingleThreadOperationQueue() : d(std::make_share
 
 VKSingleThreadOperationQueue::~VKSingleThreadOperationQueue()
 {
-    QList<std::shared_ptr<VKOperationBase>> operations;
+    std::deque<std::shared_ptr<VKOperationBase>> operations;
     std::shared_ptr<VKOperationBase> observed;
     {
         std::lock_guard lock(d->mutex);
@@ -158,18 +174,24 @@ void VKSingleThreadOperationQueue::addOperation(const std::shared_ptr<VKOperatio
 {
     if (!operation)
         return;
-    std::lock_guard lock(d->mutex);
-    if (d->waiting.contains(operation.get()))
-        return;
-    d->operations.append(operation);
-    d->waiting.insert(operation.get());
-    if (!d->threadStarted) {
-        d->threadStarted = true;
-        std::thread worker([state = d] { Private::enqueue(state); });
-        d->threadId = worker.get_id();
-        worker.detach();
+    bool wakeWorker = false;
+    {
+        std::lock_guard lock(d->mutex);
+        if (d->waiting.contains(operation.get()))
+            return;
+        d->operations.push_back(operation);
+        d->waiting.insert(operation.get());
+        if (!d->threadStarted) {
+            d->threadStarted = true;
+            std::thread worker([state = d] { Private::enqueue(state); });
+            d->threadId = worker.get_id();
+            worker.detach();
+        }
+        wakeWorker = d->sleeping;
     }
-    d->wake.notify_all();
+    // The state lives as long as the worker, so it outlives this call.
+    if (wakeWorker)
+        d->wake.notify_one();
 }
 
 void VKSingleThreadOperationQueue::addOperations(
@@ -214,7 +236,7 @@ void VKSingleThreadOperationQueue::setMaxConcurrentOperationCount(int) {}
 QList<std::shared_ptr<VKOperationBase>> VKSingleThreadOperationQueue::operations() const
 {
     std::lock_guard lock(d->mutex);
-    return d->operations;
+    return QList<std::shared_ptr<VKOperationBase>>(d->operations.begin(), d->operations.end());
 }
 
 std::shared_ptr<VKOperationBase> VKSingleThreadOperationQueue::currentOperation() const

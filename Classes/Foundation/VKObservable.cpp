@@ -1,9 +1,12 @@
 // Key-value observation.
 //
-// State of an object: a copy-on-write list of registrations (observer or callback, key, the keys
-// affecting it, options, a serial number and a "removed" flag), guarded by Private::mutex, plus
-// two counters readable without the lock: the number of registrations and the number of
-// will-changes of the object still open on any thread's pending stack.
+// State of an object: nothing until it is first observed (or asked for its lifetime); then an
+// observation part, made once and kept until the object goes: a copy-on-write list of
+// registrations (observer or callback, key, the keys affecting it, options, a serial number and
+// a "removed" flag), guarded by Private::mutex, plus two counters readable without the lock: the
+// number of registrations and the number of will-changes of the object still open on any
+// thread's pending stack. The part is published with a compare-and-swap; a thread that loses
+// the race uses the winner's.
 //
 // Locks: Private::mutex is held only to copy or replace the list; no user code (observers,
 // callbacks, valueForKey, keyPathsForValuesAffectingValueForKey) ever runs under it. Each
@@ -17,8 +20,10 @@
 //   made before the did-change is told, and one made after it reads the new value itself:
 //   the registration count is a sequentially consistent atomic, and the changed state is
 //   published before the did-change by a lock or a sequentially consistent store.
-// - With no registration and no open will-change the announcement pair reads two atomics and
-//   returns.
+//   Making the observation part is ordered the same way (its pointer is published and read
+//   sequentially consistently), so an announcement that finds no part has no one to tell.
+// - With no observation part the announcement pair reads one pointer and returns; with a part
+//   but no registration and no open will-change, two atomics more.
 #include "Foundation/VKObservable.h"
 
 #include "Foundation/VKException.h"
@@ -86,7 +91,6 @@ struct VKObservable::Private
     mutable std::shared_ptr<const int> alive;
     std::atomic<int> registrationCount{0};
     std::atomic<int> openChanges{0};
-    bool announcesToItself = false;
 
     std::shared_ptr<const VKRegistrationList> snapshot(quint64 *serial = nullptr) const
     {
@@ -170,16 +174,31 @@ void deliver(VKObservable *object, VKObservable::Registration &registration,
 
 } // namespace
 
-VKObservable::VKObservable() : d(std::make_unique<Private>()) {}
+VKObservable::VKObservable() = default;
 
 VKObservable::~VKObservable()
 {
+    Private *p = d.load();
+    if (!p)
+        return;
     // Forget will-changes this thread left open on the object.
-    if (d->openChanges.load() > 0) {
+    if (p->openChanges.load() > 0) {
         auto &pending = pendingChanges();
         std::erase_if(pending,
                       [this](const PendingChange &change) { return change.object == this; });
     }
+    delete p;
+}
+
+VKObservable::Private *VKObservable::observation() const
+{
+    Private *p = d.load();
+    if (p)
+        return p;
+    auto made = std::make_unique<Private>();
+    if (d.compare_exchange_strong(p, made.get()))
+        return made.release();
+    return p; // another thread made it first
 }
 
 void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
@@ -197,13 +216,14 @@ void VKObservable::addRegistration(std::shared_ptr<Registration> registration)
         }
     }
     {
-        std::lock_guard lock(d->mutex);
-        registration->serial = ++d->lastSerial;
-        auto list = d->registrations ? std::make_shared<VKRegistrationList>(*d->registrations)
+        Private *p = observation();
+        std::lock_guard lock(p->mutex);
+        registration->serial = ++p->lastSerial;
+        auto list = p->registrations ? std::make_shared<VKRegistrationList>(*p->registrations)
                                      : std::make_shared<VKRegistrationList>();
         list->push_back(registration);
-        d->registrations = std::move(list);
-        d->registrationCount.fetch_add(1);
+        p->registrations = std::move(list);
+        p->registrationCount.fetch_add(1);
     }
     if (registration->options & VKKeyValueObservingOptionInitial) {
         VKKeyValueChange change;
@@ -259,14 +279,14 @@ void VKObservable::removeMatching(VKKeyValueObserver *observer, const QString &k
                                   void *context)
 {
     bool removed = false;
-    {
-        std::lock_guard lock(d->mutex);
-        const auto current = d->registrations ? d->registrations
-                                              : std::make_shared<const VKRegistrationList>();
+    if (Private *p = d.load()) {
+        std::lock_guard lock(p->mutex);
+        const auto current =
+            p->registrations ? p->registrations : std::make_shared<const VKRegistrationList>();
         for (auto it = current->rbegin(); it != current->rend(); ++it) {
             const Registration &r = **it;
             if (r.observer == observer && r.key == key && (anyContext || r.context == context)) {
-                removed = d->removeLocked(*it);
+                removed = p->removeLocked(*it);
                 break;
             }
         }
@@ -314,14 +334,15 @@ VKObservationToken VKObservable::observe(const QString &key, VKKeyValueObserving
 
 void VKObservable::removeObservation(VKObservationToken token)
 {
-    if (token == 0)
+    Private *p = d.load();
+    if (token == 0 || !p)
         return;
-    std::lock_guard lock(d->mutex);
-    if (!d->registrations)
+    std::lock_guard lock(p->mutex);
+    if (!p->registrations)
         return;
-    for (const auto &r : *d->registrations) {
+    for (const auto &r : *p->registrations) {
         if (r->token == token) {
-            d->removeLocked(r);
+            p->removeLocked(r);
             return;
         }
     }
@@ -329,9 +350,10 @@ void VKObservable::removeObservation(VKObservationToken token)
 
 bool VKObservable::hasObserversForKey(const QString &key) const
 {
-    if (d->registrationCount.load() == 0)
+    const Private *p = d.load();
+    if (!p || p->registrationCount.load() == 0)
         return false;
-    const auto list = d->snapshot();
+    const auto list = p->snapshot();
     for (const auto &r : list ? *list : VKRegistrationList())
         if (r->isTouchedBy(key))
             return true;
@@ -341,17 +363,18 @@ bool VKObservable::hasObserversForKey(const QString &key) const
 VKObservableLifetime VKObservable::lifetime() const
 {
     VKObservableLifetime result;
-    std::lock_guard lock(d->mutex);
-    if (!d->alive)
-        d->alive = std::make_shared<const int>(0);
-    result.m_alive = d->alive;
+    Private *p = observation();
+    std::lock_guard lock(p->mutex);
+    if (!p->alive)
+        p->alive = std::make_shared<const int>(0);
+    result.m_alive = p->alive;
     result.m_object = this;
     return result;
 }
 
 void VKObservable::setAnnouncesToItself(bool enabled)
 {
-    d->announcesToItself = enabled;
+    m_announcesToItself = enabled;
 }
 
 void VKObservable::didAnnounceChangeForKey(const QString &) {}
@@ -380,10 +403,11 @@ QVariant observedValue(const VKObservable *object, const QString &key,
 
 void VKObservable::willChangeValueForKey(const QString &key)
 {
-    if (d->registrationCount.load() == 0)
+    Private *p = d.load();
+    if (!p || p->registrationCount.load() == 0)
         return;
     PendingChange pending{this, key, 0, {}};
-    const auto list = d->snapshot(&pending.serial);
+    const auto list = p->snapshot(&pending.serial);
     if (!list)
         return;
     QHash<QString, QVariant> oldValues;
@@ -402,7 +426,7 @@ void VKObservable::willChangeValueForKey(const QString &key)
         if (call.registration->options & VKKeyValueObservingOptionPrior)
             priorCalls.push_back(call);
     pendingChanges().push_back(std::move(pending));
-    d->openChanges.fetch_add(1);
+    p->openChanges.fetch_add(1);
     for (const PendingCall &call : priorCalls) {
         VKKeyValueChange change;
         change.isPrior = true;
@@ -416,30 +440,32 @@ void VKObservable::willChangeValueForKey(const QString &key)
 
 void VKObservable::didChangeValueForKey(const QString &key)
 {
-    if (d->openChanges.load(std::memory_order_relaxed) == 0 && d->registrationCount.load() == 0) {
-        if (d->announcesToItself)
+    Private *p = d.load();
+    if (!p ||
+        (p->openChanges.load(std::memory_order_relaxed) == 0 && p->registrationCount.load() == 0)) {
+        if (m_announcesToItself)
             didAnnounceChangeForKey(key);
         return;
     }
     std::vector<PendingCall> calls;
     bool opened = false;
     quint64 seenSerial = 0;
-    if (d->openChanges.load() > 0) {
+    if (p->openChanges.load() > 0) {
         auto &pending = pendingChanges();
         for (auto i = pending.size(); i-- > 0;) {
             if (pending[i].object == this && pending[i].key == key) {
                 calls = std::move(pending[i].calls);
                 seenSerial = pending[i].serial;
                 pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(i));
-                d->openChanges.fetch_sub(1);
+                p->openChanges.fetch_sub(1);
                 opened = true;
                 break;
             }
         }
     }
     // Registrations made since the will-change (all of them when it found none) are told too.
-    if (d->registrationCount.load() > 0) {
-        const auto list = d->snapshot();
+    if (p->registrationCount.load() > 0) {
+        const auto list = p->snapshot();
         for (const auto &r : list ? *list : VKRegistrationList())
             if (r->serial > seenSerial && r->isTouchedBy(key))
                 calls.push_back({r, {}});
@@ -460,7 +486,7 @@ void VKObservable::didChangeValueForKey(const QString &key)
         }
         deliver(this, r, change);
     }
-    if (d->announcesToItself)
+    if (m_announcesToItself)
         didAnnounceChangeForKey(key);
 }
 

@@ -12,6 +12,7 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -190,8 +191,12 @@ protected:
 
 private:
     struct Private;
+    // The observation part, made on first registration (or lifetime()): most objects are never
+    // observed, and their announcements then cost a load of the pointer.
+    Private *observation() const;
     void addRegistration(std::shared_ptr<Registration> registration);
     void removeMatching(VKKeyValueObserver *observer, const QString &key, bool anyContext,
                         void *context);
-    std::unique_ptr<Private> d;
+    mutable std::atomic<Private *> d{nullptr};
+    bool m_announcesToItself = false;
 };

@@ -16,8 +16,9 @@
 //   is outstanding for it; adding and delivering the end both happen under the dependency's
 //   mutex, so a dependency added while it finishes is either counted and then told, or seen
 //   finished.
-// - The end is delivered once (`ending`, `endDelivered`): completion block, then dependants
-//   (their "isReady" announced around the change), then the queue, then waiters.
+// - The end is delivered once (`ending`, then `endDelivered`): completion block, then
+//   dependants (their "isReady" announced around the change), then the queue, then waiters.
+//   `endDelivered` is atomic and set last, so waiters need no lock.
 // - The queue link is used only under the operation's mutex; the queue clears it there
 //   before it goes, so a late end never reaches a destroyed queue.
 #include "Foundation/VKOperationBase.h"
@@ -29,6 +30,7 @@
 #include <exception>
 #include <typeindex>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 const QString kIsReady = QStringLiteral("isReady");
@@ -93,7 +95,8 @@ VKOperationBase::VKOperationBase(std::unique_ptr<Private> d) : d(std::move(d))
 VKOperationBase::~VKOperationBase()
 {
     // Leave the dependencies' lists, so that their end is not delivered to a dead operation.
-    for (const auto &dependency : d->dependencies) {
+    // Read-only (a non-const walk would detach, and allocate, even an empty list).
+    for (const auto &dependency : std::as_const(d->dependencies)) {
         std::lock_guard lock(dependency->d->mutex);
         std::erase(dependency->d->dependants, this);
     }
@@ -187,8 +190,9 @@ void VKOperationBase::waitUntilFinished()
 {
     if (isFinished())
         return;
-    std::unique_lock lock(d->mutex);
-    d->ended.wait(lock, [this] { return d->endDelivered; });
+    d->endWaiters.fetch_add(1);
+    d->endDelivered.wait(0);
+    d->endWaiters.fetch_sub(1);
 }
 
 void VKOperationBase::didAnnounceChangeForKey(const QString &key)
@@ -236,8 +240,7 @@ void VKOperationBase::deliverEnd()
                 d->queue->operationFinished(this);
                 d->queue = nullptr;
             }
-            d->endDelivered = true;
-            d->ended.notify_all();
+            d->markEndDelivered();
             return;
         }
         completion = std::move(d->completionBlock);
@@ -277,11 +280,7 @@ void VKOperationBase::deliverEnd()
         (*it)->didChangeValueForKey(kIsReady);
     for (const auto &dependant : late)
         dependant->didChangeValueForKey(kIsReady);
-    {
-        std::lock_guard lock(d->mutex);
-        d->endDelivered = true;
-        d->ended.notify_all();
-    }
+    d->markEndDelivered();
     if (failure)
         std::rethrow_exception(failure);
 }

@@ -9,7 +9,6 @@
 #include <QString>
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -44,12 +43,16 @@ struct VKOperationBase::Private
     // Dependencies whose end has not been delivered to this operation yet.
     std::atomic<int> unfinishedDependencies{0};
 
+    // 1 once the end was delivered; waiters sleep on this word. They count themselves first,
+    // so that an end nobody waits for makes no system call (the standard library's own test
+    // is shared with unrelated addresses).
+    std::atomic<int> endDelivered{0};
+    std::atomic<int> endWaiters{0};
+
     // Guards the members up to the next comment.
     mutable std::mutex mutex;
-    std::condition_variable ended;
-    // The end was announced and is being (or was) delivered; delivered once done.
+    // The end was announced and is being (or was) delivered.
     bool ending = false;
-    bool endDelivered = false;
     // Not owned: a dependant takes itself out before it goes.
     std::vector<VKOperationBase *> dependants;
     // The queue holding the operation; it clears the link (under this mutex) before it goes.
@@ -61,6 +64,15 @@ struct VKOperationBase::Private
     // mutex, never while calling out) and guards the list.
     mutable std::mutex dependencyMutex;
     QList<std::shared_ptr<VKOperationBase>> dependencies;
+
+    void markEndDelivered()
+    {
+        // Both sequentially consistent: a waiter that counted itself after this load finds the
+        // flag set before it sleeps.
+        endDelivered.store(1);
+        if (endWaiters.load() > 0)
+            endDelivered.notify_all();
+    }
 
     // Shared by every operation of the class; looked up on first use.
     std::atomic<const VKOperationAffectingKeys *> affectingKeys{nullptr};
@@ -74,8 +86,11 @@ struct VKOperationBase::Private
         std::shared_ptr<VKOperationBase> operation;
         quint64 sequence = 0;
         int where = 0;
-        bool starting = false;
-        bool finishedWhileStarting = false;
+        // While Running: whether the worker is still inside start() and whether the end came
+        // before it returned. Claimed with a compare-and-swap by the worker and by the end, so
+        // that an end reported from inside start() needs no queue lock.
+        enum Phase { Idle, Starting, Started, FinishedWhileStarting };
+        std::atomic<int> phase{Idle};
         // Every queued operation in the order of addition.
         VKOperationBase *previous = nullptr;
         VKOperationBase *next = nullptr;

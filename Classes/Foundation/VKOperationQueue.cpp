@@ -1,22 +1,30 @@
 // Operation queue.
 //
 // Each operation it holds has an entry: Waiting (not ready), Ready (in the start order) or
-// Running (a worker took it; `starting` while the worker is inside start()). Operations tell
+// Running (a worker took it). A Running entry's phase is Starting while the worker is inside
+// start(), then Started, or FinishedWhileStarting when the end came first. Operations tell
 // the queue directly, through VKOperationQueueLink, when their readiness changes and when they
 // have finished; the queue never observes them and never calls their getters or start() under
 // its own lock. The entries live in the operations (an operation is in one queue at most) and
 // are chained into two intrusive lists, every entry and the ready ones, both in the order of
 // addition: queuing, starting and retiring an operation allocate nothing.
 //
-// Locks: Private::mutex guards the entries, both lists, the counters and the worker list. The
-// link calls arrive holding the operation's mutex and take only this one (operation before
-// queue, never the other way round). Workers run start() without any lock.
+// Locks: Private::mutex guards the entries (all but the phase), both lists, the counters and the
+// worker list. The link calls arrive holding the operation's mutex and take only this one
+// (operation before queue, never the other way round). Workers run start() without any lock.
+// The phase is atomic: the worker sets Starting under the lock, and leaving Starting is claimed
+// by a compare-and-swap, by the worker (to Started, under the lock, after start() returned) or
+// by the end (to FinishedWhileStarting, without the lock). So the usual end, reported from
+// inside start(), costs no queue lock: the worker retires the operation under the lock it takes
+// anyway to fetch the next one.
 //
 // Invariants:
 // - An operation's entry holds it exactly while its link points at this queue; both are set
 //   and cleared together under the operation's mutex and the queue's, except that an end
 //   reported while the worker is still inside start() clears the link first and the entry
 //   when start() returns (so that what start() logs comes first).
+// - The phase is Idle unless the entry is Running; exactly one of the worker and the end
+//   leaves Starting, and whoever sees FinishedWhileStarting after that retires under the lock.
 // - `running` counts Running entries; at most effectiveMax() start while not suspended.
 // - References to finished operations are dropped by a worker outside every lock (the last one
 //   may destroy the operation); `retired` holds them until then.
@@ -163,6 +171,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         if (entry.where == Ready)
             unreadyLocked(entry);
         entry.where = Waiting;
+        entry.phase.store(Entry::Idle, std::memory_order_relaxed);
         unlinkLocked(entry);
         retired.push_back(std::move(entry.operation));
         spawnWorkersLocked();
@@ -185,16 +194,25 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         }
     }
 
+    // Claims the end of a start() still running; answers whether it did.
+    static bool finishInsideStart(Entry &entry)
+    {
+        int expected = Entry::Starting;
+        return entry.phase.compare_exchange_strong(expected, Entry::FinishedWhileStarting);
+    }
+
     void operationFinished(VKOperationBase *operation) override
     {
-        std::lock_guard lock(mutex);
         Entry &entry = entryOf(operation);
+        // Usually called from inside start(): the worker retires the operation afterwards.
+        if (finishInsideStart(entry))
+            return;
+        std::lock_guard lock(mutex);
         if (!entry.operation)
             return;
-        if (entry.where == Running && entry.starting) {
-            entry.finishedWhileStarting = true;
+        // A worker may have taken it since the first look.
+        if (entry.where == Running && finishInsideStart(entry))
             return;
-        }
         retireLocked(entry);
     }
 
@@ -237,11 +255,12 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
                  const std::shared_ptr<VKOperationBase> &operation, bool failed)
     {
         Entry &entry = entryOf(operation.get());
-        if (entry.operation != operation || entry.where != Running || !entry.starting)
+        if (entry.operation != operation || entry.where != Running)
             return;
-        entry.starting = false;
-        if (entry.finishedWhileStarting) {
-            retireLocked(entry);
+        int phase = Entry::Starting;
+        if (!entry.phase.compare_exchange_strong(phase, Entry::Started)) {
+            if (phase == Entry::FinishedWhileStarting)
+                retireLocked(entry);
             return;
         }
         if (!failed)
@@ -261,6 +280,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
                 if (again.operation == operation && again.where == Running) {
                     --running;
                     again.where = Waiting;
+                    again.phase.store(Entry::Idle, std::memory_order_relaxed);
                 }
             }
             operation->tellQueueOfReadiness();
@@ -282,8 +302,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
                 Entry &entry = entryOf(firstReady);
                 unreadyLocked(entry);
                 entry.where = Running;
-                entry.starting = true;
-                entry.finishedWhileStarting = false;
+                entry.phase.store(Entry::Starting);
                 ++running;
                 next = entry.operation;
                 if (idle > 0 && firstReady && running < effectiveMax())
@@ -374,7 +393,7 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
         entry.operation = operation;
         entry.sequence = d->nextSequence++;
         entry.where = Private::Waiting;
-        entry.starting = entry.finishedWhileStarting = false;
+        entry.phase.store(Private::Entry::Idle, std::memory_order_relaxed);
         d->appendLocked(operation.get(), entry);
         if (isReady) {
             d->makeReadyLocked(operation.get(), entry);

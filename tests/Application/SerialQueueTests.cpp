@@ -74,40 +74,41 @@ TEST(SerialQueue, FixedAnswersAndUnsupportedRemoval)
     EXPECT_EQ(queue.thread(), std::thread::id()); // nothing arrived yet
 }
 
-TEST(SerialQueue, SuspensionHoldsBackAndRepeatsAreIgnored)
+// Nothing starts while the queue is suspended or its first operation is not ready (a ready one
+// behind it waits too); releasing the hold runs both in order. Repeated adds are ignored.
+TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedAndRepeatsAreIgnored)
 {
-    Record record;
-    VKSingleThreadOperationQueue queue;
-    queue.setSuspended(true);
-    auto first = recorded(1, record);
-    auto second = recorded(2, record);
-    queue.addOperations({first, second, first}, false);
-    queue.addOperation(second);
-    EXPECT_EQ(queue.operations(), (QList<std::shared_ptr<VKOperationBase>>{first, second}));
-    vkSpinEventLoop(30);
-    EXPECT_TRUE(record.order.empty());
-    EXPECT_TRUE(queue.isSuspended());
-    queue.setSuspended(false);
-    second->waitUntilFinished();
-    EXPECT_EQ(record.order, (std::vector<int>{1, 2}));
-    EXPECT_TRUE(queue.operations().isEmpty());
-}
-
-TEST(SerialQueue, UnreadyFirstOperationHoldsBackReadyOnesBehindIt)
-{
-    Record record;
-    VKSingleThreadOperationQueue queue;
-    auto elsewhere = std::make_shared<VKOperationBase>();
-    auto blocked = recorded(1, record);
-    blocked->addDependency(elsewhere);
-    auto ready = recorded(2, record);
-    queue.addOperations({blocked, ready}, false);
-    vkSpinEventLoop(30);
-    EXPECT_TRUE(record.order.empty());
-    EXPECT_EQ(queue.operations().size(), 2);
-    elsewhere->start(); // readiness of the first waiting operation wakes the worker
-    ready->waitUntilFinished();
-    EXPECT_EQ(record.order, (std::vector<int>{1, 2}));
+    struct Case
+    {
+        const char *name;
+        bool suspend;
+    };
+    const Case cases[] = {{"suspended", true}, {"first not ready", false}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Record record;
+        VKSingleThreadOperationQueue queue;
+        auto elsewhere = std::make_shared<VKOperationBase>();
+        auto first = recorded(1, record);
+        auto second = recorded(2, record);
+        if (c.suspend)
+            queue.setSuspended(true);
+        else
+            first->addDependency(elsewhere);
+        queue.addOperations({first, second, first}, false);
+        queue.addOperation(second);
+        EXPECT_EQ(queue.operations(), (QList<std::shared_ptr<VKOperationBase>>{first, second}));
+        vkSpinEventLoop(30);
+        EXPECT_TRUE(record.order.empty());
+        EXPECT_EQ(queue.isSuspended(), c.suspend);
+        if (c.suspend)
+            queue.setSuspended(false);
+        else
+            elsewhere->start(); // readiness of the first waiting operation wakes the worker
+        second->waitUntilFinished();
+        EXPECT_EQ(record.order, (std::vector<int>{1, 2}));
+        EXPECT_TRUE(queue.operations().isEmpty());
+    }
 }
 
 // The worker starts watching a waiting operation only once it finds it not ready; readiness

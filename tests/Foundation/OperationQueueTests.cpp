@@ -39,15 +39,29 @@ public:
     Qt::HANDLE thread = nullptr;
 };
 
-// Work that begins in start() and ends later on another thread.
+// Work that begins in start() and ends on another thread, after `delayMs` (0: racing the
+// worker's return from start()). Counts how many such operations execute at once.
 class AsyncOperation : public VKOperationBase
 {
 public:
+    explicit AsyncOperation(int delayMs = 5, std::atomic<int> *inside = nullptr,
+                            std::atomic<int> *most = nullptr)
+        : m_delayMs(delayMs), m_inside(inside), m_most(most)
+    {}
     void start() override
     {
+        if (m_inside) {
+            const int now = ++*m_inside;
+            int seen = m_most->load();
+            while (now > seen && !m_most->compare_exchange_weak(seen, now)) {
+            }
+        }
         changeValueForKey("executing", [&] { m_executing = true; });
         m_thread = std::thread([this] {
-            QThread::msleep(5);
+            if (m_delayMs > 0)
+                QThread::msleep(m_delayMs);
+            if (m_inside)
+                --*m_inside;
             willChangeValueForKey("finished");
             willChangeValueForKey("executing");
             m_executing = false;
@@ -56,7 +70,10 @@ public:
             didChangeValueForKey("finished");
         });
     }
-    ~AsyncOperation() override
+    ~AsyncOperation() override { join(); }
+    // The ending thread may hold the last reference to a dependant (and through it to this
+    // operation) for a moment after the end: join it before letting go.
+    void join()
     {
         if (m_thread.joinable())
             m_thread.join();
@@ -74,6 +91,8 @@ public:
     }
 
 private:
+    const int m_delayMs;
+    std::atomic<int> *m_inside, *m_most;
     std::atomic<bool> m_executing{false};
     std::atomic<bool> m_finished{false};
     std::thread m_thread;
@@ -95,13 +114,6 @@ TEST(Operation, StatesAreAnnouncedInOrderAndWaitingWorks)
     EXPECT_EQ(seen,
               (std::vector<QString>{"isExecuting=true", "isExecuting=false", "isFinished=true"}));
     operation->waitUntilFinished();
-    try {
-        operation->start();
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_TRUE(
-            exception.reason().endsWith("start]: receiver is finished and cannot be started"));
-    }
     EXPECT_EQ(operation->valueForKey("isFinished"), QVariant(true));
     EXPECT_EQ(operation->valueForKey("isConcurrent"), QVariant(false));
     EXPECT_THROW(operation->valueForKey("isWhatever"), VKException);
@@ -122,13 +134,6 @@ TEST(Operation, DependencyThatHasNotFinishedKeepsItWaiting)
     dependent->addDependency(dependent);  // itself: ignored
     EXPECT_EQ(dependent->dependencies().size(), 1);
     EXPECT_FALSE(dependent->isReady());
-    try {
-        dependent->start();
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_TRUE(exception.reason().endsWith("start]: receiver is not yet ready to execute"));
-    }
-    EXPECT_FALSE(dependent->isExecuting());
 
     VKOperationQueue queue;
     queue.addOperation(dependent);
@@ -141,7 +146,6 @@ TEST(Operation, DependencyThatHasNotFinishedKeepsItWaiting)
     EXPECT_EQ(readiness, (std::vector<bool>{true, false, false, true}));
     queue.waitUntilAllOperationsAreFinished();
     EXPECT_TRUE(queue.operations().isEmpty());
-    EXPECT_THROW(dependent->addDependency(nullptr), VKException);
 }
 
 TEST(Operation, CancelledOperationFinishesWithoutRunningAndBecomesReady)
@@ -239,7 +243,6 @@ TEST(OperationQueue, HonoursTheConcurrencyLimitAndSuspension)
     queue.addOperations(batch, true);
     for (const auto &operation : batch)
         EXPECT_TRUE(operation->isFinished());
-    EXPECT_THROW(queue.setMaxConcurrentOperationCount(-2), VKException);
 }
 
 // Operations start in the order of addition among the ready ones, whatever the order in which
@@ -303,47 +306,95 @@ TEST(OperationQueue, ReadyOperationsStartInTheOrderOfAddition)
     }
 }
 
-TEST(OperationQueue, RefusesOperationsItCannotTake)
+// Operations and queues refuse what they cannot do, with exact texts.
+TEST(OperationQueue, RefusalsHaveExactTexts)
 {
     VKOperationQueue first, second;
     first.setSuspended(true);
-    auto operation = std::make_shared<RecordingOperation>();
-    first.addOperation(operation);
-    try {
-        second.addOperation(operation);
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_EQ(
-            exception.reason(),
-            "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue");
+    auto queued = std::make_shared<RecordingOperation>();
+    first.addOperation(queued);
+    auto finished = std::make_shared<RecordingOperation>();
+    finished->start();
+    auto waiting = std::make_shared<RecordingOperation>();
+    waiting->addDependency(queued);
+    const QString operationClass = "(anonymous namespace)::RecordingOperation";
+    struct Case
+    {
+        const char *name;
+        std::function<void()> action;
+        QString reason;
+    };
+    const Case cases[] = {
+        {"starting a finished operation", [&] { finished->start(); },
+         "*** -[" + operationClass + " start]: receiver is finished and cannot be started"},
+        {"starting an operation that is not ready", [&] { waiting->start(); },
+         "*** -[" + operationClass + " start]: receiver is not yet ready to execute"},
+        {"a null dependency", [&] { waiting->addDependency(nullptr); },
+         "*** -[" + operationClass + " addDependency:]: operation must not be nil"},
+        {"queuing null", [&] { first.addOperation(nullptr); },
+         "*** -[VKOperationQueue addOperation:]: operation must not be nil"},
+        {"queuing an operation of another queue", [&] { second.addOperation(queued); },
+         "*** -[VKOperationQueue addOperation:]: operation is already enqueued on a queue"},
+        {"queuing a finished operation", [&] { second.addOperation(finished); },
+         "*** -[VKOperationQueue addOperation:]: operation is finished and cannot be enqueued"},
+        {"a negative concurrency limit", [&] { second.setMaxConcurrentOperationCount(-2); },
+         "*** -[VKOperationQueue setMaxConcurrentOperationCount:]: count (-2) cannot be "
+         "negative"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        try {
+            c.action();
+            ADD_FAILURE() << "no exception";
+        } catch (const VKException &exception) {
+            EXPECT_EQ(exception.name(), VKInvalidArgumentException);
+            EXPECT_EQ(exception.reason(), c.reason);
+        }
     }
-    EXPECT_THROW(first.addOperation(nullptr), VKException);
+    EXPECT_FALSE(waiting->isExecuting());
     first.setSuspended(false);
     first.waitUntilAllOperationsAreFinished();
-    try {
-        second.addOperation(operation);
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_EQ(
-            exception.reason(),
-            "*** -[VKOperationQueue addOperation:]: operation is finished and cannot be enqueued");
-    }
+    EXPECT_TRUE(queued->isFinished());
 }
 
+// The end of a concurrent operation comes from its own thread: after start() returned, or
+// racing the worker still inside start(). Either way the slot is freed exactly once.
 TEST(OperationQueue, ConcurrentOperationsHoldTheirSlotUntilTheyFinish)
 {
-    VKOperationQueue queue;
-    queue.setMaxConcurrentOperationCount(1);
-    auto async = std::make_shared<AsyncOperation>();
-    auto after = std::make_shared<RecordingOperation>();
-    bool asyncFinishedFirst = false;
-    queue.addOperation(async);
-    queue.addOperationWithBlock([&] { asyncFinishedFirst = async->isFinished(); });
-    after->addDependency(async);
-    queue.addOperation(after);
-    queue.waitUntilAllOperationsAreFinished();
-    EXPECT_TRUE(asyncFinishedFirst);
-    EXPECT_TRUE(after->isFinished());
+    struct Case
+    {
+        const char *name;
+        int delayMs;
+        int count;
+    };
+    const Case cases[] = {{"ends after start returned", 5, 3}, {"ends racing start", 0, 400}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        vkFinishesWithin(20, c.name, [&] {
+            VKOperationQueue queue;
+            queue.setMaxConcurrentOperationCount(1);
+            std::atomic<int> inside{0}, most{0}, blocksSeeingUnfinished{0};
+            std::vector<std::shared_ptr<AsyncOperation>> asyncs;
+            for (int i = 0; i < c.count; ++i) {
+                asyncs.push_back(std::make_shared<AsyncOperation>(c.delayMs, &inside, &most));
+                queue.addOperation(asyncs.back());
+                queue.addOperationWithBlock([&, async = asyncs.back()] {
+                    if (!async->isFinished())
+                        ++blocksSeeingUnfinished;
+                });
+            }
+            auto after = std::make_shared<RecordingOperation>();
+            after->addDependency(asyncs.back());
+            queue.addOperation(after);
+            queue.waitUntilAllOperationsAreFinished();
+            for (const auto &async : asyncs)
+                async->join();
+            EXPECT_EQ(blocksSeeingUnfinished.load(), 0);
+            EXPECT_EQ(most.load(), 1);
+            EXPECT_TRUE(after->isFinished());
+            EXPECT_EQ(queue.operationCount(), 0);
+        });
+    }
 }
 
 TEST(OperationQueue, AnExceptionInOperationIsLoggedAndTheQueueGoesOn)
