@@ -26,6 +26,7 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -161,12 +162,24 @@ Listing readFolder(const QString &displayPath, bool progress)
 class ListingQueue
 {
 public:
-    // Reader: waits while the printer has enough to do.
-    void waitForRoom()
+    // Reader: waits while the printer has enough to do; false once the printer gave up.
+    bool waitForRoom()
     {
         std::unique_lock lock(m_mutex);
-        m_taken.wait(
-            lock, [this] { return m_names < kQueuedNames && m_listings.size() < kQueuedListings; });
+        m_taken.wait(lock, [this] {
+            return m_abandoned || (m_names < kQueuedNames && m_listings.size() < kQueuedListings);
+        });
+        return !m_abandoned;
+    }
+
+    // Printer: it takes nothing more (it is leaving with an exception); the reader stops.
+    void abandon()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_abandoned = true;
+        }
+        m_taken.notify_one();
     }
 
     void push(Listing listing)
@@ -218,13 +231,15 @@ private:
     std::deque<Listing> m_listings;
     qsizetype m_names = 0;
     bool m_finished = false;
+    bool m_abandoned = false;
 };
 
 // Reads `displayPath` and, when recursive, its subfolders in sorted order after it; a folder
 // that could not be read fully is not descended into.
 void readTree(const QString &displayPath, bool recursive, bool progress, ListingQueue &queue)
 {
-    queue.waitForRoom();
+    if (!queue.waitForRoom())
+        return;
     Listing listing = readFolder(displayPath, progress);
     QStringList folders = std::move(listing.folders);
     const bool failed = listing.error != 0;
@@ -332,15 +347,29 @@ std::shared_ptr<VKApplicationConfiguration> VKSequenceListTool::applicationConfi
 bool VKSequenceListTool::listFolder(const QStringList &paths, bool recursive, bool sizes)
 {
     ListingQueue queue;
-    std::thread reader([&paths, recursive, &queue, progress = m_progress] {
-        for (const QString &path : paths)
-            readTree(path, recursive, progress, queue);
+    // An exception on either side reaches the caller once both threads are done with the queue.
+    std::exception_ptr readFailure;
+    std::thread reader([&paths, recursive, &queue, &readFailure, progress = m_progress] {
+        try {
+            for (const QString &path : paths)
+                readTree(path, recursive, progress, queue);
+        } catch (...) {
+            readFailure = std::current_exception();
+        }
         queue.finish();
     });
     bool ok = true;
-    while (std::optional<Listing> listing = queue.take())
-        ok = printListing(*listing, sizes) && ok;
+    try {
+        while (std::optional<Listing> listing = queue.take())
+            ok = printListing(*listing, sizes) && ok;
+    } catch (...) {
+        queue.abandon();
+        reader.join();
+        throw;
+    }
     reader.join();
+    if (readFailure)
+        std::rethrow_exception(readFailure);
     return ok;
 }
 
