@@ -25,6 +25,9 @@ const char kRefusedProperty[] = "vkRefused";
 const char kDrainedProperty[] = "vkDrainedBytes";
 const char kTargetProperty[] = "vkRequestTarget";
 const char kAnsweredProperty[] = "vkAnswered";
+// The request's head as far as it has arrived (the parser takes each arrival after the watch
+// has seen it); set to null once the head was read whole, or could not be.
+const char kHeadProperty[] = "vkRequestHead";
 
 using StatusCode = QHttpServerResponder::StatusCode;
 
@@ -152,10 +155,15 @@ void VKReportServer::watch(QTcpSocket *socket)
     const qint64 before = socket->property(kReceivedProperty).toLongLong();
     const qint64 received = before + socket->bytesAvailable();
     socket->setProperty(kReceivedProperty, received);
-    if (before == 0) {
-        // The first bytes of a request: refuse a declared length that is too large at once.
-        const QByteArray head = socket->peek(kHeaderAllowance);
+    const QVariant headSoFar = socket->property(kHeadProperty);
+    if (before == 0 || headSoFar.isValid()) {
+        // Until the head is complete (it may come in pieces): refuse a declared length that is
+        // too large as soon as it is known.
+        const QByteArray head = headSoFar.toByteArray() +
+                                socket->peek(kHeaderAllowance - headSoFar.toByteArray().size());
         socket->setProperty(kTargetProperty, targetOf(head));
+        const bool whole = head.contains("\r\n\r\n") || head.size() >= kHeaderAllowance;
+        socket->setProperty(kHeadProperty, whole ? QVariant() : QVariant(head));
         const qint64 length = contentLengthOf(head);
         if (length > m_limits.maxBodyBytes) {
             refuse(socket, QStringLiteral("declared body of %1 bytes, more than %2")
@@ -221,7 +229,8 @@ void VKReportServer::closeIdle(QTcpSocket *socket)
 
 bool VKReportServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
 {
-    socket->setProperty(kReceivedProperty, 0); // the next request on this connection counts anew
+    // The next request on this connection counts anew.
+    socket->setProperty(kReceivedProperty, 0);
     socket->setProperty(kAnsweredProperty, true);
     QHttpServerResponder responder = makeResponder(request, socket);
     const QString path = request.url().path();
