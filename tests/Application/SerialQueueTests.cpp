@@ -13,43 +13,39 @@
 
 namespace {
 
-// Appends its number and thread to a shared record when started.
+// The numbers of the operations in the order they ran, their threads, and how often two ran at
+// once.
 struct Record
 {
     std::mutex mutex;
     std::vector<int> order;
     std::vector<std::thread::id> threads;
-    std::atomic<int> running{0};
-    std::atomic<int> overlaps{0};
+    std::atomic<int> running{0}, overlaps{0};
 };
 
-class RecordedOperation : public VKOperationBase
+struct RecordedOperation : VKOperationBase
 {
-public:
-    RecordedOperation(int number, Record *record) : m_number(number), m_record(record) {}
+    RecordedOperation(int number, Record &record) : number(number), record(record) {}
     void main() override
     {
-        if (m_record->running.fetch_add(1) != 0)
-            ++m_record->overlaps;
+        record.overlaps += record.running++ != 0;
         {
-            std::lock_guard lock(m_record->mutex);
-            m_record->order.push_back(m_number);
-            m_record->threads.push_back(std::this_thread::get_id());
+            std::lock_guard lock(record.mutex);
+            record.order.push_back(number);
+            record.threads.push_back(std::this_thread::get_id());
         }
         if (then)
             then();
-        m_record->running.fetch_sub(1);
+        --record.running;
     }
+    int number;
+    Record &record;
     std::function<void()> then;
-
-private:
-    int m_number;
-    Record *m_record;
 };
 
 std::shared_ptr<RecordedOperation> recorded(int number, Record &record)
 {
-    return std::make_shared<RecordedOperation>(number, &record);
+    return std::make_shared<RecordedOperation>(number, record);
 }
 
 } // namespace
@@ -57,41 +53,27 @@ std::shared_ptr<RecordedOperation> recorded(int number, Record &record)
 TEST(SerialQueue, FixedAnswersAndUnsupportedRemoval)
 {
     VKSingleThreadOperationQueue queue;
-    EXPECT_EQ(queue.thread(), std::thread::id());
     queue.setMaxConcurrentOperationCount(4);
-    EXPECT_EQ(queue.maxConcurrentOperationCount(), 1);
     queue.setName("ingest");
-    EXPECT_EQ(queue.name(), "ingest");
-    try {
-        queue.removeOperation(std::make_shared<VKOperationBase>());
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_EQ(exception.name(), VKInvalidArgumentException);
-        EXPECT_EQ(exception.reason(), "Method not implemented yet");
-        EXPECT_TRUE(exception.userInfo().isEmpty());
-    }
-    queue.addOperation(nullptr);
-    EXPECT_EQ(queue.thread(), std::thread::id()); // nothing arrived yet
+    queue.addOperation(nullptr); // nothing arrives: no thread yet
+    EXPECT_EQ(std::tuple(queue.maxConcurrentOperationCount(), queue.name(), queue.thread()),
+              std::tuple(1, QString("ingest"), std::thread::id()));
+    EXPECT_EQ(vkRaisedBy([&] { queue.removeOperation(std::make_shared<VKOperationBase>()); }),
+              VKInvalidArgumentException + "|Method not implemented yet");
 }
 
 // Nothing starts while the queue is suspended or its first operation is not ready (a ready one
 // behind it waits too); releasing the hold runs both in order. Repeated adds are ignored.
 TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedAndRepeatsAreIgnored)
 {
-    struct Case
-    {
-        const char *name;
-        bool suspend;
-    };
-    const Case cases[] = {{"suspended", true}, {"first not ready", false}};
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const bool suspend : {true, false}) {
+        SCOPED_TRACE(suspend ? "suspended" : "first not ready");
         Record record;
         VKSingleThreadOperationQueue queue;
         auto elsewhere = std::make_shared<VKOperationBase>();
         auto first = recorded(1, record);
         auto second = recorded(2, record);
-        if (c.suspend)
+        if (suspend)
             queue.setSuspended(true);
         else
             first->addDependency(elsewhere);
@@ -100,8 +82,8 @@ TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedAndRepeatsAreIgnored)
         EXPECT_EQ(queue.operations(), (QList<std::shared_ptr<VKOperationBase>>{first, second}));
         vkSpinEventLoop(30);
         EXPECT_TRUE(record.order.empty());
-        EXPECT_EQ(queue.isSuspended(), c.suspend);
-        if (c.suspend)
+        EXPECT_EQ(queue.isSuspended(), suspend);
+        if (suspend)
             queue.setSuspended(false);
         else
             elsewhere->start(); // readiness of the first waiting operation wakes the worker
@@ -135,26 +117,19 @@ TEST(SerialQueue, OperationsMayAddToTheirOwnQueueAndCancelledOnesStillStart)
     VKSingleThreadOperationQueue queue;
     auto added = recorded(3, record);
     auto cancelled = recorded(2, record);
-    bool cancelledStarted = false;
-    cancelled->observe("isFinished", 0,
-                       [&](VKObservable *, const QString &, const VKKeyValueChange &) {
-                           cancelledStarted = true;
-                       });
     cancelled->cancel();
     auto adder = recorded(1, record);
     adder->then = [&] { queue.addOperation(added); };
+    // Waiting returns only once the cancelled operation was started (it ends without working).
     queue.addOperations({adder, cancelled}, true);
     added->waitUntilFinished();
-    EXPECT_TRUE(cancelledStarted);
-    // The cancelled operation's start() ran in its turn but did no work.
     EXPECT_EQ(record.order, (std::vector<int>{1, 3}));
 }
 
 TEST(SerialQueue, ConcurrentOperationDoesNotHoldBackTheNextOneUnlessItIsADependency)
 {
-    class Detached : public VKConcurrentOperation
+    struct Detached : VKConcurrentOperation
     {
-    public:
         void start() override { setExecuting(true); }
     };
     Record record;
@@ -206,9 +181,8 @@ TEST(SerialQueue, HundredThousandOperationsFromFourThreadsRunInArrivalOrderOnOne
     EXPECT_EQ(record.order, arrived);
     EXPECT_EQ(record.overlaps.load(), 0);
     ASSERT_EQ(record.threads.size(), std::size_t(kThreads * kPerThread));
-    const auto worker = queue.thread();
-    EXPECT_NE(worker, std::thread::id());
-    EXPECT_EQ(std::count(record.threads.begin(), record.threads.end(), worker),
+    EXPECT_NE(queue.thread(), std::thread::id());
+    EXPECT_EQ(std::count(record.threads.begin(), record.threads.end(), queue.thread()),
               kThreads * kPerThread);
 }
 
