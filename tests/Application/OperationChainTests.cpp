@@ -154,7 +154,9 @@ TEST(OperationChain, AddingLinksObservesOnlyTheLastForFinishingAndIgnoresRepeats
     EXPECT_EQ(links(), "0 1");
 }
 
-TEST(OperationChain, CancelGoesFromLastToFirstAndIsReportedOnce)
+// The first cancellation and the first failure are announced once; a cancelled operation is no
+// failed one.
+TEST(OperationChain, CancelGoesFromLastToFirstAndFirstCancellationAndFailureAreReportedOnce)
 {
     auto chain = VKOperationChain::operationChain();
     std::vector<QString> order;
@@ -169,11 +171,16 @@ TEST(OperationChain, CancelGoesFromLastToFirstAndIsReportedOnce)
         chain->addOperation(operation);
     }
     std::vector<QString> events;
-    record(*chain, {"isCancelled"}, events);
+    record(*chain, {"isCancelled", "isFailed"}, events);
     chain->cancel();
+    const auto operations = chain->allOperations();
+    operations[1]->fail(kDiskFull);
+    operations[2]->fail(VKError(VQErrorDomainVessanUtilities, 5));
     EXPECT_EQ(order, (std::vector<QString>{"third", "second", "first"}));
-    EXPECT_EQ(events, (std::vector<QString>{"isCancelled=true"}));
+    EXPECT_EQ(events, (std::vector<QString>{"isCancelled=true", "isFailed=true"}));
     EXPECT_TRUE(chain->isCancelled());
+    EXPECT_EQ(chain->failedOperation(), operations[1]);
+    EXPECT_EQ(chain->error(), kDiskFull);
 }
 
 TEST(OperationChain, FinishesWithItsLastOperationAndAgainAfterMoreAreAdded)

@@ -301,17 +301,20 @@ TEST_F(TransactionTiming, TimersOfAFacadeThatIsGoneCallNobody)
     EXPECT_TRUE(mediator.expired());
 }
 
+// Subscriptions are equal in listener, key paths and interval; removal goes by listener and name.
 TEST_F(TransactionTiming, EqualSubscriptionKeepsTheFirstNameAndListenersWithoutCallbackAreSkipped)
 {
     Recorder &listener = subscribe("first", std::nullopt);
     subscribe("second", {{"title", "duration", "rate", "reel"}}, 0, &listener);
+    subscribe("slower", {{"title", "duration", "rate", "reel"}}, 1, &listener);
     struct : VKTransactionListener
     {
     } mute; // no callback
     M::addTransactionObserver(clip.get(), &mute, "mute", {"duration"});
     subscriptions.emplace_back(&mute, "mute");
-    run("duration +10 -second");
-    EXPECT_EQ(log, QStringList{"first@10"});
+    run("duration +10 -second duration +10");
+    EXPECT_EQ(log, (QStringList{"first@10", "slower@10", "first@20"}));
+    EXPECT_EQ(clock->pending(), std::vector<double>{1020});
     EXPECT_EQ(listener.keyPaths, clip->transactionObservableKeyPaths());
     EXPECT_TRUE(clip->hasObserversForKey("title"));
 }
@@ -462,5 +465,6 @@ TEST(NestedBool, CountsHoldersAndAnnouncesOnlyTheRiseAndTheFall)
             flag.setBoolValue(value);
         EXPECT_EQ(announced, c.announced);
         EXPECT_EQ(std::pair(flag.counter(), flag.boolValue()), std::pair(c.counter, c.value));
+        EXPECT_FALSE(flag.automaticallyNotifiesObserversForKey("boolValue"));
     }
 }

@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <thread>
@@ -31,25 +32,23 @@ public:
     // Answers a call, or returns a null message to leave it unanswered.
     using Handler = std::function<QDBusMessage(const QDBusMessage &call)>;
 
-    explicit XPCTestService(Handler handler)
-        : m_connectionName(QStringLiteral("xpc-test-service-%1").arg(++s_count))
+    explicit XPCTestService(Handler handler) : m_object(std::move(handler))
     {
         m_thread.start();
-        m_object = std::make_unique<Object>(std::move(handler));
-        m_object->moveToThread(&m_thread);
+        m_object.moveToThread(&m_thread);
         QDBusConnection::connectToBus(QString::fromStdString(VKPrivateDBus::shared().address()),
-                                      m_connectionName)
-            .registerVirtualObject(QStringLiteral("/"), m_object.get());
+                                      m_name)
+            .registerVirtualObject(QStringLiteral("/"), &m_object);
     }
     ~XPCTestService()
     {
-        QDBusConnection(m_connectionName).unregisterObject(QStringLiteral("/"));
-        QDBusConnection::disconnectFromBus(m_connectionName);
+        QDBusConnection(m_name).unregisterObject(QStringLiteral("/"));
+        QDBusConnection::disconnectFromBus(m_name);
         m_thread.quit();
         m_thread.wait();
     }
-    // The unique name ("1.42") to call the service by.
-    QString busName() const { return QDBusConnection(m_connectionName).baseService(); }
+    // The unique name (":1.42") to call the service by.
+    QString busName() const { return QDBusConnection(m_name).baseService(); }
 
 private:
     struct Object : QDBusVirtualObject
@@ -66,9 +65,9 @@ private:
         Handler handler;
     };
     static inline int s_count = 0;
-    QString m_connectionName;
+    const QString m_name = QStringLiteral("xpc-test-service-%1").arg(++s_count);
     QThread m_thread;
-    std::unique_ptr<Object> m_object;
+    Object m_object;
 };
 
 // The D-Bus type a converted value travels as.
@@ -84,23 +83,22 @@ QDateTime at(qint64 ms)
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC);
 }
 
-// Equal in type and value; NaN equals NaN, -0.0 differs from 0.0, a null string from an empty one.
+// Equal in type and value: doubles bit for bit (NaN equals NaN, -0.0 differs from 0.0), and a
+// null string differs from an empty one.
 ::testing::AssertionResult sameValue(const QVariant &actual, const QVariant &expected)
 {
-    if (actual.metaType() != expected.metaType())
-        return ::testing::AssertionFailure() << "type " << actual.metaType().name() << ", expected "
-                                             << expected.metaType().name();
-    if (expected.metaType() == QMetaType::fromType<double>()) {
-        const double a = actual.toDouble(), e = expected.toDouble();
-        if ((std::isnan(a) && std::isnan(e)) || (a == e && std::signbit(a) == std::signbit(e)))
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << a << ", expected " << e;
-    }
-    if (actual != expected || (expected.metaType() == QMetaType::fromType<QString>() &&
-                               actual.toString().isNull() != expected.toString().isNull()))
-        return ::testing::AssertionFailure()
-               << qPrintable(actual.toString()) << ", expected " << qPrintable(expected.toString());
-    return ::testing::AssertionSuccess();
+    const auto bits = [](const QVariant &value) { return std::bit_cast<quint64>(value.toDouble()); };
+    const auto null = [](const QVariant &value) {
+        return value.metaType() == QMetaType::fromType<QString>() && value.toString().isNull();
+    };
+    if (actual.metaType() == expected.metaType() &&
+        (expected.metaType() == QMetaType::fromType<double>()
+             ? bits(actual) == bits(expected)
+             : actual == expected && null(actual) == null(expected)))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << actual.metaType().name() << ' ' << actual.toString()
+                                         << ", expected " << expected.metaType().name() << ' '
+                                         << expected.toString();
 }
 
 struct Conversion
@@ -154,20 +152,15 @@ const QList<Conversion> &conversions()
     return table;
 }
 
-class XPCConversion : public ::testing::TestWithParam<Conversion>
+TEST(XPCHelpers, ConvertsEveryKindAndReadsItBack)
 {
-};
-
-TEST_P(XPCConversion, ConvertsAndReadsBack)
-{
-    const Conversion &c = GetParam();
-    const QDBusVariant converted = nsobject_to_xpc_object(c.value);
-    EXPECT_EQ(signatureOf(converted.variant()), QLatin1String(c.type));
-    EXPECT_TRUE(sameValue(xpc_object_to_nsobject(converted), c.back));
+    for (const Conversion &c : conversions()) {
+        SCOPED_TRACE(c.name);
+        const QDBusVariant converted = nsobject_to_xpc_object(c.value);
+        EXPECT_EQ(signatureOf(converted.variant()), QLatin1String(c.type));
+        EXPECT_TRUE(sameValue(xpc_object_to_nsobject(converted), c.back));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Kinds, XPCConversion, ::testing::ValuesIn(conversions()),
-                         [](const auto &info) { return std::string(info.param.name); });
 
 TEST(XPCHelpers, TypeCodesDictionariesAndAtKeys)
 {
@@ -295,36 +288,25 @@ const QString kInterrupted = QStringLiteral("premature exit of service, maybe it
 
 // vkmetad on the private bus, owning `name` until the object goes (or the bus does: the bus
 // daemon dies with the test process, and vkmetad with its bus).
-class MetadataService
+struct MetadataService
 {
-public:
     explicit MetadataService(const QString &name, const QStringList &extra = {})
     {
 #ifdef VKMETAD_PATH
-        m_process.start(QStringLiteral(VKMETAD_PATH),
-                        QStringList{QStringLiteral("--name"), name} + extra);
+        process.start(QStringLiteral(VKMETAD_PATH), QStringList{"--name", name} + extra);
         // The service says so once it owns its name.
-        while (!m_out.contains('\n') && m_process.waitForReadyRead(10000))
-            m_out += m_process.readAllStandardOutput();
+        while (!out.contains('\n') && process.waitForReadyRead(10000))
+            out += process.readAllStandardOutput();
 #endif
     }
     ~MetadataService()
     {
-        m_process.kill();
-        m_process.waitForFinished(10000);
+        process.kill();
+        process.waitForFinished(10000);
     }
-    bool isServing() const
-    {
-        return m_out.startsWith("vkmetad: serving ");
-    }
-    QProcess &process()
-    {
-        return m_process;
-    }
-
-private:
-    QProcess m_process;
-    QByteArray m_out;
+    bool isServing() const { return out.startsWith("vkmetad: serving "); }
+    QProcess process;
+    QByteArray out;
 };
 
 class XPCRequestTest : public ::testing::Test
@@ -479,8 +461,8 @@ TEST_F(XPCRequestTest, AServiceExitingOrSilentIsAnInterruption)
     QStringList logged;
     EXPECT_FALSE(send(serviceName(), {{"path", m_single}}, &logged));
     EXPECT_EQ(logged, (QStringList{kFirst, kInterrupted}));
-    ASSERT_TRUE(service.process().waitForFinished(10000));
-    EXPECT_EQ(service.process().exitCode(), 70);
+    ASSERT_TRUE(service.process.waitForFinished(10000));
+    EXPECT_EQ(service.process.exitCode(), 70);
 
     XPCTestService silent([](const QDBusMessage &) { return QDBusMessage(); });
     EXPECT_EQ(XPCRequest(silent.busName()).timeout(), 25000);
