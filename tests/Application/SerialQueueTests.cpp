@@ -50,16 +50,22 @@ std::shared_ptr<RecordedOperation> recorded(int number, Record &record)
 
 } // namespace
 
-TEST(SerialQueue, FixedAnswersAndUnsupportedRemoval)
+TEST(SerialQueue, FixedAnswersUnsupportedRemovalAndWaitingOperationsCancelledAtTheEnd)
 {
-    VKSingleThreadOperationQueue queue;
-    queue.setMaxConcurrentOperationCount(4);
-    queue.setName("ingest");
-    queue.addOperation(nullptr); // nothing arrives: no thread yet
-    EXPECT_EQ(std::tuple(queue.maxConcurrentOperationCount(), queue.name(), queue.thread()),
-              std::tuple(1, QString("ingest"), std::thread::id()));
-    EXPECT_EQ(vkRaisedBy([&] { queue.removeOperation(std::make_shared<VKOperationBase>()); }),
-              VKInvalidArgumentException + "|Method not implemented yet");
+    auto waiting = std::make_shared<VKOperationBase>();
+    {
+        VKSingleThreadOperationQueue queue;
+        queue.setMaxConcurrentOperationCount(4);
+        queue.setName("ingest");
+        queue.addOperation(nullptr); // nothing arrives: no thread yet
+        EXPECT_EQ(std::tuple(queue.maxConcurrentOperationCount(), queue.name(), queue.thread()),
+                  std::tuple(1, QString("ingest"), std::thread::id()));
+        EXPECT_EQ(vkRaisedBy([&] { queue.removeOperation(std::make_shared<VKOperationBase>()); }),
+                  VKInvalidArgumentException + "|Method not implemented yet");
+        queue.setSuspended(true);
+        queue.addOperation(waiting);
+    }
+    EXPECT_EQ(std::pair(waiting->isCancelled(), waiting->isFinished()), std::pair(true, false));
 }
 
 // Nothing starts while the queue is suspended or its first operation is not ready (a ready one
