@@ -1,6 +1,6 @@
-// Inter-process messages: converting values to and from their D-Bus forms (in process and across
-// a private bus), the assertions that stop the process, and requests to vkmetad and to other
-// services with each way a call can fail.
+// Inter-process messages: converting values to and from their D-Bus forms, the assertions that
+// stop the process, and requests across a private bus to vkmetad and to other services with each
+// way a call can fail.
 #include "Application/XPCHelpers.h"
 #include "Application/XPCRequest.h"
 #include "VKPrivateDBus.h"
@@ -13,10 +13,10 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
-#include <QUrl>
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <thread>
@@ -31,25 +31,23 @@ public:
     // Answers a call, or returns a null message to leave it unanswered.
     using Handler = std::function<QDBusMessage(const QDBusMessage &call)>;
 
-    explicit XPCTestService(Handler handler)
-        : m_connectionName(QStringLiteral("xpc-test-service-%1").arg(++s_count))
+    explicit XPCTestService(Handler handler) : m_object(std::move(handler))
     {
         m_thread.start();
-        m_object = std::make_unique<Object>(std::move(handler));
-        m_object->moveToThread(&m_thread);
+        m_object.moveToThread(&m_thread);
         QDBusConnection::connectToBus(QString::fromStdString(VKPrivateDBus::shared().address()),
-                                      m_connectionName)
-            .registerVirtualObject(QStringLiteral("/"), m_object.get());
+                                      m_name)
+            .registerVirtualObject(QStringLiteral("/"), &m_object);
     }
     ~XPCTestService()
     {
-        QDBusConnection(m_connectionName).unregisterObject(QStringLiteral("/"));
-        QDBusConnection::disconnectFromBus(m_connectionName);
+        QDBusConnection(m_name).unregisterObject(QStringLiteral("/"));
+        QDBusConnection::disconnectFromBus(m_name);
         m_thread.quit();
         m_thread.wait();
     }
-    // The unique name ("1.42") to call the service by.
-    QString busName() const { return QDBusConnection(m_connectionName).baseService(); }
+    // The unique name (":1.42") to call the service by.
+    QString busName() const { return QDBusConnection(m_name).baseService(); }
 
 private:
     struct Object : QDBusVirtualObject
@@ -66,9 +64,9 @@ private:
         Handler handler;
     };
     static inline int s_count = 0;
-    QString m_connectionName;
+    const QString m_name = QStringLiteral("xpc-test-service-%1").arg(++s_count);
     QThread m_thread;
-    std::unique_ptr<Object> m_object;
+    Object m_object;
 };
 
 // The D-Bus type a converted value travels as.
@@ -84,23 +82,22 @@ QDateTime at(qint64 ms)
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC);
 }
 
-// Equal in type and value; NaN equals NaN, -0.0 differs from 0.0, a null string from an empty one.
+// Equal in type and value: doubles bit for bit (NaN equals NaN, -0.0 differs from 0.0), and a
+// null string differs from an empty one.
 ::testing::AssertionResult sameValue(const QVariant &actual, const QVariant &expected)
 {
-    if (actual.metaType() != expected.metaType())
-        return ::testing::AssertionFailure() << "type " << actual.metaType().name() << ", expected "
-                                             << expected.metaType().name();
-    if (expected.metaType() == QMetaType::fromType<double>()) {
-        const double a = actual.toDouble(), e = expected.toDouble();
-        if ((std::isnan(a) && std::isnan(e)) || (a == e && std::signbit(a) == std::signbit(e)))
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << a << ", expected " << e;
-    }
-    if (actual != expected || (expected.metaType() == QMetaType::fromType<QString>() &&
-                               actual.toString().isNull() != expected.toString().isNull()))
-        return ::testing::AssertionFailure()
-               << qPrintable(actual.toString()) << ", expected " << qPrintable(expected.toString());
-    return ::testing::AssertionSuccess();
+    const auto bits = [](const QVariant &value) { return std::bit_cast<quint64>(value.toDouble()); };
+    const auto null = [](const QVariant &value) {
+        return value.metaType() == QMetaType::fromType<QString>() && value.toString().isNull();
+    };
+    if (actual.metaType() == expected.metaType() &&
+        (expected.metaType() == QMetaType::fromType<double>()
+             ? bits(actual) == bits(expected)
+             : actual == expected && null(actual) == null(expected)))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << actual.metaType().name() << ' ' << actual.toString()
+                                         << ", expected " << expected.metaType().name() << ' '
+                                         << expected.toString();
 }
 
 struct Conversion
@@ -154,20 +151,15 @@ const QList<Conversion> &conversions()
     return table;
 }
 
-class XPCConversion : public ::testing::TestWithParam<Conversion>
+TEST(XPCHelpers, ConvertsEveryKindAndReadsItBack)
 {
-};
-
-TEST_P(XPCConversion, ConvertsAndReadsBack)
-{
-    const Conversion &c = GetParam();
-    const QDBusVariant converted = nsobject_to_xpc_object(c.value);
-    EXPECT_EQ(signatureOf(converted.variant()), QLatin1String(c.type));
-    EXPECT_TRUE(sameValue(xpc_object_to_nsobject(converted), c.back));
+    for (const Conversion &c : conversions()) {
+        SCOPED_TRACE(c.name);
+        const QDBusVariant converted = nsobject_to_xpc_object(c.value);
+        EXPECT_EQ(signatureOf(converted.variant()), QLatin1String(c.type));
+        EXPECT_TRUE(sameValue(xpc_object_to_nsobject(converted), c.back));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Kinds, XPCConversion, ::testing::ValuesIn(conversions()),
-                         [](const auto &info) { return std::string(info.param.name); });
 
 TEST(XPCHelpers, TypeCodesDictionariesAndAtKeys)
 {
@@ -221,12 +213,8 @@ TEST(XPCHelpersDeathTest, UnconvertibleValuesStopTheProcess)
         bool toBus;
     } cases[] = {
         {"null", QVariant(), true},
-        {"list", QVariantList{1}, true},
         {"invalid date", QDateTime(), true},
-        {"url", QUrl("file:///a"), true},
-        {"uint32 from the bus", QVariant::fromValue(uint(1)), false},
         {"int32 from the bus", QVariant::fromValue(int(1)), false},
-        {"string list from the bus", QStringList{"a"}, false},
         {"variant from the bus", QVariant::fromValue(QDBusVariant(1)), false},
     };
     for (const auto &c : cases) {
@@ -249,82 +237,30 @@ TEST(XPCHelpersDeathTest, UnconvertibleValuesStopTheProcess)
         assertion(143, "xpc_object_to_nsobject", "value != nil"));
 }
 
-class XPCBus : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        if (!VKPrivateDBus::shared().isRunning())
-            GTEST_SKIP() << VKPrivateDBus::shared().error();
-        VKXPCDate::registerMetaType();
-    }
-};
-
-// Every kind, and keys that are empty or not ASCII, cross the bus twice: to a service that
-// decodes and encodes again, and back.
-TEST_F(XPCBus, EveryKindSurvivesTheBus)
-{
-    XPCTestService echo([](const QDBusMessage &call) {
-        QVariantMap answer;
-        encode_dictionary_as_xpc_object(answer, decode_dictionary_from_xpc_object(
-                                                    qdbus_cast<QVariantMap>(call.arguments()[0])));
-        return call.createReply(QVariant::fromValue(answer));
-    });
-    QVariantMap dictionary{{"", 1}, {QStringLiteral("clé"), 2}};
-    for (const Conversion &c : conversions())
-        dictionary.insert(QString::fromLatin1(c.name), c.value);
-    QVariantMap message;
-    encode_dictionary_as_xpc_object(message, dictionary);
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(echo.busName(), "/", "org.vessan.Test", "Echo");
-    call << QVariant::fromValue(message);
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 20000);
-    ASSERT_EQ(reply.signature(), "a{sv}") << qPrintable(reply.errorMessage());
-    const QVariantMap wire = qdbus_cast<QVariantMap>(reply.arguments().at(0));
-    const QVariantMap back = decode_dictionary_from_xpc_object(wire);
-    EXPECT_EQ(back.keys(), dictionary.keys());
-    for (const Conversion &c : conversions()) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(signatureOf(wire.value(c.name)), QLatin1String(c.type));
-        EXPECT_TRUE(sameValue(back.value(c.name), c.back));
-    }
-}
-
 const QString kFirst = QStringLiteral("error calling metadata XPC service");
 const QString kInterrupted = QStringLiteral("premature exit of service, maybe it crashed?");
 
 // vkmetad on the private bus, owning `name` until the object goes (or the bus does: the bus
 // daemon dies with the test process, and vkmetad with its bus).
-class MetadataService
+struct MetadataService
 {
-public:
     explicit MetadataService(const QString &name, const QStringList &extra = {})
     {
 #ifdef VKMETAD_PATH
-        m_process.start(QStringLiteral(VKMETAD_PATH),
-                        QStringList{QStringLiteral("--name"), name} + extra);
+        process.start(QStringLiteral(VKMETAD_PATH), QStringList{"--name", name} + extra);
         // The service says so once it owns its name.
-        while (!m_out.contains('\n') && m_process.waitForReadyRead(10000))
-            m_out += m_process.readAllStandardOutput();
+        while (!out.contains('\n') && process.waitForReadyRead(10000))
+            out += process.readAllStandardOutput();
 #endif
     }
     ~MetadataService()
     {
-        m_process.kill();
-        m_process.waitForFinished(10000);
+        process.kill();
+        process.waitForFinished(10000);
     }
-    bool isServing() const
-    {
-        return m_out.startsWith("vkmetad: serving ");
-    }
-    QProcess &process()
-    {
-        return m_process;
-    }
-
-private:
-    QProcess m_process;
-    QByteArray m_out;
+    bool isServing() const { return out.startsWith("vkmetad: serving "); }
+    QProcess process;
+    QByteArray out;
 };
 
 class XPCRequestTest : public ::testing::Test
@@ -479,8 +415,8 @@ TEST_F(XPCRequestTest, AServiceExitingOrSilentIsAnInterruption)
     QStringList logged;
     EXPECT_FALSE(send(serviceName(), {{"path", m_single}}, &logged));
     EXPECT_EQ(logged, (QStringList{kFirst, kInterrupted}));
-    ASSERT_TRUE(service.process().waitForFinished(10000));
-    EXPECT_EQ(service.process().exitCode(), 70);
+    ASSERT_TRUE(service.process.waitForFinished(10000));
+    EXPECT_EQ(service.process.exitCode(), 70);
 
     XPCTestService silent([](const QDBusMessage &) { return QDBusMessage(); });
     EXPECT_EQ(XPCRequest(silent.busName()).timeout(), 25000);
