@@ -11,13 +11,6 @@
 
 namespace {
 
-const char *stateName(VKApplication::State state)
-{
-    return state == VKApplication::State::DelegateRunning ? "delegate running"
-           : state == VKApplication::State::Waiting       ? "waiting"
-                                                          : "other";
-}
-
 class ProbeDelegate : public VKApplicationDelegate
 {
 public:
@@ -43,13 +36,13 @@ public:
             application.printUsage();
         const qint64 exitCode = parameters.value(QStringLiteral("exit")).toLongLong();
         VKApplication *app = &application;
-        QTimer::singleShot(
-            int(parameters.value(QStringLiteral("delay")).toDouble() * 1000), [app, exitCode] {
-                VKPrint(QStringLiteral("finishing while %s"), stateName(app->state()));
-                app->setExitCode(exitCode);
-                app->setFinished(true);
-            });
-        VKPrint(QStringLiteral("returning while %s"), stateName(application.state()));
+        QTimer::singleShot(int(parameters.value(QStringLiteral("delay")).toDouble() * 1000),
+                           [app, exitCode] {
+                               VKPrint(QStringLiteral("finishing"));
+                               app->setExitCode(exitCode);
+                               app->setFinished(true);
+                           });
+        VKPrint(QStringLiteral("returning"));
     }
 };
 
