@@ -125,13 +125,8 @@ struct StateNotifications
 
 TEST(Responder, AnswersCommandsByNameDeclarationAndValidity)
 {
-    struct Case
-    {
-        const char *name;
-        bool valid;
-        QString command;
-        bool expected;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; bool valid; QString command; bool expected; } cases[] = {
         {"declared and valid", true, "showHelp", true},
         {"declared but invalid is invisible", false, "showHelp", false},
         {"undeclared method answers regardless", false, "sendFeedback", true},
@@ -142,7 +137,8 @@ TEST(Responder, AnswersCommandsByNameDeclarationAndValidity)
         {"unknown", true, "nothing", false},
         {"empty", true, "", false},
     };
-    for (const Case &c : cases) {
+    // clang-format on
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         Target target("T", {"showHelp"}, c.valid);
         EXPECT_EQ(target.respondsToSelector(c.command), c.expected);
@@ -177,17 +173,14 @@ TEST(ActionTarget, ValidPostsOnceAndOnlyOnChange)
                        announced.append(change.oldValue.toString() + ">" +
                                         change.newValue.toString());
                    });
-    // Same value, change, same again; then through the key: same, change.
-    const struct
-    {
-        bool byKey, value;
-        int posts;
-    } steps[] = {
+    // Same value, change, same again; then through the key: same, change. Posts and
+    // announcements so far after each.
+    const std::tuple<bool, bool, int> steps[] = {
         {false, false, 0}, {false, true, 1}, {false, true, 1}, {true, true, 1}, {true, false, 2}};
-    for (const auto &step : steps) {
-        step.byKey ? target.setValueForKey(step.value, kValid) : target.setValid(step.value);
-        EXPECT_EQ(posts.names.size(), step.posts);
-        EXPECT_EQ(announced.size(), step.posts);
+    for (const auto &[byKey, value, count] : steps) {
+        byKey ? target.setValueForKey(value, kValid) : target.setValid(value);
+        EXPECT_EQ(posts.names.size(), count);
+        EXPECT_EQ(announced.size(), count);
     }
     EXPECT_EQ(announced, QStringList({"false>true", "true>false"}));
     EXPECT_EQ(posts.names.value(0), (QSet<QString>{"a", "b"}));
@@ -245,21 +238,19 @@ class Dispatch : public ::testing::Test
 protected:
     void registerTargets()
     {
-        VKClassRegistry::registerClass<VHActionTargetFeedback, VKActionTarget>(
-            "VHActionTargetFeedback", "VKActionTarget");
-        VKClassRegistry::registerClass<VDActionTargetHelp, VKActionTarget>("VDActionTargetHelp",
-                                                                           "VKActionTarget");
-        VKClassRegistry::registerClass<VDActionTargetNotDerived, VKResponder>(
-            "VDActionTargetNotDerived", "VKResponder");
-        VKClassRegistry::registerClass<VKActionTargetStray, VKActionTarget>("VKActionTargetStray",
-                                                                            "VKActionTarget");
+        using R = VKClassRegistry;
+        R::registerClass<VHActionTargetFeedback, VKActionTarget>(classes[0], "VKActionTarget");
+        R::registerClass<VDActionTargetHelp, VKActionTarget>(classes[1], "VKActionTarget");
+        R::registerClass<VDActionTargetNotDerived, VKResponder>(classes[2], "VKResponder");
+        R::registerClass<VKActionTargetStray, VKActionTarget>(classes[3], "VKActionTarget");
     }
     void TearDown() override
     {
-        for (const char *name : {"VHActionTargetFeedback", "VDActionTargetHelp",
-                                 "VDActionTargetNotDerived", "VKActionTargetStray"})
+        for (const char *name : classes)
             VKClassRegistry::unregisterClass(name);
     }
+    static constexpr const char *classes[] = {"VHActionTargetFeedback", "VDActionTargetHelp",
+                                              "VDActionTargetNotDerived", "VKActionTargetStray"};
     static QStringList names(const QList<std::shared_ptr<VKActionTarget>> &targets)
     {
         QStringList result;
@@ -358,23 +349,19 @@ TEST_F(Dispatch, MenuOfCommandActionsFollowsTargetsAndTheFocusedField)
     VKActionTarget *help = targets[0].get(), *feedback = targets[1].get();
 
     // Each step's states, in the order showHelp sendFeedback shared windowCommand none.
-    struct Step
-    {
-        const char *name;
-        std::function<void()> change;
-        QString states;
-    } steps[] = {
+    // clang-format off
+    const std::tuple<const char *, std::function<void()>, QString> steps[] = {
         {"feedback becomes valid", [&] { feedback->setValid(true); }, "11110"},
-        {"help becomes invalid; feedback still has shared", [&] { help->setValid(false); },
-         "01110"},
+        {"help becomes invalid; feedback still has shared", [&] { help->setValid(false); }, "01110"},
         {"help valid again", [&] { help->setValid(true); }, "11110"},
         {"editing text disables the targets' commands", [&] { window.edit->setFocus(); }, "00010"},
         {"a read-only field is not being edited", [&] { window.readOnly->setFocus(); }, "11110"},
     };
-    for (const Step &step : steps) {
-        SCOPED_TRACE(step.name);
-        step.change();
-        EXPECT_EQ(window.enabledStates(), step.states);
+    // clang-format on
+    for (const auto &[name, change, states] : steps) {
+        SCOPED_TRACE(name);
+        change();
+        EXPECT_EQ(window.enabledStates(), states);
     }
 
     performed.clear();
