@@ -96,15 +96,6 @@ public:
     VKActionTargetStray() : Target("Stray", {"showHelp"}, true) {}
 };
 
-class Observed : public VKObservable
-{
-public:
-    void bump()
-    {
-        changeValueForKey("count", [] {});
-    }
-};
-
 // Counts state notifications and keeps the command names they carried.
 struct StateNotifications
 {
@@ -188,7 +179,8 @@ TEST(ActionTarget, ValidPostsOnceAndOnlyOnChange)
 
 TEST(ActionTarget, ControlValidationFollowsTheCurrentDictionaryAndLogsWhatItDidNotAskFor)
 {
-    auto a = std::make_shared<Observed>(), b = std::make_shared<Observed>();
+    auto a = std::make_shared<VKObservable>(), b = std::make_shared<VKObservable>();
+    const auto bump = [](VKObservable &object) { object.changeValueForKey("count", [] {}); };
     auto target = std::make_unique<Target>("T", QSet<QString>{"x"}, true);
     StateNotifications posts;
     VKLogCapture log;
@@ -199,36 +191,33 @@ TEST(ActionTarget, ControlValidationFollowsTheCurrentDictionaryAndLogsWhatItDidN
                     });
 
     target->setInvokeControlValidationObservers({{"count", a}});
-    a->bump();
+    bump(*a);
     EXPECT_EQ(posts.names.size(), 1);
     target->setInvokeControlValidationObservers({{"count", b}});
-    a->bump(); // no longer observed: neither posted nor logged
+    bump(*a); // no longer observed: neither posted nor logged
     EXPECT_EQ(posts.names.size(), 1);
-    b->bump();
+    bump(*b);
     EXPECT_EQ(posts.names.size(), 2);
     EXPECT_EQ(dictionaryAnnouncements, 2);
     EXPECT_TRUE(log.messages().isEmpty());
 
     // A listed object with an unlisted key, an unlisted object with a listed key.
-    const std::pair<Observed *, QString> strays[] = {{b.get(), "other"}, {a.get(), "count"}};
+    const std::pair<VKObservable *, QString> strays[] = {{b.get(), "other"}, {a.get(), "count"}};
     for (const auto &[object, key] : strays) {
         log.clear();
         object->addObserver(target.get(), key);
         object->changeValueForKey(key, [] {});
         object->removeObserver(target.get(), key);
-        const QString description =
-            QStringLiteral("<%1: %2>")
-                .arg(object->className(),
-                     QString::asprintf(
-                         "%p", static_cast<const void *>(static_cast<VKObservable *>(object))));
-        EXPECT_EQ(log.messages(), QStringList("No observer found for keyPath " + key +
-                                              " of object " + description));
+        EXPECT_EQ(log.messages(),
+                  QStringList(QString::asprintf(
+                      "No observer found for keyPath %s of object <VKObservable: %p>",
+                      qPrintable(key), static_cast<const void *>(object))));
         EXPECT_EQ(log.entries().value(0).level, VKLogLevel::Error);
     }
     EXPECT_EQ(posts.names.size(), 2);
 
     target.reset(); // the observation of b ends with the target
-    b->bump();
+    bump(*b);
     EXPECT_FALSE(b->hasObserversForKey("count"));
     EXPECT_EQ(posts.names.size(), 2);
 }

@@ -1,7 +1,6 @@
-// A small tool on the application frame, run by the tests as a separate process. It reports
-// what it parsed, prints its usage for --help, and finishes from a timer after --delay seconds
-// with the exit code given by --exit. It also prints the launch and termination notifications
-// it receives.
+// A small tool on the application frame, run by the tests as a separate process. It prints its
+// usage for --help and finishes from a timer after --delay seconds with the exit code given by
+// --exit. It also prints the launch and termination notifications it receives.
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
 #include "Foundation/VKApplicationLifecycle.h"
@@ -27,11 +26,7 @@ public:
     void application(VKApplication &application,
                      const std::shared_ptr<VKApplicationArguments> &arguments) override
     {
-        for (const QString &argument : arguments->arguments())
-            VKPrint(QStringLiteral("argument [%@]"), argument);
         const QVariantMap parameters = arguments->parameters();
-        for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
-            VKPrint(QStringLiteral("parameter %@ [%@]"), it.key(), it.value());
         if (arguments->options().contains(QStringLiteral("help")))
             application.printUsage();
         const qint64 exitCode = parameters.value(QStringLiteral("exit")).toLongLong();
