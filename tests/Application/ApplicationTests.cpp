@@ -8,7 +8,6 @@
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
-#include <QProcess>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -510,21 +509,15 @@ TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
 
 TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
 {
-    QProcess process;
-    process.start(vkTestBinaryPath("vkapp_probe"),
-                  {"in.mov", "--delay", "0.001", "-x", "7", "--help"});
-    ASSERT_TRUE(process.waitForFinished(20000));
-    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(process.exitCode(), 7);
-    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()),
-              QString::fromUtf8("notification VKApplicationWillFinishLaunchingNotification\n"
-                                "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
-                                "\t-x, --exit <code>\n\t\tExit code.\n\n"
-                                "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
-                                "\n(100% honest)\n"
-                                "returning\n"
-                                "notification VKApplicationDidFinishLaunchingNotification\n"
-                                "finishing\n"
-                                "notification VKApplicationWillTerminateNotification\n"));
-    EXPECT_EQ(process.readAllStandardError(), QByteArray());
+    EXPECT_EQ(vkRunTestBinary("vkapp_probe", {"in.mov", "--delay", "0.001", "-x", "7", "--help"}),
+              "notification VKApplicationWillFinishLaunchingNotification\n"
+              "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
+              "\t-x, --exit <code>\n\t\tExit code.\n\n"
+              "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
+              "\n(100% honest)\n"
+              "returning\n"
+              "notification VKApplicationDidFinishLaunchingNotification\n"
+              "finishing\n"
+              "notification VKApplicationWillTerminateNotification\n"
+              "exit 7");
 }

@@ -8,8 +8,6 @@
 #include "RegistryTestService.h"
 #include "VKTestSupport.h"
 
-#include <QProcess>
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -56,30 +54,21 @@ TEST(ExtensionRegistry, ResolvesRolesAcrossComponentsOrRaisesAtCreation)
     } cases[] = {
         {"main bundle overrides the framework", {}, resolved("FrameworkRole", "-|-|-|none|-")},
         {"loaded plug-in adds its role, main still overrides",
-         {"GoodPlugIn"},
+         {plugIn("GoodPlugIn")},
          resolved("FrameworkRole,PlugInRole", "VKRegistryGoodPlugInService|"
                                               "VKRegistryGoodPlugInService<VKRegistryTestService|"
                                               "GoodPlugIn|fresh|-")},
         {"two plug-ins claim a role",
-         {"GoodPlugIn", "DuplicatePlugIn"},
+         {plugIn("GoodPlugIn"), plugIn("DuplicatePlugIn")},
          raised(duplicate.arg("PlugInRole"))},
         {"plug-in and framework claim a role",
-         {"DuplicatePlugIn"},
+         {plugIn("DuplicatePlugIn")},
          raised(duplicate.arg("FrameworkRole"))},
-        {"extensions are an array", {"ArrayPlugIn"}, raised(notADictionary)},
+        {"extensions are an array", {plugIn("ArrayPlugIn")}, raised(notADictionary)},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        QStringList arguments;
-        for (const QString &name : c.plugIns)
-            arguments << plugIn(name);
-        QProcess process;
-        process.start(vkTestBinaryPath("vkextension_probe"), arguments);
-        ASSERT_TRUE(process.waitForFinished(20000));
-        EXPECT_EQ(
-            QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError()),
-            c.report);
-        EXPECT_EQ(process.exitCode(), 0);
+        EXPECT_EQ(vkRunTestBinary("vkextension_probe", c.plugIns), c.report + "exit 0");
     }
 }
 
