@@ -85,12 +85,7 @@ struct Watch
     // "posts:announcements of element,identifier,name,index".
     QString line() const
     {
-        return QStringLiteral("%1:%2,%3,%4,%5")
-            .arg(posts)
-            .arg(seen[0])
-            .arg(seen[1])
-            .arg(seen[2])
-            .arg(seen[3]);
+        return QString::asprintf("%d:%d,%d,%d,%d", posts, seen[0], seen[1], seen[2], seen[3]);
     }
     static constexpr const char *keys[] = {"selectedElement", "selectedIdentifier", "selectedName",
                                            "selectedIndex"};
