@@ -3,7 +3,6 @@
 // in process.
 #include "Application/VKExtensionRegistry.h"
 #include "Foundation/VKBundle.h"
-#include "Foundation/VKClassRegistry.h"
 
 #include "RegistryTestService.h"
 #include "VKTestSupport.h"
@@ -101,22 +100,6 @@ TEST(ExtensionRegistry, ChecksOneBundlesDeclarationsWithoutLoadingIt)
             EXPECT_FALSE(c.bundle->isLoaded()) << "reading never loads the code";
         }
     }
-
-    // The class a role names is there once the code is loaded.
-    VKError error;
-    const auto bundle = VKBundle::bundleWithPath(plugIn("GoodPlugIn"), &error);
-    ASSERT_TRUE(bundle) << error.localizedDescription();
-    EXPECT_EQ(registry.loadExtensionInfoFromBundle(bundle)
-                  ->value("PlugInRole")
-                  .toMap()
-                  .value("VKClassName")
-                  .toString(),
-              "VKRegistryGoodPlugInService");
-    ASSERT_TRUE(bundle->load(&error)) << error.localizedDescription();
-    const auto service =
-        VKClassRegistry::createInstance<VKRegistryTestService>("VKRegistryGoodPlugInService");
-    ASSERT_TRUE(service);
-    EXPECT_EQ(service->origin(), "GoodPlugIn");
 }
 
 TEST(ExtensionRegistry, UnknownRolesAnswerNothingAndANullRoleRaises)
