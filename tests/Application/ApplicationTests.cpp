@@ -128,12 +128,7 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
 {
     const QString name = QString::fromUtf8("Grüße – 日本語 😀");
     // clang-format off
-    const struct
-    {
-        const char *name;
-        QStringList tokens, arguments, options;
-        QVariantMap parameters;
-    } cases[] = {
+    const struct { const char *name; QStringList tokens, arguments, options; QVariantMap parameters; } cases[] = {
         {"one of each", {"-v", "--out", "x.txt", "file"}, {"file"}, {"verbose"}, {{"out", "x.txt"}}},
         {"unknown tokens keep their dashes and place", {"a", "-unknown", "--unknown", "-", "--", "--verbose", "-ab"},
          {"a", "-unknown", "--unknown", "-", "--", "-ab"}, {"verbose"}, {}},

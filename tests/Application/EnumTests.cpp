@@ -122,13 +122,9 @@ protected:
 TEST(Enum, SettersSelectAnnounceAndPost)
 {
     const auto list = VKTestDisplayEnum::elements();
-    const struct
-    {
-        const char *name;
-        std::function<void(VKTestDisplayEnum &)> change;
-        QString selected, watched; // "posts:element,identifier,name,index"
-    } cases[] = {
-        // clang-format off
+    // The selection afterwards, and what a Watch saw ("posts:element,identifier,name,index").
+    // clang-format off
+    const struct { const char *name; std::function<void(VKTestDisplayEnum &)> change; QString selected, watched; } cases[] = {
         {"known identifier", [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", "1:1,2,1,1"},
         {"unknown identifier", [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", "0:0,1,0,0"},
         {"same identifier", [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", "0:0,0,0,0"},
@@ -145,8 +141,8 @@ TEST(Enum, SettersSelectAnnounceAndPost)
         {"largest index", [](auto &e) { e.setSelectedIndex(std::numeric_limits<quint64>::max()); },
          "timecode", "1:1,1,1,1"},
         {"by key", [](auto &e) { e.setValueForKey(QString("feet"), "selectedIdentifier"); }, "feet", "1:1,2,1,1"},
-        // clang-format on
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const auto e = VKTestDisplayEnum::enumWithSelectedIdentifier("frames");
@@ -233,17 +229,13 @@ TEST(Enum, Descriptions)
 
 TEST_F(EnumDefaults, LoadsCorrectsAndStoresTheSelection)
 {
-    const struct
-    {
-        const char *name;
-        QVariant storedBefore;
-        QString selected;
-        int postsDuringInit;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; QVariant storedBefore; QString selected; int postsDuringInit; } cases[] = {
         {"nothing stored", {}, "timecode", 1},
         {"stored identifier", QString("feet"), "feet", 2},
         {"unknown identifier is overwritten", QString("yards"), "timecode", 1},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         defaults()->setObject(c.storedBefore, "display");
@@ -266,22 +258,21 @@ TEST_F(EnumDefaults, FollowsChangesMadeElsewhereOnceUntilTheKeyOrTheEnumerationG
     auto display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
     EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
     Watch watch;
-    defaults()->setObject(QString("frames"), "display"); // another part of the program
-    EXPECT_EQ(display->selectedIdentifier(), "frames");
-    EXPECT_EQ(watch.posts, 1);
-    defaults()->setObject(QString("other"), "unrelated");
-    EXPECT_EQ(watch.posts, 1);
-
-    // Without a key it stops following.
-    display->setUserDefaultsKey({});
-    defaults()->setObject(QString("timecode"), "display");
-    EXPECT_EQ(display->selectedIdentifier(), "frames");
-    EXPECT_EQ(watch.posts, 1);
-
-    // A new key reads what is stored; destruction ends the listening.
-    display->setUserDefaultsKey("display");
-    EXPECT_EQ(display->selectedIdentifier(), "timecode");
-    EXPECT_EQ(watch.posts, 2);
+    // Each step, then the selection and the posts so far.
+    // clang-format off
+    const std::tuple<const char *, std::function<void()>, QString> steps[] = {
+        {"set elsewhere", [&] { defaults()->setObject(QString("frames"), "display"); }, "frames 1"},
+        {"another key", [&] { defaults()->setObject(QString("other"), "unrelated"); }, "frames 1"},
+        {"no key, no following", [&] { display->setUserDefaultsKey({}); defaults()->setObject(QString("timecode"), "display"); }, "frames 1"},
+        {"a new key reads what is stored", [&] { display->setUserDefaultsKey("display"); }, "timecode 2"},
+    };
+    // clang-format on
+    for (const auto &[name, step, expected] : steps) {
+        SCOPED_TRACE(name);
+        step();
+        EXPECT_EQ(display->selectedIdentifier() + u' ' + QString::number(watch.posts), expected);
+    }
+    // Destruction ends the listening.
     display.reset();
     EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
     defaults()->setObject(QString("feet"), "display"); // reaches no dead enumeration

@@ -45,26 +45,18 @@ TEST(ExtensionRegistry, ResolvesRolesAcrossComponentsOrRaisesAtCreation)
     };
     const QString duplicate = "NSInternalInconsistencyException|Duplicate extension with for role "
                               "%1 defined, while not overridden by main bundle";
-    const struct
-    {
-        const char *name;
-        QStringList plugIns;
-        QString report;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; QStringList plugIns; QString report; } cases[] = {
         {"main bundle overrides the framework", {}, resolved("FrameworkRole", "-|-|-|none|-")},
-        {"loaded plug-in adds its role, main still overrides",
-         {plugIn("GoodPlugIn")},
+        {"loaded plug-in adds its role, main still overrides", {plugIn("GoodPlugIn")},
          resolved("FrameworkRole,PlugInRole", "VKRegistryGoodPlugInService|"
-                                              "VKRegistryGoodPlugInService<VKRegistryTestService|"
-                                              "GoodPlugIn|fresh|-")},
-        {"two plug-ins claim a role",
-         {plugIn("GoodPlugIn"), plugIn("DuplicatePlugIn")},
+                  "VKRegistryGoodPlugInService<VKRegistryTestService|GoodPlugIn|fresh|-")},
+        {"two plug-ins claim a role", {plugIn("GoodPlugIn"), plugIn("DuplicatePlugIn")},
          raised(duplicate.arg("PlugInRole"))},
-        {"plug-in and framework claim a role",
-         {plugIn("DuplicatePlugIn")},
-         raised(duplicate.arg("FrameworkRole"))},
+        {"plug-in and framework claim a role", {plugIn("DuplicatePlugIn")}, raised(duplicate.arg("FrameworkRole"))},
         {"extensions are an array", {plugIn("ArrayPlugIn")}, raised(notADictionary)},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(vkRunTestBinary("vkextension_probe", c.plugIns), c.report + "exit 0");
@@ -73,20 +65,17 @@ TEST(ExtensionRegistry, ResolvesRolesAcrossComponentsOrRaisesAtCreation)
 
 TEST(ExtensionRegistry, ChecksOneBundlesDeclarationsWithoutLoadingIt)
 {
-    const struct
-    {
-        const char *name;
-        std::shared_ptr<VKBundle> bundle;
-        QString outcome; // the roles, or what was raised
-    } cases[] = {
+    // The roles, or what was raised.
+    // clang-format off
+    const struct { const char *name; std::shared_ptr<VKBundle> bundle; QString outcome; } cases[] = {
         {"null bundle", nullptr, "NSInvalidArgumentException|bundle must not be nil"},
         {"no extensions", VKBundle::mainBundle(), "none"},
-        {"roles", VKBundle::bundleWithPath(plugIn("DuplicatePlugIn")),
-         "FrameworkRole,PlugInRole,SharedRole"},
+        {"roles", VKBundle::bundleWithPath(plugIn("DuplicatePlugIn")), "FrameworkRole,PlugInRole,SharedRole"},
         {"array", VKBundle::bundleWithPath(plugIn("ArrayPlugIn")), notADictionary},
         {"text value", VKBundle::bundleWithPath(plugIn("NonDictionaryPlugIn")),
          "NSInternalInconsistencyException|extension value must be of type dictionary"},
     };
+    // clang-format on
     auto &registry = VKExtensionRegistry::sharedRegistry();
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
