@@ -387,22 +387,24 @@ TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
 
 TEST(ApplicationRun, WaitsUntilFinishedLettingQueuedCallsRunFirst)
 {
-    // Finished from a call queued before another one: the other still runs inside the wait.
+    // Finished from a timer right after queueing a call: the call still runs inside the wait.
     VKApplication application;
     QStringList order;
-    const qint64 code = (qint64(1) << 40) + 9;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, [&] {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
+        order << held(application);
+        finish(application, (qint64(1) << 40) + 9);
+    });
     const qint64 result = application.runWithDelegateClass(
         scripted([&](VKApplication &app, const VKApplicationArguments &arguments) {
             order << held(app) << arguments.arguments() << arguments.options();
-            QTimer::singleShot(0, [&] {
-                order << held(app);
-                finish(app, code);
-            });
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
+            timer.start(0);
         }),
         {"in.mov", "-v"});
-    EXPECT_EQ(result, code);
+    EXPECT_EQ(result, (qint64(1) << 40) + 9);
     EXPECT_EQ(order, (QStringList{"DelegateRunning 0 delegate 0", "in.mov", "verbose",
                                   "Waiting 0 delegate 0", "queued"}));
     EXPECT_EQ(held(application), "Finished 1 delegate 1099511627785");
