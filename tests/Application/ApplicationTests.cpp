@@ -8,7 +8,6 @@
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
-#include <QProcess>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -22,26 +21,22 @@ namespace {
 using Options = VKApplicationOptionConfigurationList;
 using P = VKApplicationParameterConfiguration;
 
-// Subclasses: configurations parse by kind but are listed elsewhere than in the usage text;
-// arguments two levels down still compare equal to the base class's.
-class OtherOption : public VKApplicationOptionConfiguration
+// Subclasses: configurations parse by kind but are left out of the usage text; arguments two
+// levels down still compare equal to the base class's.
+struct OtherOption : VKApplicationOptionConfiguration
 {
-public:
     using VKApplicationOptionConfiguration::VKApplicationOptionConfiguration;
 };
-class OtherParameter : public P
+struct OtherParameter : P
 {
-public:
     using P::P;
 };
-class TaggedArguments : public VKApplicationArguments
+struct TaggedArguments : VKApplicationArguments
 {
-public:
     using VKApplicationArguments::VKApplicationArguments;
 };
-class MoreTaggedArguments : public TaggedArguments
+struct MoreTaggedArguments : TaggedArguments
 {
-public:
     using TaggedArguments::TaggedArguments;
 };
 
@@ -85,33 +80,11 @@ QStringList describe(const Options &list)
     return result;
 }
 
-using Run = std::function<void(VKApplication &, const std::shared_ptr<VKApplicationArguments> &)>;
+using Script = std::function<void(VKApplication &, const VKApplicationArguments &)>;
 
-class FunctionDelegate : public VKApplicationDelegate
+// A delegate type written the way tools write theirs; it runs the current test's script.
+struct Scripted : VKApplicationDelegate
 {
-public:
-    explicit FunctionDelegate(Run run) : m_run(std::move(run)) {}
-    void application(VKApplication &application,
-                     const std::shared_ptr<VKApplicationArguments> &arguments) override
-    {
-        m_run(application, arguments);
-    }
-
-private:
-    Run m_run;
-};
-
-VKApplicationDelegateClass delegateClassRunning(Run run)
-{
-    return VKApplicationDelegateClass(
-        "FunctionDelegate", [run] { return std::make_shared<FunctionDelegate>(run); },
-        toolConfiguration);
-}
-
-// A delegate type written the way tools write theirs.
-class ImmediateDelegate : public VKApplicationDelegate
-{
-public:
     static std::shared_ptr<VKApplicationConfiguration> applicationConfiguration()
     {
         return toolConfiguration();
@@ -120,12 +93,34 @@ public:
                      const std::shared_ptr<VKApplicationArguments> &arguments) override
     {
         received = arguments;
-        application.setExitCode(arguments->parameters().value("count").toLongLong() << 32 |
-                                arguments->arguments().size());
-        application.setFinished(true);
+        script(application, *arguments);
     }
+    static inline Script script;
     static inline std::shared_ptr<VKApplicationArguments> received;
 };
+
+VKApplicationDelegateClass scripted(Script script)
+{
+    Scripted::script = std::move(script);
+    return VKApplicationDelegateClass::of<Scripted>();
+}
+
+void finish(VKApplication &application, qint64 exitCode)
+{
+    application.setExitCode(exitCode);
+    application.setFinished(true);
+}
+
+// "state finished delegate|none exit-code" of an application.
+QString held(const VKApplication &application)
+{
+    static const char *const states[] = {"Created", "DelegateRunning", "Waiting", "Finished"};
+    return QStringLiteral("%1 %2 %3 %4")
+        .arg(states[int(application.state())])
+        .arg(int(application.isFinished()))
+        .arg(application.delegate() ? "delegate" : "none")
+        .arg(application.exitCode());
+}
 
 } // namespace
 
@@ -133,12 +128,7 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
 {
     const QString name = QString::fromUtf8("Grüße – 日本語 😀");
     // clang-format off
-    const struct
-    {
-        const char *name;
-        QStringList tokens, arguments, options;
-        QVariantMap parameters;
-    } cases[] = {
+    const struct { const char *name; QStringList tokens, arguments, options; QVariantMap parameters; } cases[] = {
         {"one of each", {"-v", "--out", "x.txt", "file"}, {"file"}, {"verbose"}, {{"out", "x.txt"}}},
         {"unknown tokens keep their dashes and place", {"a", "-unknown", "--unknown", "-", "--", "--verbose", "-ab"},
          {"a", "-unknown", "--unknown", "-", "--", "-ab"}, {"verbose"}, {}},
@@ -198,23 +188,19 @@ TEST(ApplicationParsing, LookupIsExactAndFirstMatchWins)
         VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "a", "1");
     const auto second =
         VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "b", "2");
-    const auto nullIdentifiers = std::make_shared<VKApplicationOptionConfiguration>();
-    const Options list{nullptr, nullIdentifiers, first, second};
+    // A null identifier matches nothing, not even a null token; an empty one is a real identifier
+    // that catches the lone dashes.
+    const auto empty =
+        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("", "", "stdin");
+    const Options list{nullptr, std::make_shared<VKApplicationOptionConfiguration>(), first, second,
+                       empty};
     EXPECT_EQ(VKApplication::configurationWithLongIdentifier("all", list), first);
     EXPECT_EQ(VKApplication::configurationWithShortIdentifier("b", list), second);
     EXPECT_EQ(VKApplication::configurationWithShortIdentifier("B", list), nullptr);
     EXPECT_EQ(VKApplication::configurationWithLongIdentifier("al", list), nullptr);
-    // A null identifier matches nothing: not an empty token, not a null one.
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("", list), nullptr);
+    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("", list), empty);
     EXPECT_EQ(VKApplication::configurationWithLongIdentifier(QString(), list), nullptr);
-    EXPECT_EQ(parse({"-", "--"}, configurationWith(list))->arguments(), (QStringList{"-", "--"}));
-
-    // An empty identifier is a real one: it catches the lone dashes, but a null token does not
-    // match it.
-    const Options empties{
-        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("", "", "stdin")};
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier(QString(), empties), nullptr);
-    const auto result = parse({"-", "--", "---"}, configurationWith(empties));
+    const auto result = parse({"-", "--", "---"}, configurationWith(list));
     EXPECT_EQ(result->options(), (QStringList{"", ""}));
     EXPECT_EQ(result->arguments(), QStringList{"---"});
 }
@@ -340,9 +326,7 @@ TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
         describe(options),
         (QStringList{"count|c|How many.|1|n", "rate|||2|", "name|||0|", "scale|||2|", "yes|||1|",
                      "no|||0|", QString::fromUtf8("verbose|v|Mehr – bitte."), "|q||null-long"}));
-    ASSERT_EQ(options.size(), 8);
-    EXPECT_EQ(typeid(*options[6]), typeid(VKApplicationOptionConfiguration));
-    EXPECT_TRUE(options[1]->shortIdentifier().isNull());
+    EXPECT_TRUE(options.value(1)->shortIdentifier().isNull());
 
     // Files that are no dictionary of lists, and paths without a file, give nothing.
     const QByteArray header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
@@ -360,37 +344,30 @@ TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
 
 TEST(ApplicationArguments, DescriptionAndEquality)
 {
-    const VKApplicationArguments arguments({"a b", "c"}, {{"rate", 2.5f}, {"out", "x.txt"}},
-                                           {"verbose"});
+    const QStringList args{"a b", "c"};
+    const VKApplicationArguments arguments(args, {{"rate", 2.5f}, {"out", "x.txt"}}, {"verbose"});
     EXPECT_EQ(arguments.description(),
               "Arguments: (\n    \"a b\",\n    c\n) \n\n Parameters: {\n    out = x.txt;\n"
               "    rate = 2.5;\n} \n\n Options: (\n    verbose\n)");
 
-    const QStringList args{"a b", "c"};
+    // Numbers compare by value, not by type; the other object may be of the receiver's class or
+    // of any class below it, at any depth.
     const QVariantMap parameters{{"out", "x.txt"}, {"rate", 2.5}};
-    const VKApplicationArguments same(args, parameters, {"verbose"});
-    EXPECT_TRUE(arguments.isEqual(&same)); // numbers compare by value, not by type
-    EXPECT_TRUE(arguments.isEqual(&arguments));
-    EXPECT_FALSE(arguments.isEqual(nullptr));
-    const VKApplicationArguments different[] = {{{"c", "a b"}, parameters, {"verbose"}},
-                                                {args, parameters, {}},
-                                                {args, {{"out", "x.txt"}}, {"verbose"}}};
-    for (const VKApplicationArguments &other : different)
-        EXPECT_FALSE(arguments.isEqual(&other)) << other.description().toStdString();
-
-    // The other object may be of the receiver's class or of any class below it, at any depth.
+    const VKApplicationArguments same(args, parameters, {"verbose"}),
+        reordered({"c", "a b"}, parameters, {"verbose"}), noOptions(args, parameters, {}),
+        fewerParameters(args, {{"out", "x.txt"}}, {"verbose"});
     const TaggedArguments tagged(args, parameters, {"verbose"});
     const MoreTaggedArguments moreTagged(args, parameters, {"verbose"});
-    const struct
-    {
-        const VKApplicationArguments *receiver, *other;
-        bool equal;
-    } kinds[] = {{&arguments, &tagged, true},   {&arguments, &moreTagged, true},
-                 {&tagged, &moreTagged, true},  {&tagged, &arguments, false},
-                 {&moreTagged, &tagged, false}, {&moreTagged, &arguments, false}};
-    for (const auto &k : kinds)
-        EXPECT_EQ(k.receiver->isEqual(k.other), k.equal)
-            << typeid(*k.receiver).name() << " " << typeid(*k.other).name();
+    // clang-format off
+    const struct { const VKApplicationArguments *receiver, *other; bool equal; } cases[] = {
+        {&arguments, &same, true}, {&arguments, &arguments, true}, {&arguments, nullptr, false},
+        {&arguments, &reordered, false}, {&arguments, &noOptions, false}, {&arguments, &fewerParameters, false},
+        {&arguments, &tagged, true}, {&arguments, &moreTagged, true}, {&tagged, &moreTagged, true},
+        {&tagged, &arguments, false}, {&moreTagged, &tagged, false}, {&moreTagged, &arguments, false}};
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(c.receiver->isEqual(c.other), c.equal)
+            << typeid(*c.receiver).name() << " " << (c.other ? c.other->description() : "null");
 }
 
 TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
@@ -408,48 +385,39 @@ TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
                           "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n\n"));
 }
 
-TEST(ApplicationRun, WaitsForATimerToFinishTheRun)
+TEST(ApplicationRun, WaitsUntilFinishedLettingQueuedCallsRunFirst)
 {
+    // Finished from a timer right after queueing a call: the call still runs inside the wait.
     VKApplication application;
-    VKApplication::State stateInDelegate = VKApplication::State::Created;
-    VKApplication::State stateInTimer = VKApplication::State::Created;
     QStringList order;
-    const qint64 code = (qint64(1) << 40) + 9;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, [&] {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
+        order << held(application);
+        finish(application, (qint64(1) << 40) + 9);
+    });
     const qint64 result = application.runWithDelegateClass(
-        delegateClassRunning([&](VKApplication &app, const auto &arguments) {
-            stateInDelegate = app.state();
-            order << "delegate" << arguments->arguments() << arguments->options();
-            QTimer::singleShot(30, [&] {
-                order << "timer";
-                stateInTimer = app.state();
-                app.setExitCode(code);
-                app.setFinished(true);
-            });
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
+        scripted([&](VKApplication &app, const VKApplicationArguments &arguments) {
+            order << held(app) << arguments.arguments() << arguments.options();
+            timer.start(0);
         }),
         {"in.mov", "-v"});
-    EXPECT_EQ(result, code);
-    EXPECT_EQ(order, (QStringList{"delegate", "in.mov", "verbose", "queued", "timer"}));
-    EXPECT_EQ(stateInDelegate, VKApplication::State::DelegateRunning);
-    EXPECT_EQ(stateInTimer, VKApplication::State::Waiting);
-    EXPECT_EQ(application.state(), VKApplication::State::Finished);
-    EXPECT_NE(application.delegate(), nullptr);
-}
+    EXPECT_EQ(result, (qint64(1) << 40) + 9);
+    EXPECT_EQ(order, (QStringList{"DelegateRunning 0 delegate 0", "in.mov", "verbose",
+                                  "Waiting 0 delegate 0", "queued"}));
+    EXPECT_EQ(held(application), "Finished 1 delegate 1099511627785");
 
-TEST(ApplicationRun, FinishingInsideTheDelegateNeverWaits)
-{
+    // Finished inside the delegate's call: the event loop is never turned.
     bool queuedRan = false;
-    const qint64 result = VKApplication().runWithDelegateClass(
-        delegateClassRunning([&](VKApplication &app, const auto &) {
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(), [&] { queuedRan = true; }, Qt::QueuedConnection);
-            app.setExitCode(-3);
-            app.setFinished(true);
-        }),
-        {});
-    EXPECT_EQ(result, -3);
-    EXPECT_FALSE(queuedRan); // the event loop was never turned
+    const auto finishAtOnce = scripted([&](VKApplication &app, const auto &) {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [&] { queuedRan = true; }, Qt::QueuedConnection);
+        finish(app, -3);
+    });
+    EXPECT_EQ(VKApplication().runWithDelegateClass(finishAtOnce, {}), -3);
+    EXPECT_FALSE(queuedRan);
     EXPECT_TRUE(vkWaitUntil([&] { return queuedRan; }));
 }
 
@@ -460,19 +428,15 @@ TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
     for (const bool queued : {true, false}) {
         SCOPED_TRACE(queued ? "queued" : "direct");
         std::thread worker;
-        const auto finish = [](VKApplication &app) {
-            app.setExitCode(11);
-            app.setFinished(true);
-        };
         const qint64 result = VKApplication().runWithDelegateClass(
-            delegateClassRunning([&](VKApplication &app, const auto &) {
-                worker = std::thread([&app, queued, finish] {
+            scripted([&](VKApplication &app, const auto &) {
+                worker = std::thread([&app, queued] {
                     if (queued)
                         QMetaObject::invokeMethod(
-                            QCoreApplication::instance(), [&app, finish] { finish(app); },
+                            QCoreApplication::instance(), [&app] { finish(app, 11); },
                             Qt::QueuedConnection);
                     else
-                        finish(app);
+                        finish(app, 11);
                 });
             }),
             {});
@@ -483,52 +447,38 @@ TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
 
 TEST(ApplicationRun, RunsThatEndWithoutFinishingLeaveADefinedState)
 {
-    using State = VKApplication::State;
     const VKApplicationDelegateClass nothing(
         "Nothing", [] { return std::shared_ptr<VKApplicationDelegate>(); }, nullptr);
-    const auto throwing = [](std::function<void()> raise) {
-        return delegateClassRunning([raise](VKApplication &app, const auto &) {
-            app.setExitCode(7);
-            raise();
-        });
-    };
     // What the application holds afterwards, and what the entry function logs.
     // clang-format off
-    const struct
-    {
-        const char *name;
-        VKApplicationDelegateClass delegateClass;
-        State state;
-        bool finished, hasDelegate;
-        qint64 exitCode;
-        QString logged;
-    } cases[] = {
-        {"no delegate", nothing, State::Created, false, false, 0,
+    const struct { const char *name; std::function<void()> raise; QString held, logged; } cases[] = {
+        {"no delegate", nullptr, "Created 0 none 0",
          "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
-        {"the library's exception", throwing([] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); }),
-         State::Finished, true, true, 1, "NSInvalidArgumentException stopped the run: bad input 4"},
-        {"a standard exception", throwing([] { throw std::runtime_error("disk full"); }),
-         State::Finished, true, true, 1, "an exception stopped the run: disk full"},
-        {"an exception of another type", throwing([] { throw 42; }),
-         State::Finished, true, true, 1, "an exception of unknown type stopped the run"},
+        {"the library's exception", [] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
+         "Finished 1 delegate 1", "NSInvalidArgumentException stopped the run: bad input 4"},
+        {"a standard exception", [] { throw std::runtime_error("disk full"); },
+         "Finished 1 delegate 1", "an exception stopped the run: disk full"},
+        {"an exception of another type", [] { throw 42; },
+         "Finished 1 delegate 1", "an exception of unknown type stopped the run"},
     };
     // clang-format on
     QByteArray program("tool");
     char *argv[] = {program.data(), nullptr};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
+        const auto delegateClass = !c.raise ? nothing : scripted([&](VKApplication &app, auto &) {
+            app.setExitCode(7);
+            c.raise();
+        });
         VKApplication application;
-        EXPECT_ANY_THROW(application.runWithDelegateClass(c.delegateClass, {}));
-        EXPECT_EQ(application.state(), c.state);
-        EXPECT_EQ(application.isFinished(), c.finished);
-        EXPECT_EQ(application.delegate() != nullptr, c.hasDelegate);
-        EXPECT_EQ(application.exitCode(), c.exitCode);
+        EXPECT_ANY_THROW(application.runWithDelegateClass(delegateClass, {}));
+        EXPECT_EQ(held(application), c.held);
         // The entry function reports each and answers 1.
         VKLogCapture log;
-        EXPECT_EQ(VKRunApplicationWithDelegateClass(c.delegateClass, 1, argv), 1);
-        EXPECT_EQ(log.messages(), QStringList{c.logged});
+        EXPECT_EQ(VKRunApplicationWithDelegateClass(delegateClass, 1, argv), 1);
         ASSERT_EQ(log.entries().size(), 1);
-        EXPECT_EQ(log.entries()[0].prettyFunctionOutput, "VKRunApplicationWithDelegateClass");
+        EXPECT_EQ(log.entries()[0].prettyFunctionOutput + ": " + log.messages()[0],
+                  "VKRunApplicationWithDelegateClass: " + c.logged);
     }
 }
 
@@ -540,39 +490,31 @@ TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
         empty(""), invalid("a\xff");
     char *argv[] = {program.data(), first.data(),   value.data(), name.data(),
                     empty.data(),   invalid.data(), nullptr};
+    scripted([](VKApplication &app, const VKApplicationArguments &arguments) {
+        finish(app, arguments.parameters().value("count").toLongLong() << 32 |
+                        arguments.arguments().size());
+    });
     // (7 << 32) | 3 arguments: only the low 32 bits survive.
-    EXPECT_EQ(VKRunApplicationWithDelegateClass<ImmediateDelegate>(6, argv), 3);
-    ASSERT_NE(ImmediateDelegate::received, nullptr);
-    EXPECT_EQ(ImmediateDelegate::received->arguments(),
+    EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(6, argv), 3);
+    EXPECT_EQ(Scripted::received->arguments(),
               (QStringList{QString::fromUtf8("Grüße"), "", QStringLiteral("a\uFFFD")}));
-    EXPECT_EQ(VKRunApplicationWithDelegateClass<ImmediateDelegate>(1, argv), 0);
-    EXPECT_TRUE(
-        ImmediateDelegate::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
-    EXPECT_EQ(VKApplicationDelegateClass::of<ImmediateDelegate>().className(),
-              "(anonymous namespace)::ImmediateDelegate");
+    EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(1, argv), 0);
+    EXPECT_TRUE(Scripted::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
+    EXPECT_EQ(VKApplicationDelegateClass::of<Scripted>().className(),
+              "(anonymous namespace)::Scripted");
 }
 
 TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
 {
-    QProcess process;
-    process.start(vkTestBinaryPath("vkapp_probe"),
-                  {QString::fromUtf8("Grüße 😀"), "--delay", "0.25", "-x", "7", "50%%", "--help"});
-    ASSERT_TRUE(process.waitForFinished(20000));
-    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(process.exitCode(), 7);
-    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()),
-              QString::fromUtf8("notification VKApplicationWillFinishLaunchingNotification\n"
-                                "argument [Grüße 😀]\n"
-                                "argument [50%%%%]\n"
-                                "parameter delay [0.25]\n"
-                                "parameter exit [7]\n"
-                                "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
-                                "\t-x, --exit <code>\n\t\tExit code.\n\n"
-                                "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
-                                "\n(100% honest)\n"
-                                "returning while delegate running\n"
-                                "notification VKApplicationDidFinishLaunchingNotification\n"
-                                "finishing while waiting\n"
-                                "notification VKApplicationWillTerminateNotification\n"));
-    EXPECT_EQ(process.readAllStandardError(), QByteArray());
+    EXPECT_EQ(vkRunTestBinary("vkapp_probe", {"in.mov", "--delay", "0.001", "-x", "7", "--help"}),
+              "notification VKApplicationWillFinishLaunchingNotification\n"
+              "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
+              "\t-x, --exit <code>\n\t\tExit code.\n\n"
+              "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
+              "\n(100% honest)\n"
+              "returning\n"
+              "notification VKApplicationDidFinishLaunchingNotification\n"
+              "finishing\n"
+              "notification VKApplicationWillTerminateNotification\n"
+              "exit 7");
 }

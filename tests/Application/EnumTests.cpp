@@ -72,12 +72,9 @@ struct Watch
                 last = n.object().object<VKEnum>();
                 EXPECT_TRUE(n.userInfo().isEmpty());
             });
-        for (const char *key :
-             {"selectedElement", "selectedIdentifier", "selectedName", "selectedIndex"}) {
-            if (object)
-                tokens << object->observe(
-                    key, 0, [this, key](auto *, const auto &, const auto &) { ++announced[key]; });
-        }
+        for (int i = 0; object && i < 4; ++i)
+            tokens << object->observe(keys[i], 0,
+                                      [this, i](auto *, const auto &, const auto &) { ++seen[i]; });
     }
     ~Watch()
     {
@@ -85,19 +82,17 @@ struct Watch
         for (auto token : tokens)
             object->removeObservation(token);
     }
-    // Announcements per key: "element,identifier,name,index".
+    // "posts:announcements of element,identifier,name,index".
     QString line() const
     {
-        return QStringLiteral("%1,%2,%3,%4")
-            .arg(announced.value("selectedElement"))
-            .arg(announced.value("selectedIdentifier"))
-            .arg(announced.value("selectedName"))
-            .arg(announced.value("selectedIndex"));
+        return QString::asprintf("%d:%d,%d,%d,%d", posts, seen[0], seen[1], seen[2], seen[3]);
     }
+    static constexpr const char *keys[] = {"selectedElement", "selectedIdentifier", "selectedName",
+                                           "selectedIndex"};
     VKEnum *object;
     VKNotificationToken post = 0;
     QList<VKObservationToken> tokens;
-    QHash<QString, int> announced;
+    int seen[4] = {};
     int posts = 0;
     VKEnum *last = nullptr;
 };
@@ -127,43 +122,35 @@ protected:
 TEST(Enum, SettersSelectAnnounceAndPost)
 {
     const auto list = VKTestDisplayEnum::elements();
-    const struct
-    {
-        const char *name;
-        std::function<void(VKTestDisplayEnum &)> change;
-        QString selected;
-        int posts;
-        QString announced; // element,identifier,name,index
-    } cases[] = {
-        // clang-format off
-        {"known identifier", [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", 1, "1,2,1,1"},
-        {"unknown identifier", [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", 0, "0,1,0,0"},
-        {"same identifier", [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", 0, "0,0,0,0"},
-        {"null identifier", [](auto &e) { e.setSelectedIdentifier({}); }, "timecode", 1, "1,2,1,1"},
+    // The selection afterwards, and what a Watch saw ("posts:element,identifier,name,index").
+    // clang-format off
+    const struct { const char *name; std::function<void(VKTestDisplayEnum &)> change; QString selected, watched; } cases[] = {
+        {"known identifier", [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", "1:1,2,1,1"},
+        {"unknown identifier", [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", "0:0,1,0,0"},
+        {"same identifier", [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", "0:0,0,0,0"},
+        {"null identifier", [](auto &e) { e.setSelectedIdentifier({}); }, "timecode", "1:1,2,1,1"},
         {"equal element, other object",
          [](auto &e) { e.setSelectedElement(VKEnumElement::sourceWithIdentifier("frames", "F", 9)); },
-         "frames", 1, "1,1,1,1"},
-        {"same element object", [&](auto &e) { e.setSelectedElement(list.at(1)); }, "frames", 0, "0,0,0,0"},
-        {"null element", [](auto &e) { e.setSelectedElement(nullptr); }, "timecode", 1, "1,1,1,1"},
-        {"name", [](auto &e) { e.setSelectedName("Feet"); }, "feet", 1, "1,1,1,1"},
-        {"unknown name", [](auto &e) { e.setSelectedName("feet"); }, "timecode", 1, "1,1,1,1"},
-        {"last index", [](auto &e) { e.setSelectedIndex(2); }, "feet", 1, "1,1,1,1"},
-        {"index at the count", [](auto &e) { e.setSelectedIndex(3); }, "timecode", 1, "1,1,1,1"},
+         "frames", "1:1,1,1,1"},
+        {"same element object", [&](auto &e) { e.setSelectedElement(list.at(1)); }, "frames", "0:0,0,0,0"},
+        {"null element", [](auto &e) { e.setSelectedElement(nullptr); }, "timecode", "1:1,1,1,1"},
+        {"name", [](auto &e) { e.setSelectedName("Feet"); }, "feet", "1:1,1,1,1"},
+        {"unknown name", [](auto &e) { e.setSelectedName("feet"); }, "timecode", "1:1,1,1,1"},
+        {"last index", [](auto &e) { e.setSelectedIndex(2); }, "feet", "1:1,1,1,1"},
+        {"index at the count", [](auto &e) { e.setSelectedIndex(3); }, "timecode", "1:1,1,1,1"},
         {"largest index", [](auto &e) { e.setSelectedIndex(std::numeric_limits<quint64>::max()); },
-         "timecode", 1, "1,1,1,1"},
-        {"by key", [](auto &e) { e.setValueForKey(QString("feet"), "selectedIdentifier"); }, "feet", 1, "1,2,1,1"},
-        // clang-format on
+         "timecode", "1:1,1,1,1"},
+        {"by key", [](auto &e) { e.setValueForKey(QString("feet"), "selectedIdentifier"); }, "feet", "1:1,2,1,1"},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const auto e = VKTestDisplayEnum::enumWithSelectedIdentifier("frames");
         ASSERT_EQ(e->selectedElement(), list.at(1));
         Watch watch(e.get());
         c.change(*e);
-        EXPECT_EQ(e->selectedIdentifier(), c.selected);
-        EXPECT_EQ(watch.posts, c.posts);
-        EXPECT_EQ(watch.last, c.posts ? e.get() : nullptr);
-        EXPECT_EQ(watch.line(), c.announced);
+        EXPECT_EQ(e->selectedIdentifier() + u' ' + watch.line(), c.selected + u' ' + c.watched);
+        EXPECT_EQ(watch.last, watch.posts ? e.get() : nullptr);
         EXPECT_EQ(e->selectedIndex(),
                   QStringList({"timecode", "frames", "feet"}).indexOf(c.selected));
     }
@@ -179,12 +166,10 @@ TEST(Enum, TheBaseDefaultIsANewElementThatIsNeverFound)
     Watch watch(rates.get());
     rates->setSelectedIndex(7);
     EXPECT_NE(rates->selectedElement(), first) << "a new default object each time";
-    EXPECT_EQ(watch.posts, 1);
-    EXPECT_EQ(watch.line(), "1,1,1,1");
+    EXPECT_EQ(watch.line(), "1:1,1,1,1");
     // Null is never equal to null: a walk that finds nothing, announced as such.
     rates->setSelectedIdentifier({});
-    EXPECT_EQ(watch.posts, 1);
-    EXPECT_EQ(watch.line(), "1,2,1,1");
+    EXPECT_EQ(watch.line(), "1:1,2,1,1");
     rates->setSelectedIdentifier("25");
     EXPECT_EQ(rates->selectedIndex(), 1);
     EXPECT_TRUE(VKEnum::enumm()->elements().isEmpty());
@@ -202,17 +187,11 @@ TEST(Enum, ElementValuesIntegerValuesAndEquality)
                   "> valueForUndefinedKey:]: this class is not key value coding-compliant for "
                   "the key value.");
 
+    // clang-format off
     const std::pair<QVariant, qint64> integers[] = {
-        {42, 42},
-        {3.7, 3},
-        {-3.7, -3},
-        {1e30, std::numeric_limits<qint64>::max()},
-        {true, 1},
-        {"12abc", 12},
-        {"abc", 0},
-        {QVariant(), 0},
-        {QVariantList{1, 2}, 0},
-    };
+        {42, 42}, {3.7, 3}, {-3.7, -3}, {1e30, std::numeric_limits<qint64>::max()}, {true, 1},
+        {"12abc", 12}, {"abc", 0}, {QVariant(), 0}, {QVariantList{1, 2}, 0}};
+    // clang-format on
     for (const auto &[represented, expected] : integers)
         EXPECT_EQ(VKEnumElement::sourceWithIdentifier("i", "n", represented)->integerValue(),
                   expected)
@@ -250,17 +229,13 @@ TEST(Enum, Descriptions)
 
 TEST_F(EnumDefaults, LoadsCorrectsAndStoresTheSelection)
 {
-    const struct
-    {
-        const char *name;
-        QVariant storedBefore;
-        QString selected;
-        int postsDuringInit;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; QVariant storedBefore; QString selected; int postsDuringInit; } cases[] = {
         {"nothing stored", {}, "timecode", 1},
         {"stored identifier", QString("feet"), "feet", 2},
         {"unknown identifier is overwritten", QString("yards"), "timecode", 1},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         defaults()->setObject(c.storedBefore, "display");
@@ -283,22 +258,21 @@ TEST_F(EnumDefaults, FollowsChangesMadeElsewhereOnceUntilTheKeyOrTheEnumerationG
     auto display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
     EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
     Watch watch;
-    defaults()->setObject(QString("frames"), "display"); // another part of the program
-    EXPECT_EQ(display->selectedIdentifier(), "frames");
-    EXPECT_EQ(watch.posts, 1);
-    defaults()->setObject(QString("other"), "unrelated");
-    EXPECT_EQ(watch.posts, 1);
-
-    // Without a key it stops following.
-    display->setUserDefaultsKey({});
-    defaults()->setObject(QString("timecode"), "display");
-    EXPECT_EQ(display->selectedIdentifier(), "frames");
-    EXPECT_EQ(watch.posts, 1);
-
-    // A new key reads what is stored; destruction ends the listening.
-    display->setUserDefaultsKey("display");
-    EXPECT_EQ(display->selectedIdentifier(), "timecode");
-    EXPECT_EQ(watch.posts, 2);
+    // Each step, then the selection and the posts so far.
+    // clang-format off
+    const std::tuple<const char *, std::function<void()>, QString> steps[] = {
+        {"set elsewhere", [&] { defaults()->setObject(QString("frames"), "display"); }, "frames 1"},
+        {"another key", [&] { defaults()->setObject(QString("other"), "unrelated"); }, "frames 1"},
+        {"no key, no following", [&] { display->setUserDefaultsKey({}); defaults()->setObject(QString("timecode"), "display"); }, "frames 1"},
+        {"a new key reads what is stored", [&] { display->setUserDefaultsKey("display"); }, "timecode 2"},
+    };
+    // clang-format on
+    for (const auto &[name, step, expected] : steps) {
+        SCOPED_TRACE(name);
+        step();
+        EXPECT_EQ(display->selectedIdentifier() + u' ' + QString::number(watch.posts), expected);
+    }
+    // Destruction ends the listening.
     display.reset();
     EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
     defaults()->setObject(QString("feet"), "display"); // reaches no dead enumeration

@@ -8,6 +8,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QThread>
 
 #include <ostream>
@@ -93,6 +94,24 @@ void vkSpinEventLoop(int ms)
 QString vkTestBinaryPath(const QString &name)
 {
     return QCoreApplication::applicationDirPath() + u'/' + name;
+}
+
+QString vkRunTestBinary(const QString &name, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(vkTestBinaryPath(name), arguments);
+    const bool finished = process.waitForFinished(20000);
+    if (!finished) {
+        process.kill();
+        process.waitForFinished();
+    }
+    const QString output =
+        QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+    if (!finished)
+        return output + QStringLiteral("did not finish");
+    return output + (process.exitStatus() == QProcess::CrashExit
+                         ? QStringLiteral("crashed")
+                         : QStringLiteral("exit %1").arg(process.exitCode()));
 }
 
 QString vkRaisedBy(const std::function<void()> &call)

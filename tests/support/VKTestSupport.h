@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -63,3 +64,7 @@ QString vkRaisedBy(const std::function<void()> &call);
 
 // Path of a helper program built beside the test executable.
 QString vkTestBinaryPath(const QString &name);
+
+// Runs a helper program built beside the test executable and answers its standard output, then
+// its standard error, then "exit N" (or "crashed", or "did not finish" after 20 seconds).
+QString vkRunTestBinary(const QString &name, const QStringList &arguments = {});

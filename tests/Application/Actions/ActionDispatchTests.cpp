@@ -96,15 +96,6 @@ public:
     VKActionTargetStray() : Target("Stray", {"showHelp"}, true) {}
 };
 
-class Observed : public VKObservable
-{
-public:
-    void bump()
-    {
-        changeValueForKey("count", [] {});
-    }
-};
-
 // Counts state notifications and keeps the command names they carried.
 struct StateNotifications
 {
@@ -125,13 +116,8 @@ struct StateNotifications
 
 TEST(Responder, AnswersCommandsByNameDeclarationAndValidity)
 {
-    struct Case
-    {
-        const char *name;
-        bool valid;
-        QString command;
-        bool expected;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; bool valid; QString command; bool expected; } cases[] = {
         {"declared and valid", true, "showHelp", true},
         {"declared but invalid is invisible", false, "showHelp", false},
         {"undeclared method answers regardless", false, "sendFeedback", true},
@@ -142,7 +128,8 @@ TEST(Responder, AnswersCommandsByNameDeclarationAndValidity)
         {"unknown", true, "nothing", false},
         {"empty", true, "", false},
     };
-    for (const Case &c : cases) {
+    // clang-format on
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         Target target("T", {"showHelp"}, c.valid);
         EXPECT_EQ(target.respondsToSelector(c.command), c.expected);
@@ -178,24 +165,18 @@ TEST(ActionTarget, ValidPostsOnceAndOnlyOnChange)
                                         change.newValue.toString());
                    });
     // Same value, change, same again; then through the key: same, change.
-    const struct
-    {
-        bool byKey, value;
-        int posts;
-    } steps[] = {
-        {false, false, 0}, {false, true, 1}, {false, true, 1}, {true, true, 1}, {true, false, 2}};
-    for (const auto &step : steps) {
-        step.byKey ? target.setValueForKey(step.value, kValid) : target.setValid(step.value);
-        EXPECT_EQ(posts.names.size(), step.posts);
-        EXPECT_EQ(announced.size(), step.posts);
-    }
+    for (const auto &[byKey, value] :
+         {std::pair(false, false), std::pair(false, true), std::pair(false, true),
+          std::pair(true, true), std::pair(true, false)})
+        byKey ? target.setValueForKey(value, kValid) : target.setValid(value);
     EXPECT_EQ(announced, QStringList({"false>true", "true>false"}));
-    EXPECT_EQ(posts.names.value(0), (QSet<QString>{"a", "b"}));
+    EXPECT_EQ(posts.names, (QList<QSet<QString>>{{"a", "b"}, {"a", "b"}}));
 }
 
 TEST(ActionTarget, ControlValidationFollowsTheCurrentDictionaryAndLogsWhatItDidNotAskFor)
 {
-    auto a = std::make_shared<Observed>(), b = std::make_shared<Observed>();
+    auto a = std::make_shared<VKObservable>(), b = std::make_shared<VKObservable>();
+    const auto bump = [](VKObservable &object) { object.changeValueForKey("count", [] {}); };
     auto target = std::make_unique<Target>("T", QSet<QString>{"x"}, true);
     StateNotifications posts;
     VKLogCapture log;
@@ -206,36 +187,33 @@ TEST(ActionTarget, ControlValidationFollowsTheCurrentDictionaryAndLogsWhatItDidN
                     });
 
     target->setInvokeControlValidationObservers({{"count", a}});
-    a->bump();
+    bump(*a);
     EXPECT_EQ(posts.names.size(), 1);
     target->setInvokeControlValidationObservers({{"count", b}});
-    a->bump(); // no longer observed: neither posted nor logged
+    bump(*a); // no longer observed: neither posted nor logged
     EXPECT_EQ(posts.names.size(), 1);
-    b->bump();
+    bump(*b);
     EXPECT_EQ(posts.names.size(), 2);
     EXPECT_EQ(dictionaryAnnouncements, 2);
     EXPECT_TRUE(log.messages().isEmpty());
 
     // A listed object with an unlisted key, an unlisted object with a listed key.
-    const std::pair<Observed *, QString> strays[] = {{b.get(), "other"}, {a.get(), "count"}};
+    const std::pair<VKObservable *, QString> strays[] = {{b.get(), "other"}, {a.get(), "count"}};
     for (const auto &[object, key] : strays) {
         log.clear();
         object->addObserver(target.get(), key);
         object->changeValueForKey(key, [] {});
         object->removeObserver(target.get(), key);
-        const QString description =
-            QStringLiteral("<%1: %2>")
-                .arg(object->className(),
-                     QString::asprintf(
-                         "%p", static_cast<const void *>(static_cast<VKObservable *>(object))));
-        EXPECT_EQ(log.messages(), QStringList("No observer found for keyPath " + key +
-                                              " of object " + description));
+        EXPECT_EQ(log.messages(),
+                  QStringList(QString::asprintf(
+                      "No observer found for keyPath %s of object <VKObservable: %p>",
+                      qPrintable(key), static_cast<const void *>(object))));
         EXPECT_EQ(log.entries().value(0).level, VKLogLevel::Error);
     }
     EXPECT_EQ(posts.names.size(), 2);
 
     target.reset(); // the observation of b ends with the target
-    b->bump();
+    bump(*b);
     EXPECT_FALSE(b->hasObserversForKey("count"));
     EXPECT_EQ(posts.names.size(), 2);
 }
@@ -245,27 +223,26 @@ class Dispatch : public ::testing::Test
 protected:
     void registerTargets()
     {
-        VKClassRegistry::registerClass<VHActionTargetFeedback, VKActionTarget>(
-            "VHActionTargetFeedback", "VKActionTarget");
-        VKClassRegistry::registerClass<VDActionTargetHelp, VKActionTarget>("VDActionTargetHelp",
-                                                                           "VKActionTarget");
-        VKClassRegistry::registerClass<VDActionTargetNotDerived, VKResponder>(
-            "VDActionTargetNotDerived", "VKResponder");
-        VKClassRegistry::registerClass<VKActionTargetStray, VKActionTarget>("VKActionTargetStray",
-                                                                            "VKActionTarget");
+        using R = VKClassRegistry;
+        R::registerClass<VHActionTargetFeedback, VKActionTarget>(classes[0], "VKActionTarget");
+        R::registerClass<VDActionTargetHelp, VKActionTarget>(classes[1], "VKActionTarget");
+        R::registerClass<VDActionTargetNotDerived, VKResponder>(classes[2], "VKResponder");
+        R::registerClass<VKActionTargetStray, VKActionTarget>(classes[3], "VKActionTarget");
     }
     void TearDown() override
     {
-        for (const char *name : {"VHActionTargetFeedback", "VDActionTargetHelp",
-                                 "VDActionTargetNotDerived", "VKActionTargetStray"})
+        for (const char *name : classes)
             VKClassRegistry::unregisterClass(name);
     }
-    static QStringList names(const QList<std::shared_ptr<VKActionTarget>> &targets)
+    static constexpr const char *classes[] = {"VHActionTargetFeedback", "VDActionTargetHelp",
+                                              "VDActionTargetNotDerived", "VKActionTargetStray"};
+    // Classes along the chain from `responder`.
+    static QString chain(const VKResponder *responder)
     {
-        QStringList result;
-        for (const auto &target : targets)
-            result.append(target->className());
-        return result;
+        QStringList names;
+        for (; responder && names.size() < 6; responder = responder->nextResponder())
+            names << responder->metaObject()->className();
+        return names.join(u' ');
     }
 };
 
@@ -274,29 +251,27 @@ TEST_F(Dispatch, LaunchLinksApplicationDispatcherAndTargets)
     VKActionDispatch dispatch;
     VKResponder stale;
     dispatch.setNextResponder(&stale);
-    VKNotificationCenter::defaultCenter().postNotificationName(
-        VKApplicationDidFinishLaunchingNotification);
+    const auto launch = [] {
+        VKNotificationCenter::defaultCenter().postNotificationName(
+            VKApplicationDidFinishLaunchingNotification);
+    };
+    launch();
     EXPECT_TRUE(dispatch.allResponders().isEmpty());
-    EXPECT_EQ(dispatch.nextResponder(), nullptr);
-    EXPECT_EQ(VKResponder::applicationResponder()->nextResponder(), &dispatch);
+    EXPECT_EQ(chain(VKResponder::applicationResponder()), "VKResponder VKActionDispatch");
 
     registerTargets();
-    VKNotificationCenter::defaultCenter().postNotificationName(
-        VKApplicationDidFinishLaunchingNotification);
-    const auto targets = dispatch.allResponders();
-    ASSERT_EQ(names(targets), QStringList({"actiontests::VDActionTargetHelp",
-                                           "actiontests::VHActionTargetFeedback"}));
-    EXPECT_EQ(dispatch.nextResponder(), targets[0].get());
-    EXPECT_EQ(targets[0]->nextResponder(), targets[1].get());
-    EXPECT_EQ(targets[1]->nextResponder(), nullptr);
+    launch();
+    const QString targets = "actiontests::VDActionTargetHelp actiontests::VHActionTargetFeedback";
+    EXPECT_EQ(chain(VKResponder::applicationResponder()),
+              "VKResponder VKActionDispatch " + targets);
     EXPECT_TRUE(dispatch.acceptsFirstResponder());
     EXPECT_TRUE(dispatch.becomeFirstResponder());
 
     // Relinking leaves what follows the last target alone.
     VKResponder beyond;
-    targets[1]->setNextResponder(&beyond);
+    dispatch.allResponders().last()->setNextResponder(&beyond);
     dispatch.updateResponders();
-    EXPECT_EQ(targets[1]->nextResponder(), &beyond);
+    EXPECT_EQ(chain(&dispatch), "VKActionDispatch " + targets + " VKResponder");
 }
 
 class Window : public QMainWindow
@@ -358,23 +333,19 @@ TEST_F(Dispatch, MenuOfCommandActionsFollowsTargetsAndTheFocusedField)
     VKActionTarget *help = targets[0].get(), *feedback = targets[1].get();
 
     // Each step's states, in the order showHelp sendFeedback shared windowCommand none.
-    struct Step
-    {
-        const char *name;
-        std::function<void()> change;
-        QString states;
-    } steps[] = {
+    // clang-format off
+    const std::tuple<const char *, std::function<void()>, QString> steps[] = {
         {"feedback becomes valid", [&] { feedback->setValid(true); }, "11110"},
-        {"help becomes invalid; feedback still has shared", [&] { help->setValid(false); },
-         "01110"},
+        {"help becomes invalid; feedback still has shared", [&] { help->setValid(false); }, "01110"},
         {"help valid again", [&] { help->setValid(true); }, "11110"},
         {"editing text disables the targets' commands", [&] { window.edit->setFocus(); }, "00010"},
         {"a read-only field is not being edited", [&] { window.readOnly->setFocus(); }, "11110"},
     };
-    for (const Step &step : steps) {
-        SCOPED_TRACE(step.name);
-        step.change();
-        EXPECT_EQ(window.enabledStates(), step.states);
+    // clang-format on
+    for (const auto &[name, change, states] : steps) {
+        SCOPED_TRACE(name);
+        change();
+        EXPECT_EQ(window.enabledStates(), states);
     }
 
     performed.clear();

@@ -1,6 +1,7 @@
 // A program run by the extension registry tests as a separate process, since the registry is
 // read once per process. It embeds its own ":/Info.plist" with roles and links a framework that
-// declares more. Its arguments are plug-ins to load first; it reports the shared registry as JSON.
+// declares more. Its arguments are plug-ins to load first; it prints what the shared registry
+// answers, one line per table and per role.
 #include "Application/VKExtensionRegistry.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
@@ -9,8 +10,6 @@
 #include "RegistryTestService.h"
 
 #include <QCoreApplication>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <cstdio>
 
@@ -25,67 +24,53 @@ VK_REGISTER_CLASS(VKRegistryMainService, VKRegistryTestService)
 
 namespace {
 
-void print(const QString &line)
+QString orDash(const QString &text)
 {
-    std::printf("%s\n", line.toUtf8().constData());
-    std::fflush(stdout);
+    return text.isNull() ? QStringLiteral("-") : text;
 }
 
-QJsonValue optionalMap(const std::optional<QVariantMap> &map)
+QString keys(const std::optional<QVariantMap> &map)
 {
-    return map ? QJsonValue(QJsonObject::fromVariantMap(*map)) : QJsonValue();
+    return map ? QStringList(map->keys()).join(u',') : QStringLiteral("-");
 }
 
-QJsonObject describeRole(const QString &role)
+// "role: class name|class<base|origin of a new object|fresh|the declaration's Note".
+QString describeRole(const QString &role)
 {
-    const QString className = VKExtensionRegistry::classNameForRole(role);
     const auto info = VKExtensionRegistry::classForRole(role);
     const auto first = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
     const auto second = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
-    return QJsonObject{
-        {"info", optionalMap(VKExtensionRegistry::sharedRegistry().extensionInfoForRole(role))},
-        {"className", className.isNull() ? QJsonValue() : QJsonValue(className)},
-        {"class", info ? QJsonValue(info->name + u'<' + info->baseName) : QJsonValue()},
-        {"origin", first ? QJsonValue(first->origin()) : QJsonValue()},
-        {"fresh", first && second && first != second},
-    };
+    const auto declared = VKExtensionRegistry::sharedRegistry().extensionInfoForRole(role);
+    return role + ": " + orDash(VKExtensionRegistry::classNameForRole(role)) + u'|' +
+           (info ? info->name + u'<' + info->baseName : QStringLiteral("-")) + u'|' +
+           (first ? first->origin() : QStringLiteral("-")) + u'|' +
+           (first && second && first != second ? "fresh" : "none") + u'|' +
+           orDash(declared ? declared->value(QStringLiteral("Note")).toString() : QString());
 }
 
-int reportRegistry(const QStringList &plugIns)
+QString report()
 {
-    for (const QString &path : plugIns) {
-        VKError error;
-        if (!VKBundle::loadPlugInAtPath(path, &error)) {
-            print("cannot load " + path + ": " + error.localizedDescription());
-            return 3;
-        }
-    }
-    QJsonObject report;
     try {
         VKExtensionRegistry &registry = VKExtensionRegistry::sharedRegistry();
-        QJsonObject roles;
+        QString text =
+            QStringLiteral("same=%1 loaded=%2\nmain: %3\nminor: %4\n")
+                .arg(int(&registry == &VKExtensionRegistry::sharedRegistry()))
+                .arg(int(registry.extensionInfosLoaded()))
+                .arg(keys(registry.mainExtensionInfo()), keys(registry.minorExtensionInfo()));
         for (const char *role : {"SharedRole", "MainRole", "FrameworkRole", "PlugInRole",
                                  "MissingRole", "NumberRole", "UnknownRole"})
-            roles.insert(role, describeRole(role));
-        report = QJsonObject{
-            {"same", &registry == &VKExtensionRegistry::sharedRegistry()},
-            {"loaded", registry.extensionInfosLoaded()},
-            {"main", optionalMap(registry.mainExtensionInfo())},
-            {"minor", QJsonObject::fromVariantMap(registry.minorExtensionInfo())},
-            {"roles", roles},
-        };
+            text += describeRole(role) + u'\n';
+        return text;
     } catch (const VKException &exception) {
-        report.insert("exception", exception.name() + u'|' + exception.reason());
         // The registry was not made: the next use tries again and fails the same way.
+        QString again = QStringLiteral("made");
         try {
-            VKExtensionRegistry::classNameForRole("SharedRole");
-            report.insert("again", "made");
-        } catch (const VKException &again) {
-            report.insert("again", again.reason());
+            VKExtensionRegistry::classNameForRole(QStringLiteral("SharedRole"));
+        } catch (const VKException &second) {
+            again = second.reason();
         }
+        return exception.name() + u'|' + exception.reason() + "\nagain: " + again + u'\n';
     }
-    print(QString::fromUtf8(QJsonDocument(report).toJson(QJsonDocument::Compact)));
-    return 0;
 }
 
 } // namespace
@@ -93,5 +78,14 @@ int reportRegistry(const QStringList &plugIns)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    return reportRegistry(app.arguments().mid(1)) + 0 * vkRegistryFrameworkMarker();
+    for (const QString &path : app.arguments().mid(1)) {
+        VKError error;
+        if (!VKBundle::loadPlugInAtPath(path, &error)) {
+            std::printf("cannot load %s: %s\n", qPrintable(path),
+                        qPrintable(error.localizedDescription()));
+            return 3;
+        }
+    }
+    std::printf("%s", report().toUtf8().constData());
+    return vkRegistryFrameworkMarker() == 18 ? 0 : 4;
 }

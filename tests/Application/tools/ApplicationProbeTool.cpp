@@ -1,7 +1,6 @@
-// A small tool on the application frame, run by the tests as a separate process. It reports
-// what it parsed, prints its usage for --help, and finishes from a timer after --delay seconds
-// with the exit code given by --exit. It also prints the launch and termination notifications
-// it receives.
+// A small tool on the application frame, run by the tests as a separate process. It prints its
+// usage for --help and finishes from a timer after --delay seconds with the exit code given by
+// --exit. It also prints the launch and termination notifications it receives.
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
 #include "Foundation/VKApplicationLifecycle.h"
@@ -10,13 +9,6 @@
 #include <QTimer>
 
 namespace {
-
-const char *stateName(VKApplication::State state)
-{
-    return state == VKApplication::State::DelegateRunning ? "delegate running"
-           : state == VKApplication::State::Waiting       ? "waiting"
-                                                          : "other";
-}
 
 class ProbeDelegate : public VKApplicationDelegate
 {
@@ -34,22 +26,18 @@ public:
     void application(VKApplication &application,
                      const std::shared_ptr<VKApplicationArguments> &arguments) override
     {
-        for (const QString &argument : arguments->arguments())
-            VKPrint(QStringLiteral("argument [%@]"), argument);
         const QVariantMap parameters = arguments->parameters();
-        for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
-            VKPrint(QStringLiteral("parameter %@ [%@]"), it.key(), it.value());
         if (arguments->options().contains(QStringLiteral("help")))
             application.printUsage();
         const qint64 exitCode = parameters.value(QStringLiteral("exit")).toLongLong();
         VKApplication *app = &application;
-        QTimer::singleShot(
-            int(parameters.value(QStringLiteral("delay")).toDouble() * 1000), [app, exitCode] {
-                VKPrint(QStringLiteral("finishing while %s"), stateName(app->state()));
-                app->setExitCode(exitCode);
-                app->setFinished(true);
-            });
-        VKPrint(QStringLiteral("returning while %s"), stateName(application.state()));
+        QTimer::singleShot(int(parameters.value(QStringLiteral("delay")).toDouble() * 1000),
+                           [app, exitCode] {
+                               VKPrint(QStringLiteral("finishing"));
+                               app->setExitCode(exitCode);
+                               app->setFinished(true);
+                           });
+        VKPrint(QStringLiteral("returning"));
     }
 };
 
