@@ -181,11 +181,7 @@ QByteArray nestedArrays(uint32_t levels, bool loop)
 // Objects met again, through links, lists and maps, and around cycles, decode to one object.
 TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
 {
-    struct Case
-    {
-        const char *name;
-        int length;
-    };
+    struct Case { const char *name; int length; };
     for (const Case &c : {Case{"self", 1}, Case{"pair", 2}, Case{"ring of five", 5}}) {
         SCOPED_TRACE(c.name);
         std::vector<std::shared_ptr<ArchiveNode>> ring;
@@ -220,11 +216,7 @@ TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
 TEST(KeyedArchiver, ValuesRoundTrip)
 {
     const QDateTime date = VKDate::dateWithTimeIntervalSinceReferenceDate(-12.5);
-    struct Case
-    {
-        const char *name;
-        QVariant value;
-    };
+    struct Case { const char *name; QVariant value; };
     const Case cases[] = {
         {"nil", QVariant()},
         {"true", true},
@@ -402,12 +394,7 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
                 value);
         };
     };
-    struct Case
-    {
-        const char *name;
-        QByteArray data;
-        QString description;
-    };
+    struct Case { const char *name; QByteArray data; QString description; };
     const QString notArchive = "The data is not a keyed archive";
     const Case cases[] = {
         {"empty", QByteArray(), notArchive},
