@@ -54,20 +54,22 @@ QString findProgram(const QString &name)
 struct ProcessRun
 {
     int status = -1;
-    QByteArray output;
+    QByteArray output, errors; // errors only when kept apart
 };
 
 ProcessRun run(const QString &program, const QStringList &arguments,
-               const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+               const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
+               QProcess::ProcessChannelMode channels = QProcess::MergedChannels)
 {
     QProcess process;
     process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setProcessChannelMode(channels);
     process.start(program, arguments);
     ProcessRun result;
     if (!process.waitForFinished(300000))
         return result;
-    result.output = process.readAll();
+    result.output = process.readAllStandardOutput();
+    result.errors = process.readAllStandardError();
     result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     return result;
 }
@@ -180,9 +182,7 @@ protected:
 
     static quint64 statfsTotal(const QString &path)
     {
-        struct statfs st
-        {
-        };
+        struct statfs st = {};
         EXPECT_EQ(statfs(QFile::encodeName(path).constData(), &st), 0);
         return quint64(st.f_bsize) * st.f_blocks;
     }
@@ -233,9 +233,7 @@ TEST_F(MountedVolumes, CreationDatesAndDeviceProperties)
         ASSERT_NE(info, nullptr);
         EXPECT_EQ(info->mountPath(), mount);
         EXPECT_EQ(info->createDate(), created[i++]);
-        struct stat device
-        {
-        };
+        struct stat device = {};
         ASSERT_EQ(stat(QStorageInfo(mount).device().constData(), &device), 0);
         const std::optional<QVariantMap> description =
             VKStatInfo::diskArbitrationInfoForVolumeAtPath(device.st_rdev);
@@ -320,11 +318,6 @@ QString field(const char *name, const QString &value)
            value + u'\n';
 }
 
-QString field(const char *name, const char *value)
-{
-    return field(name, QString::fromLatin1(value));
-}
-
 QString sizeField(const char *name, quint64 bytes)
 {
     return field(name, QStringLiteral("%1 (%2 bytes)")
@@ -337,18 +330,16 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     VKTempDir home;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.path());
-    const struct
-    {
-        const char *card, *type, *created, *createdId;
-    } cards[] = {{"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
-                 {"CARD_B", "ext2", "none", "1904-01-01"}};
+    // clang-format off
+    const struct { const char *card, *type, *created, *createdId; } cards[] = {
+        {"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
+        {"CARD_B", "ext2", "none", "1904-01-01"}};
+    // clang-format on
     QString expected;
     QStringList arguments;
     for (const auto &card : cards) {
         const QString mount = mountPoint(card.card);
-        struct statfs st
-        {
-        };
+        struct statfs st = {};
         ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
         const quint64 total = quint64(st.f_bsize) * st.f_blocks;
         expected += (expected.isEmpty() ? "" : "\n") + mount + "/\n" + field("mount path", mount) +
@@ -366,16 +357,14 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         arguments.append(mount + u'/');
     }
     arguments.append(mountPoint("CARD_A") + "/missing");
-    QProcess vkvol;
-    vkvol.setProcessEnvironment(environment);
-    vkvol.start(QStringLiteral(VKVOL_PATH), arguments);
-    ASSERT_TRUE(vkvol.waitForFinished(60000));
-    EXPECT_EQ(QString::fromUtf8(vkvol.readAllStandardOutput()), expected);
-    EXPECT_EQ(QString::fromUtf8(vkvol.readAllStandardError()),
+    const ProcessRun vkvol =
+        run(QStringLiteral(VKVOL_PATH), arguments, environment, QProcess::SeparateChannels);
+    EXPECT_EQ(QString::fromUtf8(vkvol.output), expected);
+    EXPECT_EQ(QString::fromUtf8(vkvol.errors),
               QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
                              "path %1/missing. File does not exist.\n")
                   .arg(mountPoint("CARD_A")));
-    EXPECT_EQ(vkvol.exitCode(), 1);
+    EXPECT_EQ(vkvol.status, 1);
 
     // JSON: the same figures, numbers as numbers.
     const ProcessRun json = run(QStringLiteral(VKVOL_PATH),

@@ -77,6 +77,14 @@ class LateNode : public ArchiveNode
     VK_CODING_CLASS(LateNode)
 };
 
+// Names itself as told, an empty name included.
+class NamedNode : public ArchiveNode
+{
+public:
+    QString className;
+    QString classNameForCoder() const override { return className; }
+};
+
 // Registered, but not archivable.
 struct NotCoding
 {
@@ -278,12 +286,22 @@ TEST(KeyedArchiver, TopLevelKeysAndScalars)
 
 TEST(KeyedArchiver, UnarchivableValuesFailTheArchive)
 {
-    VKKeyedArchiver archiver;
-    archiver.encodeValue("point", QVariant::fromValue(QSize(1, 2)));
-    VKError error;
-    EXPECT_TRUE(archiver.encodedData(&error).isEmpty());
-    EXPECT_EQ(error.code(), VKCoderInvalidValueError);
-    EXPECT_EQ(error.localizedDescription(), "A value of type QSize cannot be archived");
+    // A class name the layout reserves for itself cannot be archived either.
+    auto reserved = std::make_shared<NamedNode>();
+    reserved->className = "$classes";
+    const std::pair<QVariant, QString> cases[] = {
+        {QVariant::fromValue(QSize(1, 2)), "A value of type QSize cannot be archived"},
+        {VKCoding::variantWithObject(std::make_shared<NamedNode>()),
+         "An object has no class name to archive"},
+        {VKCoding::variantWithObject(reserved), "An object has no class name to archive"}};
+    for (const auto &[value, description] : cases) {
+        VKKeyedArchiver archiver;
+        archiver.encodeValue("value", value);
+        VKError error;
+        EXPECT_TRUE(archiver.encodedData(&error).isEmpty());
+        EXPECT_EQ(error.code(), VKCoderInvalidValueError);
+        EXPECT_EQ(error.localizedDescription(), description);
+    }
 }
 
 TEST(KeyedArchiver, ClassesNamedFirstCanBeLoadedBeforeTheirObjects)

@@ -129,5 +129,6 @@ TEST(VKDate, ReferenceDateConversions)
     EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(0).toString(Qt::ISODate),
               QStringLiteral("1970-01-01T00:00:00Z"));
     EXPECT_FALSE(VKDate::dateWithTimeIntervalSince1970(std::nan("")).isValid());
+    EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(-0.0006).toMSecsSinceEpoch(), -1); // rounded
     EXPECT_DOUBLE_EQ(VKDate::timeIntervalBetween(ref.addSecs(90), ref), 90.0);
 }
