@@ -144,8 +144,8 @@ TEST(StatInfoRootVolume, EachGroupIsReadAtMostEveryTenSeconds)
         {[&] { info->displayName(); }, [&] { return info->lastUpdateForDisplayName(); }},
         {[&] { info->isRemovable(); }, [&] { return info->lastUpdateForFSVolumeInfo(); }},
         {[&] { info->volumeIcon(); }, [&] { return info->lastUpdateForVolumeIcon(); }},
-    };    // clang-format on
-
+    };
+    // clang-format on
     for (const auto &group : groups) {
         const QDateTime start = clock;
         EXPECT_TRUE(group.stamp().isNull() || group.stamp() == start);

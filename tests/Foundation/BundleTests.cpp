@@ -156,20 +156,21 @@ TEST(Bundle, ResourcesComeFromTheResourceFolder)
 
 TEST(Bundle, EmbeddedInfoPlistIsCompletedFromTheApplication)
 {
-    const QJsonObject report = QJsonDocument::fromJson(runProbe("bundle")).object();
-    ASSERT_FALSE(report.isEmpty());
-    const QJsonObject info = report.value("info").toObject();
     // The property list's own keys win; what it lacks comes from the application.
-    EXPECT_EQ(info, (QJsonObject{{"CFBundleName", "Probe Display Name"}, {"CFBundleVersion", "77"},
-                                 {"LSUIElement", true}, {"CFBundleShortVersionString", "5.0.1"},
-                                 {"CFBundleIdentifier", "example.vessan.vkfoundation_probe"},
-                                 {"CFBundleExecutable", "vkfoundation_probe"}}));
-    EXPECT_EQ(report.value("path").toString(), QCoreApplication::applicationDirPath());
-    EXPECT_EQ(report.value("resource").toString(), ":/Info.plist");
-    EXPECT_EQ(report.value("frameworks").toArray(),
-              (QJsonArray{QJsonArray{"VessanUtilities", VKLibraryVersion()},
-                          QJsonArray{"com.vessan.tests.Framework", "1.2"}}));
-    EXPECT_EQ(report.value("frameworkRoles").toObject().keys(), QStringList{"FrameworkRole"});
+    const QString folder = QCoreApplication::applicationDirPath();
+    // clang-format off
+    const QJsonObject expected{
+        {"info", QJsonObject{{"CFBundleName", "Probe Display Name"}, {"CFBundleVersion", "77"},
+                             {"LSUIElement", true}, {"CFBundleShortVersionString", "5.0.1"},
+                             {"CFBundleIdentifier", "example.vessan.vkfoundation_probe"},
+                             {"CFBundleExecutable", "vkfoundation_probe"}}},
+        {"path", folder}, {"resource", ":/Info.plist"}, {"marker", 12},
+        {"frameworks", QJsonArray{QJsonArray{"VessanUtilities", VKLibraryVersion()},
+                                  QJsonArray{"com.vessan.tests.Framework", "1.2"}}},
+        {"lookup", folder + " (com.vessan.tests.Framework)"},
+        {"frameworkRoles", QJsonObject{{"FrameworkRole", QJsonObject{{"VKClassName", "Nothing"}}}}}};
+    // clang-format on
+    EXPECT_EQ(QJsonDocument::fromJson(runProbe("bundle")).object(), expected);
 }
 
 TEST(ApplicationLifecycle, NotificationsComeOnceInOrder)

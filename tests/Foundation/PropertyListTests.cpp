@@ -12,10 +12,7 @@
 
 #include <limits>
 
-namespace {
-
-const QDateTime kReference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-
+// Shared with the user-defaults tests of this suite.
 QByteArray everyByte()
 {
     QByteArray bytes;
@@ -23,6 +20,10 @@ QByteArray everyByte()
         bytes.append(char(i));
     return bytes;
 }
+
+namespace {
+
+const QDateTime kReference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
 
 QVariant roundTrip(const QVariant &value, VKPropertyListFormat format)
 {

@@ -44,15 +44,10 @@ int runProbe(const QStringList &arguments)
     return process.exitCode();
 }
 
-QByteArray everyByte()
-{
-    QByteArray bytes;
-    for (int i = 0; i < 256; ++i)
-        bytes.append(char(i));
-    return bytes;
-}
-
 } // namespace
+
+// The 256 byte values in order; defined with the property-list tests.
+QByteArray everyByte();
 
 TEST_F(UserDefaults, RegisteredValuesApplyOnlyWhileNothingIsStored)
 {
@@ -61,8 +56,7 @@ TEST_F(UserDefaults, RegisteredValuesApplyOnlyWhileNothingIsStored)
               dir.path() + "/" + VKUserDefaults::applicationIdentifier() + ".json");
     defaults->registerDefaults({{"mode", "fast"}, {"count", 3}});
     defaults->registerDefaults({{"count", 4}});
-    EXPECT_EQ(defaults->stringForKey("mode"), "fast");
-    EXPECT_EQ(defaults->integerForKey("count"), 4);
+    EXPECT_EQ(defaults->stringForKey("mode") + defaults->stringForKey("count"), "fast4");
     defaults->setObject("slow", "mode");
     EXPECT_EQ(defaults->stringForKey("mode"), "slow");
     defaults->removeObjectForKey("mode");
@@ -174,9 +168,7 @@ TEST_F(UserDefaults, ChangesArePostedOnTheChangingThread)
     defaults->removeObjectForKey("n");
     center.removeObserver(&owner);
     EXPECT_EQ(VKUserDefaultsDidChangeNotification, "VKUserDefaultsDidChangeNotification");
-    ASSERT_EQ(threads.size(), 2);
-    EXPECT_EQ(threads[0], writer);
-    EXPECT_EQ(threads[1], QThread::currentThreadId());
+    EXPECT_EQ(threads, (QList<Qt::HANDLE>{writer, QThread::currentThreadId()}));
 }
 
 TEST_F(UserDefaults, ValuesKeepTheirExactTypesThroughTheFile)
