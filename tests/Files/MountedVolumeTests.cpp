@@ -7,6 +7,7 @@
 #include "Files/VKPath.h"
 #include "Files/VKStatInfo.h"
 #include "Files/VKVolumeInfoCache.h"
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
@@ -51,27 +52,11 @@ QString findProgram(const QString &name)
                           : path;
 }
 
-struct ProcessRun
+// Runs a program with its two output channels merged.
+VKProgramRun run(const QString &program, const QStringList &arguments,
+                 const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
-    int status = -1;
-    QByteArray output, errors; // errors only when kept apart
-};
-
-ProcessRun run(const QString &program, const QStringList &arguments,
-               const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
-               QProcess::ProcessChannelMode channels = QProcess::MergedChannels)
-{
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(channels);
-    process.start(program, arguments);
-    ProcessRun result;
-    if (!process.waitForFinished(300000))
-        return result;
-    result.output = process.readAllStandardOutput();
-    result.errors = process.readAllStandardError();
-    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
+    return vkRunProgram(program, arguments, environment, QProcess::MergedChannels);
 }
 
 TEST(MountNamespace, RunsTheVolumeTests)
@@ -89,7 +74,7 @@ TEST(MountNamespace, RunsTheVolumeTests)
     environment.insert(QString::fromLatin1(kParentNamespaceVariable), mountNamespace());
     // A fixed zone an hour east of UTC (no zone database needed).
     environment.insert(QStringLiteral("TZ"), QStringLiteral("CET-1"));
-    const ProcessRun child =
+    const VKProgramRun child =
         run(findProgram(QStringLiteral("unshare")),
             {QStringLiteral("--mount"), QStringLiteral("--propagation"), QStringLiteral("private"),
              QCoreApplication::applicationFilePath(),
@@ -120,7 +105,7 @@ protected:
         media = QDir(QStringLiteral("/media")).exists() ? QStringLiteral("/media")
                                                         : QStringLiteral("/mnt");
         // ramfs hides the media root itself from the list of mounted volumes, like a folder.
-        ProcessRun ramfs =
+        VKProgramRun ramfs =
             run(findProgram(QStringLiteral("mount")),
                 {QStringLiteral("-t"), QStringLiteral("ramfs"), QStringLiteral("vkmedia"), media});
         if (ramfs.status != 0) {
@@ -138,7 +123,7 @@ protected:
             const QString file = images->filePath(words[0] + ".img");
             QFile(file).open(QIODevice::WriteOnly);
             QFile::resize(file, 8 << 20);
-            const ProcessRun mkfs = run(findProgram(QStringLiteral("mke2fs")),
+            const VKProgramRun mkfs = run(findProgram(QStringLiteral("mke2fs")),
                                         QStringList{"-q", "-F", "-L"} + words + QStringList(file),
                                         fixedTime);
             if (mkfs.status != 0) {
@@ -169,7 +154,7 @@ protected:
     static QString mountImage(const QString &label, const QString &where)
     {
         QDir().mkpath(where);
-        const ProcessRun mount =
+        const VKProgramRun mount =
             run(findProgram(QStringLiteral("mount")), {QStringLiteral("-o"), QStringLiteral("loop"),
                                                        images->filePath(label + ".img"), where});
         return mount.status == 0 ? QString() : QString::fromLocal8Bit(mount.output).trimmed();
@@ -351,8 +336,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         arguments.append(mount + u'/');
     }
     arguments.append(mountPoint("CARD_A") + "/missing");
-    const ProcessRun vkvol =
-        run(QStringLiteral(VKVOL_PATH), arguments, environment, QProcess::SeparateChannels);
+    const VKProgramRun vkvol = vkRunProgram(QStringLiteral(VKVOL_PATH), arguments, environment);
     EXPECT_EQ(QString::fromUtf8(vkvol.output), expected);
     EXPECT_EQ(QString::fromUtf8(vkvol.errors),
               QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
@@ -361,7 +345,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     EXPECT_EQ(vkvol.status, 1);
 
     // JSON: the same figures, numbers as numbers.
-    const ProcessRun json = run(QStringLiteral(VKVOL_PATH),
+    const VKProgramRun json = run(QStringLiteral(VKVOL_PATH),
                                 {QStringLiteral("--json"), mountPoint("CARD_A")}, environment);
     ASSERT_EQ(json.status, 0) << json.output.constData();
     const QJsonObject a = QJsonDocument::fromJson(json.output).array().at(0).toObject();
@@ -376,7 +360,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         QFile(mountPoint(file)).open(QIODevice::WriteOnly);
         files.append(mountPoint(file));
     }
-    const ProcessRun shortLines =
+    const VKProgramRun shortLines =
         run(QStringLiteral(VKVOL_PATH), QStringList(QStringLiteral("--short")) + files, environment);
     EXPECT_EQ(shortLines.status, 0);
     EXPECT_EQ(QString::fromUtf8(shortLines.output),

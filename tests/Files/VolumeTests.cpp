@@ -6,11 +6,11 @@
 #include "Files/VKVolumeInfoCache.h"
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStorageInfo>
 #include <QThread>
 #include <QtEndian>
@@ -226,20 +226,16 @@ TEST(PathUtility, FailureEndsTheProcess)
         ADD_FAILURE() << "still running";
         return;
     }
-    QProcess child;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("VK_TEST_TERMINATE_CHILD"), QStringLiteral("1"));
-    child.setProcessEnvironment(env);
-    child.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")});
-    ASSERT_TRUE(child.waitForFinished(30000));
-    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(child.exitCode(), 1);
-    const QByteArray err = child.readAllStandardError();
-    EXPECT_TRUE(err.endsWith("Could not remove item at path /proc/self/status (Operation not "
-                             "permitted)\n"))
-        << err.constData();
-    EXPECT_FALSE(child.readAllStandardOutput().contains("still running"));
+    const VKProgramRun child = vkRunProgram(
+        QCoreApplication::applicationFilePath(),
+        {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")}, env);
+    EXPECT_EQ(child.status, 1);
+    EXPECT_TRUE(child.errors.endsWith("Could not remove item at path /proc/self/status (Operation "
+                                      "not permitted)\n"))
+        << child.errors.constData();
+    EXPECT_FALSE(child.output.contains("still running"));
 }
 
 TEST(VolumeInfoCache, PathsOutsideMediaRootsBelongToTheRootVolume)

@@ -4,6 +4,7 @@
 #include "Foundation/VKPropertyList.h"
 #include "Foundation/VKVersion.h"
 
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
@@ -12,7 +13,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -31,15 +31,11 @@ QStringList identifiers(const QList<std::shared_ptr<VKBundle>> &bundles)
     return list;
 }
 
-// Runs the probe program and answers what it printed.
+// What the probe program printed, when it ran to a successful end.
 QByteArray runProbe(const QString &mode)
 {
-    QProcess process;
-    process.start(vkTestBinaryPath("vkfoundation_probe"), {mode});
-    if (!process.waitForFinished(20000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        return {};
-    return process.readAllStandardOutput();
+    const VKProgramRun probe = vkRunProgram(vkTestBinaryPath("vkfoundation_probe"), {mode});
+    return probe.status == 0 ? probe.output : QByteArray();
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "Foundation/VKNotificationCenter.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "../support/VKTestProcess.h"
 #include "../support/VKTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -34,15 +35,6 @@ QString probe()
     return vkTestBinaryPath("vkdefaults_probe");
 }
 
-// Runs the probe to its end; answers its exit code (-1 when it did not finish normally).
-int runProbe(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(probe(), arguments);
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
-        return -1;
-    return process.exitCode();
-}
 
 } // namespace
 
@@ -368,7 +360,7 @@ TEST_F(UserDefaults, PendingValuesAreWrittenWhenTheProcessEnds)
     for (const auto &[mode, keys] : QList<std::pair<QString, QStringList>>{
              {"exit", {"set/before exit"}}, {"quit", {"setBeforeQuit", "setInAboutToQuit"}}}) {
         VKTempDir folder;
-        ASSERT_EQ(runProbe({mode, folder.path()}), 0) << mode;
+        ASSERT_EQ(vkRunProgram(probe(), {mode, folder.path()}).status, 0) << mode;
         EXPECT_EQ(VKUserDefaults(folder.path() + "/com.example.Probe.json").dictionaryRepresentation().keys(),
                   keys) << mode;
     }
