@@ -115,7 +115,8 @@ TEST(VKFileSequence, SequencesFromFiles)
               "/V/c_0003.dpx|3|9223372036854775807|0|");
     EXPECT_FALSE(S::fileSequenceWithSequenceOfFiles({}));
     QStringList all;
-    for (const auto &s : S::fileSequencesWithFiles({"/V/c_0002.dpx", "/V/notes.txt", "/V/c_0001.dpx"}))
+    for (const auto &s :
+         S::fileSequencesWithFiles({"/V/c_0002.dpx", "/V/notes.txt", "/V/c_0001.dpx"}))
         all << s->identifier() + " " + QString::number(s->numberOfFiles());
     EXPECT_EQ(all, (L{"/V/c_1-2####.dpx 2", "/V/notes.txt 1"}));
 }
@@ -165,9 +166,10 @@ TEST(VKFileSequence, Identifiers)
     S s;
     EXPECT_FALSE(s.parseIdentifier(QString()));
     EXPECT_FALSE(s.parseIdentifier(QStringLiteral("")));
-    const QString context = "error VessanUtilities -[VKFileSequence parseIdentifier:] VKFileSequence " +
-                            vkFormat("%p", static_cast<const void *>(&s)) +
-                            ": [VKFileSequence parseIdentifier:] was called with ";
+    const QString context =
+        "error VessanUtilities -[VKFileSequence parseIdentifier:] VKFileSequence " +
+        vkFormat("%p", static_cast<const void *>(&s)) +
+        ": [VKFileSequence parseIdentifier:] was called with ";
     QStringList lines;
     for (const VKLogEntry &entry : log.entries())
         lines << entry.line();

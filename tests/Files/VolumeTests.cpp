@@ -82,9 +82,10 @@ TEST(StatInfoMountPaths, PathsOnTheRootVolumeAndMissingPaths)
     const QString missing = dir.filePath(QStringLiteral("missing/x"));
     VKError error;
     EXPECT_TRUE(VKStatInfo::mountPathForPath(missing, &error).isNull());
-    EXPECT_EQ(error.description(), "Error Domain=VQErrorDomainVessanUtilities Code=0 \"Could not get "
-                                   "filesystem statistics for file at path " + missing +
-                                       ". File does not exist.\"");
+    EXPECT_EQ(error.description(),
+              "Error Domain=VQErrorDomainVessanUtilities Code=0 \"Could not get "
+              "filesystem statistics for file at path " +
+                  missing + ". File does not exist.\"");
     EXPECT_EQ(VKStatInfo::statInfoForPath(missing), nullptr);
     EXPECT_EQ(VKStatInfo::statInfoForPath(file), VKStatInfo::statInfoForPath(kRoot));
     EXPECT_EQ(VKStatInfo::cachedStatInfoForMountPath(kRoot), VKStatInfo::statInfoForPath(file));
@@ -125,7 +126,8 @@ TEST(StatInfoRootVolume, IdentityAndNetworkTypes)
     EXPECT_EQ(VKStatInfo::statInfoForPath(kRoot)->vessanVolumeID(), id);
     VKUserDefaults::setStandardUserDefaultsFolder(QString());
     QStringList network;
-    for (const QString &type : QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs", "ext4", "vfat", "fuse"})
+    for (const QString &type :
+         QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs", "ext4", "vfat", "fuse"})
         if (VKStatInfo::isNetworkFileSystemType(type))
             network << type;
     EXPECT_EQ(network, (QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs"}));
@@ -302,7 +304,8 @@ TEST(VolumeInfoCache, PathRecords)
     const auto on = [&](const char *relative) {
         return VKPath::pathWithVolumeInfo(root, QString::fromLatin1(relative), false);
     };
-    for (const auto &[a, b, order] : std::initializer_list<std::tuple<const char *, const char *, int>>{
+    for (const auto &[a, b, order] :
+         std::initializer_list<std::tuple<const char *, const char *, int>>{
              {"a/B", "a/a", -1}, {"a/b", "a/b/", 0}, {"a10", "a9", -1}, {"b", "a", 1}})
         EXPECT_EQ(on(a)->compare(*on(b)), order) << a << " " << b;
 }

@@ -145,7 +145,8 @@ TEST(Bundle, ResourcesComeFromTheResourceFolder)
     };
     // clang-format on
     for (const auto &c : cases)
-        EXPECT_EQ(bundle->pathForResource(c.resource, c.extension, c.subdirectory), c.expected) << c.name;
+        EXPECT_EQ(bundle->pathForResource(c.resource, c.extension, c.subdirectory), c.expected)
+            << c.name;
     EXPECT_EQ(bundle->pathsForResourcesOfType("txt"), (QStringList{readme, notes}));
     EXPECT_EQ(bundle->pathsForResourcesOfType("", "Images"), QStringList{icon});
 }

@@ -230,6 +230,7 @@ TEST(KeyedArchiver, ValuesRoundTrip)
     const QDateTime date = VKDate::dateWithTimeIntervalSinceReferenceDate(-12.5);
     // nil, true, the integer extremes, -1, a double, infinity, strings, data with zero bytes,
     // empty data, a date before the reference date, a nested list and a map with odd keys.
+    // clang-format off
     const QVariant values[] = {
         QVariant(), true, qlonglong(std::numeric_limits<qint64>::max()),
         qlonglong(std::numeric_limits<qint64>::min()), qlonglong(-1), -0.1,
@@ -237,6 +238,7 @@ TEST(KeyedArchiver, ValuesRoundTrip)
         QByteArray("\0\1\0\xff", 4), QByteArray(""), date,
         QVariantList{1LL, QVariantList{QString("a"), QVariant()}, 2.5},
         QVariantMap{{"$class", 1LL}, {"", QString("empty key")}, {"a/b", QVariantList{}}}};
+    // clang-format on
     for (const QVariant &value : values) {
         SCOPED_TRACE(testing::Message() << "value " << &value - values);
         auto root = node("values");
@@ -389,9 +391,12 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
     root->next = node("child");
     root->payload = QVariantList{QString("x")};
     const QByteArray good = archive(root);
-    const auto edit = [&](const std::function<void(plist_t)> &change) { return edited(good, change); };
+    const auto edit = [&](const std::function<void(plist_t)> &change) {
+        return edited(good, change);
+    };
     const auto setRoot = [&](plist_t value) {
-        return edit([=](plist_t a) { plist_dict_set_item(plist_dict_get_item(a, "$top"), "root", value); });
+        return edit(
+            [=](plist_t a) { plist_dict_set_item(plist_dict_get_item(a, "$top"), "root", value); });
     };
     const auto setObject = [&](uint32_t index, plist_t value) {
         return edit([=](plist_t a) { plist_array_set_item(objectsOf(a), value, index); });
@@ -409,8 +414,10 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
     };
     const QString notArchive = "The data is not a keyed archive";
     const auto unusable = [](const char *name) {
-        return QStringLiteral("Cannot decode an object of class \"%1\" for key \"root\": the class is "
-                              "unknown or not archivable").arg(name);
+        return QStringLiteral(
+                   "Cannot decode an object of class \"%1\" for key \"root\": the class is "
+                   "unknown or not archivable")
+            .arg(name);
     };
     // clang-format off
     const struct { const char *name; QByteArray data; QString description; } cases[] = {

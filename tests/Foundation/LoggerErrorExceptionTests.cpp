@@ -24,9 +24,10 @@ TEST(VKLogger, EntryCarriesModuleContextAndFormattedMessage)
     EXPECT_EQ(entries[0].line(),
               "error VessanUtilities -[VKCalc setFrameRate:drop:] VKCalc 0x1234abcd: "
               "Unknown framerate: 12.500000 this message will only be logged once");
-    EXPECT_EQ(entries[0].context(), (QVariantMap{{"class", "VKCalc"},
-                                                 {"prettyFunctionOutput", "-[VKCalc setFrameRate:drop:]"},
-                                                 {"pointer", "0x1234abcd"}}));
+    EXPECT_EQ(entries[0].context(),
+              (QVariantMap{{"class", "VKCalc"},
+                           {"prettyFunctionOutput", "-[VKCalc setFrameRate:drop:]"},
+                           {"pointer", "0x1234abcd"}}));
     EXPECT_EQ(entries[1].line(), "info VessanUtilities +[VKFileSequence sequencesWithFiles:] "
                                  "VKFileSequence 0x0: 3 files");
     EXPECT_EQ(entries[1].level, VKLogLevel::Info);
@@ -92,5 +93,6 @@ TEST(VKException, NamesReasonAndWhat)
               "NSInvalidArgumentException|number of variable arguments must be a multiple of 4");
     const std::exception &e =
         VKException(VKUnsupportedParameter, "Drop frames are not supported by VKTimecode yet");
-    EXPECT_STREQ(e.what(), "VKUnsupportedParameter: Drop frames are not supported by VKTimecode yet");
+    EXPECT_STREQ(e.what(),
+                 "VKUnsupportedParameter: Drop frames are not supported by VKTimecode yet");
 }

@@ -296,7 +296,8 @@ TEST_F(UserDefaults, NamedDomainsAreFilesBesideTheStandardOne)
     EXPECT_EQ(VKUserDefaults::defaultsForDomain("com.example.Other")->stringForKey("feature/state"),
               "on");
 
-    for (const QString &unusable : QStringList{"", ".", "..", "../escape", QString::fromUtf8("a\0b", 3)})
+    for (const QString &unusable :
+         QStringList{"", ".", "..", "../escape", QString::fromUtf8("a\0b", 3)})
         EXPECT_EQ(VKUserDefaults::defaultsForDomain(unusable), nullptr) << unusable;
 }
 
@@ -350,7 +351,8 @@ TEST_F(UserDefaults, ProcessesWritingDifferentKeysLoseNothing)
     EXPECT_EQ(second.exitCode(), 0);
     QVariantMap expected;
     for (int i = 0; i < 40; ++i)
-        expected["first" + QString::number(i)] = expected["second" + QString::number(i)] = qlonglong(i);
+        expected["first" + QString::number(i)] = expected["second" + QString::number(i)] =
+            qlonglong(i);
     EXPECT_EQ(VKUserDefaults(path).dictionaryRepresentation(), expected);
 }
 
@@ -361,7 +363,7 @@ TEST_F(UserDefaults, PendingValuesAreWrittenWhenTheProcessEnds)
              {"exit", {"set/before exit"}}, {"quit", {"setBeforeQuit", "setInAboutToQuit"}}}) {
         VKTempDir folder;
         ASSERT_EQ(vkRunProgram(probe(), {mode, folder.path()}).status, 0) << mode;
-        EXPECT_EQ(VKUserDefaults(folder.path() + "/com.example.Probe.json").dictionaryRepresentation().keys(),
-                  keys) << mode;
+        const VKUserDefaults stored(folder.path() + "/com.example.Probe.json");
+        EXPECT_EQ(stored.dictionaryRepresentation().keys(), keys) << mode;
     }
 }
