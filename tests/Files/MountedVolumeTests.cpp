@@ -52,11 +52,11 @@ QString findProgram(const QString &name)
                           : path;
 }
 
-// Runs a program with its two output channels merged.
+// Runs a program found by findProgram, its two output channels merged.
 VKProgramRun run(const QString &program, const QStringList &arguments,
                  const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
-    return vkRunProgram(program, arguments, environment, QProcess::MergedChannels);
+    return vkRunProgram(findProgram(program), arguments, environment, QProcess::MergedChannels);
 }
 
 TEST(MountNamespace, RunsTheVolumeTests)
@@ -74,12 +74,11 @@ TEST(MountNamespace, RunsTheVolumeTests)
     environment.insert(QString::fromLatin1(kParentNamespaceVariable), mountNamespace());
     // A fixed zone an hour east of UTC (no zone database needed).
     environment.insert(QStringLiteral("TZ"), QStringLiteral("CET-1"));
-    const VKProgramRun child =
-        run(findProgram(QStringLiteral("unshare")),
-            {QStringLiteral("--mount"), QStringLiteral("--propagation"), QStringLiteral("private"),
-             QCoreApplication::applicationFilePath(),
-             QStringLiteral("--gtest_filter=MountedVolumes.*")},
-            environment);
+    const VKProgramRun child = run("unshare",
+                                   {"--mount", "--propagation", "private",
+                                    QCoreApplication::applicationFilePath(),
+                                    "--gtest_filter=MountedVolumes.*"},
+                                   environment);
     if (child.status != 0 && child.output.startsWith("unshare:"))
         GTEST_SKIP() << "no private mount namespace here: " << child.output.constData();
     ASSERT_EQ(child.status, 0) << child.output.constData();
@@ -105,9 +104,7 @@ protected:
         media = QDir(QStringLiteral("/media")).exists() ? QStringLiteral("/media")
                                                         : QStringLiteral("/mnt");
         // ramfs hides the media root itself from the list of mounted volumes, like a folder.
-        VKProgramRun ramfs =
-            run(findProgram(QStringLiteral("mount")),
-                {QStringLiteral("-t"), QStringLiteral("ramfs"), QStringLiteral("vkmedia"), media});
+        const VKProgramRun ramfs = run("mount", {"-t", "ramfs", "vkmedia", media});
         if (ramfs.status != 0) {
             skipReason = QStringLiteral("mounting is not possible here: ") +
                          QString::fromLocal8Bit(ramfs.output).trimmed();
@@ -123,9 +120,8 @@ protected:
             const QString file = images->filePath(words[0] + ".img");
             QFile(file).open(QIODevice::WriteOnly);
             QFile::resize(file, 8 << 20);
-            const VKProgramRun mkfs = run(findProgram(QStringLiteral("mke2fs")),
-                                        QStringList{"-q", "-F", "-L"} + words + QStringList(file),
-                                        fixedTime);
+            const VKProgramRun mkfs =
+                run("mke2fs", QStringList{"-q", "-F", "-L"} + words + QStringList(file), fixedTime);
             if (mkfs.status != 0) {
                 skipReason = "mke2fs failed: " + QString::fromLocal8Bit(mkfs.output);
                 return;
@@ -155,14 +151,13 @@ protected:
     {
         QDir().mkpath(where);
         const VKProgramRun mount =
-            run(findProgram(QStringLiteral("mount")), {QStringLiteral("-o"), QStringLiteral("loop"),
-                                                       images->filePath(label + ".img"), where});
+            run("mount", {"-o", "loop", images->filePath(label + ".img"), where});
         return mount.status == 0 ? QString() : QString::fromLocal8Bit(mount.output).trimmed();
     }
 
     static bool unmount(const QString &where)
     {
-        return run(findProgram(QStringLiteral("umount")), {where}).status == 0;
+        return run("umount", {where}).status == 0;
     }
 
     static quint64 statfsTotal(const QString &path)

@@ -82,10 +82,12 @@ TEST(VKHumanReadable, DateRelativeToTodayInTheGivenZone)
     // clang-format on
     for (const auto &c : cases) {
         if (c.now == berlinNow && !berlin.isValid())
-            continue; // no time zone data here
+            continue;
         EXPECT_EQ(VKHumanReadable::humanReadableString(c.date, c.now, c.zone), c.text)
             << c.date.toString(Qt::ISODate) << " at " << c.now.toString(Qt::ISODate);
     }
     EXPECT_TRUE(VKHumanReadable::humanReadableString(QDateTime(), date, QTimeZone::utc()).isNull());
     EXPECT_TRUE(VKHumanReadable::humanReadableString(QDateTime()).isNull());
+    if (!berlin.isValid())
+        GTEST_SKIP() << "no time zone data: the daylight-saving cases did not run";
 }
