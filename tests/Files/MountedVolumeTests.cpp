@@ -340,8 +340,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     EXPECT_EQ(vkvol.status, 1);
 
     // JSON: the same figures, numbers as numbers.
-    const VKProgramRun json = run(QStringLiteral(VKVOL_PATH),
-                                {QStringLiteral("--json"), mountPoint("CARD_A")}, environment);
+    const VKProgramRun json = run(VKVOL_PATH, {"--json", mountPoint("CARD_A")}, environment);
     ASSERT_EQ(json.status, 0) << json.output.constData();
     const QJsonObject a = QJsonDocument::fromJson(json.output).array().at(0).toObject();
     EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(statfsTotal(mountPoint("CARD_A"))));
@@ -355,8 +354,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         QFile(mountPoint(file)).open(QIODevice::WriteOnly);
         files.append(mountPoint(file));
     }
-    const VKProgramRun shortLines =
-        run(QStringLiteral(VKVOL_PATH), QStringList(QStringLiteral("--short")) + files, environment);
+    const VKProgramRun shortLines = run(VKVOL_PATH, QStringList{"--short"} + files, environment);
     EXPECT_EQ(shortLines.status, 0);
     EXPECT_EQ(QString::fromUtf8(shortLines.output),
               QStringLiteral("CARD_A \u2014 C001.mov\nCARD_B \u2014 C001.mov\n"
