@@ -55,22 +55,15 @@ TEST(VKLogger, ConcurrentWritersLoseNothing)
 TEST(VKError, DomainCodeAndDescriptions)
 {
     EXPECT_EQ(VQErrorDomainVessanUtilities, QStringLiteral("VQErrorDomainVessanUtilities"));
-    const VKError e = VKError::errorWithDescription(
-        VQErrorDomainVessanUtilities, 0,
-        QStringLiteral(
-            "Could not get filesystem statistics for file at path /x. File does not exist."));
-    EXPECT_EQ(e.localizedDescription(),
-              QStringLiteral(
-                  "Could not get filesystem statistics for file at path /x. File does not exist."));
-    EXPECT_EQ(e.userInfo().value(QStringLiteral("NSLocalizedDescription")).toString(),
-              e.localizedDescription());
-    EXPECT_EQ(e.description(),
-              QStringLiteral("Error Domain=VQErrorDomainVessanUtilities Code=0 \"Could not get "
-                             "filesystem statistics for file at path /x. File does not exist.\""));
-    const VKError bare(QStringLiteral("Vessan Error Domain"), 7);
-    EXPECT_EQ(
-        bare.localizedDescription(),
-        QStringLiteral("The operation couldn\u2019t be completed. (Vessan Error Domain error 7.)"));
+    const QString text =
+        "Could not get filesystem statistics for file at path /x. File does not exist.";
+    const VKError e = VKError::errorWithDescription(VQErrorDomainVessanUtilities, 0, text);
+    EXPECT_EQ(e.localizedDescription(), text);
+    EXPECT_EQ(e.userInfo().value("NSLocalizedDescription").toString(), text);
+    EXPECT_EQ(e.description(), "Error Domain=VQErrorDomainVessanUtilities Code=0 \"" + text + "\"");
+    const VKError bare("Vessan Error Domain", 7);
+    EXPECT_EQ(bare.localizedDescription(),
+              u"The operation couldn\u2019t be completed. (Vessan Error Domain error 7.)"_qs);
     EXPECT_TRUE(VKError().isNull());
     EXPECT_FALSE(bare.isNull());
     VKError out;

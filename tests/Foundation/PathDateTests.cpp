@@ -79,11 +79,10 @@ TEST(VKSearchPaths, EnvironmentAndTestingRoot)
     qputenv("XDG_CACHE_HOME", "relative/ignored");
     qputenv("XDG_STATE_HOME", "/srv//state");
     qputenv("TMPDIR", "/var/tmp//");
-    EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), QStringLiteral("/srv/data"));
+    EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), "/srv/data");
     EXPECT_EQ(VKSearchPaths::cachesDirectory(), home + "/.cache");
-    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/var/tmp/"));
-    EXPECT_EQ(VKSearchPaths::libraryDirectory(VKSearchPathDomain::User),
-              QStringLiteral("/srv/state/Vessan"));
+    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), "/var/tmp/");
+    EXPECT_EQ(VKSearchPaths::libraryDirectory(VKSearchPathDomain::User), "/srv/state/Vessan");
     EXPECT_EQ(VKSearchPaths::libraryDirectories(7),
               QStringList({"/srv/state/Vessan", "/var/lib/Vessan"}));
     EXPECT_TRUE(VKSearchPaths::libraryDirectory(VKSearchPathDomain::Network).isNull());
@@ -93,20 +92,19 @@ TEST(VKSearchPaths, EnvironmentAndTestingRoot)
     EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), home + "/.local/share");
     EXPECT_EQ(VKSearchPaths::libraryDirectory(VKSearchPathDomain::User),
               home + "/.local/state/Vessan");
-    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/tmp/"));
+    EXPECT_EQ(VKSearchPaths::temporaryDirectory(), "/tmp/");
     {
         VKSearchPaths::TestingRoot outer("/t/a/");
         {
             VKSearchPaths::TestingRoot inner("/t/b");
-            EXPECT_EQ(VKSearchPaths::cachesDirectory(), QStringLiteral("/t/b/home/.cache"));
+            EXPECT_EQ(VKSearchPaths::cachesDirectory(), "/t/b/home/.cache");
         }
         qputenv("XDG_DATA_HOME", "/srv/data");
-        EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(),
-                  QStringLiteral("/t/a/home/.local/share"));
-        EXPECT_EQ(VKSearchPaths::temporaryDirectory(), QStringLiteral("/t/a/home/tmp/"));
+        EXPECT_EQ(VKSearchPaths::applicationSupportDirectory(), "/t/a/home/.local/share");
+        EXPECT_EQ(VKSearchPaths::temporaryDirectory(), "/t/a/home/tmp/");
         EXPECT_EQ(VKSearchPaths::libraryDirectories(3),
                   QStringList({"/t/a/home/.local/state/Vessan", "/t/a/var/lib/Vessan"}));
-        EXPECT_EQ(VKPathString::expandingTildeInPath("~/x"), QStringLiteral("/t/a/home/x"));
+        EXPECT_EQ(VKPathString::expandingTildeInPath("~/x"), "/t/a/home/x");
     }
     EXPECT_EQ(VKSearchPaths::homeDirectory(), home);
     for (int i = 0; i < 4; ++i) {
