@@ -28,13 +28,8 @@ protected:
     void SetUp() override { VKUserDefaults::setStandardUserDefaultsFolder(dir.path()); }
     void TearDown() override { VKUserDefaults::setStandardUserDefaultsFolder(QString()); }
     VKTempDir dir;
+    const QString probe = vkTestBinaryPath("vkdefaults_probe"); // writes from other processes
 };
-
-QString probe()
-{
-    return vkTestBinaryPath("vkdefaults_probe");
-}
-
 
 } // namespace
 
@@ -309,7 +304,7 @@ TEST_F(UserDefaults, AKilledWriterLeavesTheOldOrTheNewFile)
     for (int round = 0; round < 4; ++round) {
         SCOPED_TRACE(round);
         QProcess process;
-        process.start(probe(), {"churn", path});
+        process.start(probe, {"churn", path});
         ASSERT_TRUE(process.waitForStarted(10000));
         // Kill while the second write of this round is under way.
         QByteArray output;
@@ -344,8 +339,8 @@ TEST_F(UserDefaults, ProcessesWritingDifferentKeysLoseNothing)
     const QString path = dir.filePath("two.json");
     QProcess first;
     QProcess second;
-    first.start(probe(), {"keys", path, "first", "40"});
-    second.start(probe(), {"keys", path, "second", "40"});
+    first.start(probe, {"keys", path, "first", "40"});
+    second.start(probe, {"keys", path, "second", "40"});
     ASSERT_TRUE(first.waitForFinished(60000));
     ASSERT_TRUE(second.waitForFinished(60000));
     EXPECT_EQ(first.exitCode(), 0);
@@ -363,7 +358,7 @@ TEST_F(UserDefaults, PendingValuesAreWrittenWhenTheProcessEnds)
     for (const auto &[mode, keys] : QList<std::pair<QString, QStringList>>{
              {"exit", {"set/before exit"}}, {"quit", {"setBeforeQuit", "setInAboutToQuit"}}}) {
         VKTempDir folder;
-        ASSERT_EQ(vkRunProgram(probe(), {mode, folder.path()}).status, 0) << mode;
+        ASSERT_EQ(vkRunProgram(probe, {mode, folder.path()}).status, 0) << mode;
         const VKUserDefaults stored(folder.path() + "/com.example.Probe.json");
         EXPECT_EQ(stored.dictionaryRepresentation().keys(), keys) << mode;
     }
