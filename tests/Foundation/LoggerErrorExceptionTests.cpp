@@ -12,11 +12,9 @@ TEST(VKLogger, EntryCarriesModuleContextAndFormattedMessage)
 {
     VKLogCapture capture;
     const void *object = reinterpret_cast<const void *>(0x1234abcdULL);
-    VKLogger::error(
-        {QStringLiteral("VKCalc"), QStringLiteral("-[VKCalc setFrameRate:drop:]"), object},
-        "Unknown framerate: %f this message will only be logged once", 12.5);
-    VKLogger::info({QStringLiteral("VKFileSequence"),
-                    QStringLiteral("+[VKFileSequence sequencesWithFiles:]"), nullptr},
+    VKLogger::error({"VKCalc", "-[VKCalc setFrameRate:drop:]", object},
+                    "Unknown framerate: %f this message will only be logged once", 12.5);
+    VKLogger::info({"VKFileSequence", "+[VKFileSequence sequencesWithFiles:]", nullptr},
                    "%@ files", 3);
     const QList<VKLogEntry> entries = capture.entries();
     ASSERT_EQ(entries.size(), 2);
@@ -41,8 +39,7 @@ TEST(VKLogger, ConcurrentWritersLoseNothing)
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < 500; ++i)
-                VKLogger::info({QStringLiteral("T"), QStringLiteral("-[T run]"), nullptr}, "%d-%d",
-                               t, i);
+                VKLogger::info({"T", "-[T run]", nullptr}, "%d-%d", t, i);
         });
     }
     for (auto &t : threads)

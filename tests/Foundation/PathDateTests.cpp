@@ -124,7 +124,8 @@ TEST(VKDate, ReferenceDateConversions)
     const QDateTime d = VKDate::dateWithTimeIntervalSinceReferenceDate(-0.5);
     EXPECT_EQ(d.toString(Qt::ISODateWithMs), QStringLiteral("2000-12-31T23:59:59.500Z"));
     EXPECT_DOUBLE_EQ(VKDate::timeIntervalSinceReferenceDate(d), -0.5);
-    EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(0).toString(Qt::ISODate), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(0).toString(Qt::ISODate),
+              "1970-01-01T00:00:00Z");
     EXPECT_FALSE(VKDate::dateWithTimeIntervalSince1970(std::nan("")).isValid());
     EXPECT_EQ(VKDate::dateWithTimeIntervalSince1970(-0.0006).toMSecsSinceEpoch(), -1); // rounded
     EXPECT_DOUBLE_EQ(VKDate::timeIntervalBetween(ref.addSecs(90), ref), 90.0);
