@@ -19,9 +19,11 @@ TEST(VKHumanReadableValueTransformers, NumbersOfEveryKindAndNonNumbers)
     VKByteCountToHumanReadableStringValueTransformer sizes;
     VKBytesPerSecondToHumanReadableStringValueTransformer speeds;
     VKTimeIntervalToHumanReadableStringValueTransformer durations;
-    for (VKValueTransformer *t : std::initializer_list<VKValueTransformer *>{&sizes, &speeds,
-                                                                            &durations}) {
-        const QString name = t->className();
+    for (const auto &[t, name] : std::initializer_list<std::pair<VKValueTransformer *, QString>>{
+             {&sizes, "VKByteCountToHumanReadableStringValueTransformer"},
+             {&speeds, "VKBytesPerSecondToHumanReadableStringValueTransformer"},
+             {&durations, "VKTimeIntervalToHumanReadableStringValueTransformer"}}) {
+        EXPECT_EQ(t->className(), name);
         EXPECT_EQ(t->transformedValueClass(), QMetaType::fromType<QString>());
         EXPECT_FALSE(t->allowsReverseTransformation());
         EXPECT_EQ(vkRaisedBy([&] { t->reverseTransformedValue("1.0 KB"); }),
@@ -30,9 +32,6 @@ TEST(VKHumanReadableValueTransformers, NumbersOfEveryKindAndNonNumbers)
                                       QVariant(QVariantList{15})})
             EXPECT_FALSE(t->transformedValue(value).isValid()) << name << " " << value.typeName();
     }
-    EXPECT_EQ(sizes.className(), "VKByteCountToHumanReadableStringValueTransformer");
-    EXPECT_EQ(speeds.className(), "VKBytesPerSecondToHumanReadableStringValueTransformer");
-    EXPECT_EQ(durations.className(), "VKTimeIntervalToHumanReadableStringValueTransformer");
     // Floating-point counts are truncated; negative and NaN counts are no bytes, and counts past
     // the 64-bit range stop at the largest one. Durations are read as floats: 59.4999999 s is
     // 59 s in double precision, but the nearest float is 59.5.
@@ -63,8 +62,8 @@ TEST(VKHumanReadableValueTransformers, DateTransformerAcceptsDatesOnly)
     EXPECT_EQ(dates.className(), "VKDateToHumanReadableStringValueTransformer");
     EXPECT_EQ(dates.transformedValueClass(), QMetaType::fromType<QString>());
     EXPECT_FALSE(dates.allowsReverseTransformation());
-    EXPECT_FALSE(dates.transformedValue(QVariant()).isValid());
-    EXPECT_FALSE(dates.transformedValue(QVariant::fromValue(nullptr)).isValid());
+    for (const QVariant &nothing : {QVariant(), QVariant::fromValue(nullptr)})
+        EXPECT_FALSE(dates.transformedValue(nothing).isValid());
     for (const QVariant &value : {QVariant("2024-03-07"), QVariant(QDate(2024, 3, 7))})
         EXPECT_EQ(vkRaisedBy([&] { dates.transformedValue(value); }),
                   "NSInvalidArgumentException|Value is not of kind NSDate");

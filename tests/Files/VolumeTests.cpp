@@ -6,11 +6,11 @@
 #include "Files/VKVolumeInfoCache.h"
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStorageInfo>
 #include <QThread>
 #include <QtEndian>
@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <tuple>
 
 #include <unistd.h>
 
@@ -53,11 +54,15 @@ TEST(StatInfoDates, WholeRecordReading)
     };
     // After 2040 the high seconds count as 1/65536 s each, not as 2^32 s; a fraction of one half
     // lands 2^47 seconds later instead of half a second.
-    EXPECT_EQ(record(0, 0, 0), utc(1904, 1, 1));
-    EXPECT_EQ(record(0, 3317412690u, 0), utc(2009, 2, 13, 23, 31, 30));
-    EXPECT_EQ(record(0, 0xFFFFFFFFu, 0), utc(2040, 2, 6, 6, 28, 15));
-    EXPECT_EQ(record(1, 5, 0), utc(1904, 1, 1, 0, 0, 5));
-    EXPECT_EQ(record(0, 0, 0x8000), utc(1904, 1, 1).addSecs(qint64(1) << 47));
+    // clang-format off
+    const struct { quint16 high; quint32 low; quint16 fraction; QDateTime date; } cases[] = {
+        {0, 0, 0, utc(1904, 1, 1)}, {0, 3317412690u, 0, utc(2009, 2, 13, 23, 31, 30)},
+        {0, 0xFFFFFFFFu, 0, utc(2040, 2, 6, 6, 28, 15)}, {1, 5, 0, utc(1904, 1, 1, 0, 0, 5)},
+        {0, 0, 0x8000, utc(1904, 1, 1).addSecs(qint64(1) << 47)},
+    };
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(record(c.high, c.low, c.fraction), c.date) << c.high << " " << c.low;
     EXPECT_TRUE(VKStatInfoUTCDateTimeToNSDate(nullptr).isNull());
 }
 
@@ -77,10 +82,10 @@ TEST(StatInfoMountPaths, PathsOnTheRootVolumeAndMissingPaths)
     const QString missing = dir.filePath(QStringLiteral("missing/x"));
     VKError error;
     EXPECT_TRUE(VKStatInfo::mountPathForPath(missing, &error).isNull());
-    EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
-    EXPECT_EQ(error.code(), 0);
-    EXPECT_EQ(error.localizedDescription(), "Could not get filesystem statistics for file at path " +
-                                                missing + ". File does not exist.");
+    EXPECT_EQ(error.description(),
+              "Error Domain=VQErrorDomainVessanUtilities Code=0 \"Could not get "
+              "filesystem statistics for file at path " +
+                  missing + ". File does not exist.\"");
     EXPECT_EQ(VKStatInfo::statInfoForPath(missing), nullptr);
     EXPECT_EQ(VKStatInfo::statInfoForPath(file), VKStatInfo::statInfoForPath(kRoot));
     EXPECT_EQ(VKStatInfo::cachedStatInfoForMountPath(kRoot), VKStatInfo::statInfoForPath(file));
@@ -94,9 +99,8 @@ TEST(StatInfoMountPaths, PathsOnTheRootVolumeAndMissingPaths)
     const QString reason = "Could not init statistics for file at path " + dir.path() +
                            ". Path is no mount path.";
     EXPECT_EQ(error.localizedDescription(), reason);
-    ASSERT_EQ(log.entries().size(), 1);
-    EXPECT_EQ(log.entries()[0].message, reason);
-    EXPECT_EQ(log.entries()[0].level, VKLogLevel::Error);
+    EXPECT_EQ(log.messages(), QStringList{reason});
+    EXPECT_EQ(log.entries().value(0).level, VKLogLevel::Error);
     const std::shared_ptr<VKStatInfo> fresh = VKStatInfo::statInfoWithMountPath(kRoot);
     ASSERT_NE(fresh, nullptr);
     EXPECT_NE(fresh, VKStatInfo::statInfoForPath(kRoot)) << "not registered";
@@ -121,10 +125,12 @@ TEST(StatInfoRootVolume, IdentityAndNetworkTypes)
         true, QStringLiteral("dontUseCreationDateToIdentifyNetworkShares"));
     EXPECT_EQ(VKStatInfo::statInfoForPath(kRoot)->vessanVolumeID(), id);
     VKUserDefaults::setStandardUserDefaultsFolder(QString());
-    for (const char *type : {"cifs", "smb3", "nfs4", "fuse.sshfs"})
-        EXPECT_TRUE(VKStatInfo::isNetworkFileSystemType(QString::fromLatin1(type))) << type;
-    for (const char *type : {"ext4", "vfat", "fuse"})
-        EXPECT_FALSE(VKStatInfo::isNetworkFileSystemType(QString::fromLatin1(type))) << type;
+    QStringList network;
+    for (const QString &type :
+         QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs", "ext4", "vfat", "fuse"})
+        if (VKStatInfo::isNetworkFileSystemType(type))
+            network << type;
+    EXPECT_EQ(network, (QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs"}));
 }
 
 TEST(StatInfoRootVolume, EachGroupIsReadAtMostEveryTenSeconds)
@@ -134,16 +140,14 @@ TEST(StatInfoRootVolume, EachGroupIsReadAtMostEveryTenSeconds)
     const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoWithMountPath(kRoot);
     ASSERT_NE(info, nullptr);
     // Each getter reads its own group only: a read stamps the group with the clock's time.
-    const struct
-    {
-        std::function<void()> getter;
-        std::function<QDateTime()> stamp;
-    } groups[] = {
+    // clang-format off
+    const struct { std::function<void()> getter; std::function<QDateTime()> stamp; } groups[] = {
         {[&] { info->freeBytes(); }, [&] { return info->lastUpdateForStatfs(); }},
         {[&] { info->displayName(); }, [&] { return info->lastUpdateForDisplayName(); }},
         {[&] { info->isRemovable(); }, [&] { return info->lastUpdateForFSVolumeInfo(); }},
         {[&] { info->volumeIcon(); }, [&] { return info->lastUpdateForVolumeIcon(); }},
     };
+    // clang-format on
     for (const auto &group : groups) {
         const QDateTime start = clock;
         EXPECT_TRUE(group.stamp().isNull() || group.stamp() == start);
@@ -164,21 +168,15 @@ TEST(PathUtility, FolderLayout)
     VKTempDir dir;
     VKSearchPaths::TestingRoot root(dir.path());
     const QString support = dir.path() + QStringLiteral("/home/.local/share/Vessan/");
-    const struct
-    {
-        std::function<QString()> folder;
-        const char *expected;
-    } cases[] = {
-        {&VKPathUtility::applicationSupportFolder, "Demo"},
-        {&VKPathUtility::cachesFolder, "Demo"},
-        {&VKPathUtility::libraryDataBasePath, "Demo/Demo.vddb"},
-        {&VKPathUtility::databaseBackupFolder, "Demo/Backup"},
-        {&VKPathUtility::logosFolder, "Demo/Logos"},
-        {&VKPathUtility::thumbnailsFolder, "Demo/Thumbnails"},
+    // clang-format off
+    const struct { std::function<QString()> folder; const char *expected; } cases[] = {
+        {&VKPathUtility::applicationSupportFolder, "Demo"}, {&VKPathUtility::cachesFolder, "Demo"},
+        {&VKPathUtility::libraryDataBasePath, "Demo/Demo.vddb"}, {&VKPathUtility::databaseBackupFolder, "Demo/Backup"},
+        {&VKPathUtility::logosFolder, "Demo/Logos"}, {&VKPathUtility::thumbnailsFolder, "Demo/Thumbnails"},
         {&VKPathUtility::volumeIconCachesFolder, "Demo/VolumeIcons"},
-        {[] { return VKPathUtility::cacheImagePathWithVolumeUUID(QStringLiteral("1234-AB")); },
-         "Demo/VolumeIcons/1234-AB.jpg"},
+        {[] { return VKPathUtility::cacheImagePathWithVolumeUUID("1234-AB"); }, "Demo/VolumeIcons/1234-AB.jpg"},
     };
+    // clang-format on
     EXPECT_EQ(VKPathUtility::libraryNameFromCurrentApplication(), u"VessanApplication");
     VKPathUtility::setLibraryNameFunction([] { return QStringLiteral("Demo"); });
     for (const auto &c : cases)
@@ -201,19 +199,14 @@ TEST(PathUtility, CreateDirectoryAtPath)
     const QString existing = dir.makeDir(QStringLiteral("existing"));
     const QString marker = dir.writeFile(QStringLiteral("existing/keep"));
     const QString blocker = dir.writeFile(QStringLiteral("blocker"));
-    const struct
-    {
-        QString path;
-        bool madeFolder;
-        QString terminated;
-    } cases[] = {
-        {existing, true, {}},
-        {dir.writeFile(QStringLiteral("file"), "data"), true, {}}, // replaced by a folder
-        {dir.filePath(QStringLiteral("a/b/c")), true, {}},
+    // clang-format off
+    const struct { QString path; bool madeFolder; QString terminated; } cases[] = {
+        {existing, true, {}}, {dir.writeFile("file", "data"), true, {}}, // replaced by a folder
+        {dir.filePath("a/b/c"), true, {}},
         {blocker + "/sub/x", false, "Could create directory at path " + blocker + "/sub/x|Not a directory"},
-        {QStringLiteral("/proc/self/status"), false,
-         QStringLiteral("Could not remove item at path /proc/self/status|Operation not permitted")},
+        {"/proc/self/status", false, "Could not remove item at path /proc/self/status|Operation not permitted"},
     };
+    // clang-format on
     for (const auto &c : cases) {
         terminated.clear();
         log.clear();
@@ -235,20 +228,16 @@ TEST(PathUtility, FailureEndsTheProcess)
         ADD_FAILURE() << "still running";
         return;
     }
-    QProcess child;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("VK_TEST_TERMINATE_CHILD"), QStringLiteral("1"));
-    child.setProcessEnvironment(env);
-    child.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")});
-    ASSERT_TRUE(child.waitForFinished(30000));
-    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(child.exitCode(), 1);
-    const QByteArray err = child.readAllStandardError();
-    EXPECT_TRUE(err.endsWith("Could not remove item at path /proc/self/status (Operation not "
-                             "permitted)\n"))
-        << err.constData();
-    EXPECT_FALSE(child.readAllStandardOutput().contains("still running"));
+    const VKProgramRun child = vkRunProgram(
+        QCoreApplication::applicationFilePath(),
+        {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")}, env);
+    EXPECT_EQ(child.status, 1);
+    EXPECT_TRUE(child.errors.endsWith("Could not remove item at path /proc/self/status (Operation "
+                                      "not permitted)\n"))
+        << child.errors.constData();
+    EXPECT_FALSE(child.output.contains("still running"));
 }
 
 TEST(VolumeInfoCache, PathsOutsideMediaRootsBelongToTheRootVolume)
@@ -293,18 +282,13 @@ TEST(VolumeInfoCache, PathRecords)
 {
     const std::shared_ptr<VKVolumeInfo> root =
         VKVolumeInfoCache::sharedCache()->volumeInfoForPath(kRoot);
-    const struct
-    {
-        const char *path;
-        QString relative;
-        bool isDirectory;
-        const char *absolute;
-    } cases[] = {
-        {"/home/ann/a.mov", QStringLiteral("home/ann/a.mov"), false, "/home/ann/a.mov"},
-        {"/home/ann/DCIM/", QStringLiteral("home/ann/DCIM/"), true, "/home/ann/DCIM"},
-        {"/", QStringLiteral(""), true, "/"},
+    // clang-format off
+    const struct { const char *path; QString relative; bool isDirectory; const char *absolute; } cases[] = {
+        {"/home/ann/a.mov", "home/ann/a.mov", false, "/home/ann/a.mov"},
+        {"/home/ann/DCIM/", "home/ann/DCIM/", true, "/home/ann/DCIM"}, {"/", "", true, "/"},
         {"clip.mov", QString(), false, "/"},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.path);
         const std::shared_ptr<VKPath> path = VKPath::pathWithAbsoluteFilePath(c.path);
@@ -320,10 +304,10 @@ TEST(VolumeInfoCache, PathRecords)
     const auto on = [&](const char *relative) {
         return VKPath::pathWithVolumeInfo(root, QString::fromLatin1(relative), false);
     };
-    EXPECT_EQ(on("a/B")->compare(*on("a/a")), -1);
-    EXPECT_EQ(on("a/b")->compare(*on("a/b/")), 0);
-    EXPECT_EQ(on("a10")->compare(*on("a9")), -1);
-    EXPECT_EQ(on("b")->compare(*on("a")), 1);
+    for (const auto &[a, b, order] :
+         std::initializer_list<std::tuple<const char *, const char *, int>>{
+             {"a/B", "a/a", -1}, {"a/b", "a/b/", 0}, {"a10", "a9", -1}, {"b", "a", 1}})
+        EXPECT_EQ(on(a)->compare(*on(b)), order) << a << " " << b;
 }
 
 } // namespace

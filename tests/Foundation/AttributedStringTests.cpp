@@ -1,6 +1,7 @@
 #include "Foundation/VKAttributedString.h"
 
 #include "Foundation/VKException.h"
+#include "VKTestSupport.h"
 
 #include <QFont>
 
@@ -94,13 +95,8 @@ TEST(VKAttributedString, OutOfRangeRaises)
     EXPECT_THROW(text.setForegroundColor(Qt::red, {2, 2}), VKException);
     EXPECT_THROW(text.attributedSubstring({-1, 1}), VKException);
     EXPECT_THROW(VKAttributedString().foregroundColorAtIndex(0), VKException);
-    try {
-        text.replaceCharacters({4, 0}, QStringLiteral("x"));
-        FAIL() << "no exception";
-    } catch (const VKException &e) {
-        EXPECT_EQ(e.name(), VKRangeException);
-        EXPECT_EQ(e.reason(), "-[VKAttributedString replaceCharactersInRange:withString:]: range "
-                              "{4, 0} out of bounds; string length 3");
-    }
+    EXPECT_EQ(vkRaisedBy([&] { text.replaceCharacters({4, 0}, QStringLiteral("x")); }),
+              "NSRangeException|-[VKAttributedString replaceCharactersInRange:withString:]: range "
+              "{4, 0} out of bounds; string length 3");
     EXPECT_EQ(text.string(), "abc");
 }

@@ -4,6 +4,7 @@
 #include "Foundation/VKPropertyList.h"
 #include "Foundation/VKVersion.h"
 
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
@@ -12,7 +13,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -31,15 +31,11 @@ QStringList identifiers(const QList<std::shared_ptr<VKBundle>> &bundles)
     return list;
 }
 
-// Runs the probe program and answers what it printed.
+// What the probe program printed, when it ran to a successful end.
 QByteArray runProbe(const QString &mode)
 {
-    QProcess process;
-    process.start(vkTestBinaryPath("vkfoundation_probe"), {mode});
-    if (!process.waitForFinished(20000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        return {};
-    return process.readAllStandardOutput();
+    const VKProgramRun probe = vkRunProgram(vkTestBinaryPath("vkfoundation_probe"), {mode});
+    return probe.status == 0 ? probe.output : QByteArray();
 }
 
 } // namespace
@@ -113,21 +109,15 @@ TEST(Bundle, PlugInMetadataIsReadBeforeItsCodeIsLoaded)
 TEST(Bundle, PathsThatAreNoPlugIn)
 {
     VKTempDir temp;
-    struct Case
-    {
-        const char *name;
-        QString path;
-        qint64 code;
-    };
-    const Case cases[] = {
+    // clang-format off
+    const struct { const char *name; QString path; qint64 code; } cases[] = {
         {"missing file", temp.filePath("Missing.plugin"), VKFileReadNoSuchFileError},
         {"folder", temp.makeDir("Folder.plugin"), VKFileReadNoSuchFileError},
-        {"text file", temp.writeFile("Notes.plugin", "not a library"),
-         VKExecutableNotLoadableError},
-        {"library without plug-in metadata", vkTestBinaryPath("libvktest_framework.so"),
-         VKExecutableNotLoadableError},
+        {"text file", temp.writeFile("Notes.plugin", "not a library"), VKExecutableNotLoadableError},
+        {"library without plug-in metadata", vkTestBinaryPath("libvktest_framework.so"), VKExecutableNotLoadableError},
     };
-    for (const Case &c : cases) {
+    // clang-format on
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         VKError error;
         EXPECT_FALSE(VKBundle::bundleWithPath(c.path, &error));
@@ -147,53 +137,37 @@ TEST(Bundle, ResourcesComeFromTheResourceFolder)
     const auto bundle = VKBundle::bundleWithPath(copy);
     ASSERT_TRUE(bundle);
     EXPECT_EQ(bundle->resourcePath(), temp.filePath("Grade.resources"));
-    struct Case
-    {
-        const char *name;
-        QString resource, extension, subdirectory, expected;
+    // clang-format off
+    const struct { const char *name; QString resource, extension, subdirectory, expected; } cases[] = {
+        {"name and extension", "icon", "png", "Images", icon}, {"extension with a dot", "icon", ".png", "Images", icon},
+        {"extension in the name", "icon.png", "", "Images", icon}, {"wrong folder", "icon", "png", "", QString()},
+        {"missing", "none", "txt", "", QString()}, {"a folder is no resource", "Images", "", "", QString()},
     };
-    const Case cases[] = {
-        {"name and extension", "icon", "png", "Images", icon},
-        {"extension with a dot", "icon", ".png", "Images", icon},
-        {"extension in the name", "icon.png", "", "Images", icon},
-        {"wrong folder", "icon", "png", "", QString()},
-        {"missing", "none", "txt", "", QString()},
-        {"a folder is no resource", "Images", "", "", QString()},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(bundle->pathForResource(c.resource, c.extension, c.subdirectory), c.expected);
-    }
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(bundle->pathForResource(c.resource, c.extension, c.subdirectory), c.expected)
+            << c.name;
     EXPECT_EQ(bundle->pathsForResourcesOfType("txt"), (QStringList{readme, notes}));
     EXPECT_EQ(bundle->pathsForResourcesOfType("", "Images"), QStringList{icon});
 }
 
 TEST(Bundle, EmbeddedInfoPlistIsCompletedFromTheApplication)
 {
-    const QJsonObject report = QJsonDocument::fromJson(runProbe("bundle")).object();
-    ASSERT_FALSE(report.isEmpty());
-    const QJsonObject info = report.value("info").toObject();
-    struct Case
-    {
-        const char *key;
-        QJsonValue expected;
-    };
-    const Case cases[] = {
-        {"CFBundleName", "Probe Display Name"}, // the property list wins
-        {"CFBundleVersion", "77"},
-        {"LSUIElement", true},
-        {"CFBundleShortVersionString", "5.0.1"}, // lacking: from the application
-        {"CFBundleIdentifier", "example.vessan.vkfoundation_probe"},
-        {"CFBundleExecutable", "vkfoundation_probe"},
-    };
-    for (const Case &c : cases)
-        EXPECT_EQ(info.value(c.key), c.expected) << c.key;
-    EXPECT_EQ(report.value("path").toString(), QCoreApplication::applicationDirPath());
-    EXPECT_EQ(report.value("resource").toString(), ":/Info.plist");
-    EXPECT_EQ(report.value("frameworks").toArray(),
-              (QJsonArray{QJsonArray{"VessanUtilities", VKLibraryVersion()},
-                          QJsonArray{"com.vessan.tests.Framework", "1.2"}}));
-    EXPECT_EQ(report.value("frameworkRoles").toObject().keys(), QStringList{"FrameworkRole"});
+    // The property list's own keys win; what it lacks comes from the application.
+    const QString folder = QCoreApplication::applicationDirPath();
+    // clang-format off
+    const QJsonObject expected{
+        {"info", QJsonObject{{"CFBundleName", "Probe Display Name"}, {"CFBundleVersion", "77"},
+                             {"LSUIElement", true}, {"CFBundleShortVersionString", "5.0.1"},
+                             {"CFBundleIdentifier", "example.vessan.vkfoundation_probe"},
+                             {"CFBundleExecutable", "vkfoundation_probe"}}},
+        {"path", folder}, {"resource", ":/Info.plist"}, {"marker", 12},
+        {"frameworks", QJsonArray{QJsonArray{"VessanUtilities", VKLibraryVersion()},
+                                  QJsonArray{"com.vessan.tests.Framework", "1.2"}}},
+        {"lookup", folder + " (com.vessan.tests.Framework)"},
+        {"frameworkRoles", QJsonObject{{"FrameworkRole", QJsonObject{{"VKClassName", "Nothing"}}}}}};
+    // clang-format on
+    EXPECT_EQ(QJsonDocument::fromJson(runProbe("bundle")).object(), expected);
 }
 
 TEST(ApplicationLifecycle, NotificationsComeOnceInOrder)

@@ -57,12 +57,11 @@ TEST(VKFileSystem, ListingGivesNamesOrAnError)
                                    "sub"}));
     EXPECT_EQ(VKFileSystem::contentsOfDirectoryAtPath(dir.filePath("sub")), QStringList{});
 
-    VKError error;
-    EXPECT_FALSE(VKFileSystem::contentsOfDirectoryAtPath(dir.filePath("missing"), &error));
-    EXPECT_FALSE(error.isNull());
-    error = {};
-    EXPECT_FALSE(VKFileSystem::contentsOfDirectoryAtPath(dir.filePath("b.dpx"), &error));
-    EXPECT_FALSE(error.isNull());
+    for (const QString &path : {dir.filePath("missing"), dir.filePath("b.dpx")}) {
+        VKError error;
+        EXPECT_FALSE(VKFileSystem::contentsOfDirectoryAtPath(path, &error));
+        EXPECT_FALSE(error.isNull()) << path;
+    }
     EXPECT_FALSE(VKFileSystem::contentsOfDirectoryAtPath(""));
     if (::geteuid() != 0) { // permissions do not stop the super-user
         const QString locked = dir.makeDir("locked");

@@ -77,6 +77,14 @@ class LateNode : public ArchiveNode
     VK_CODING_CLASS(LateNode)
 };
 
+// Names itself as told, an empty name included.
+class NamedNode : public ArchiveNode
+{
+public:
+    QString className;
+    QString classNameForCoder() const override { return className; }
+};
+
 // Registered, but not archivable.
 struct NotCoding
 {
@@ -146,6 +154,11 @@ uint32_t indexOfNode(plist_t root, const char *name)
     return 0;
 }
 
+plist_t entryOf(plist_t root, const char *name)
+{
+    return plist_array_get_item(objectsOf(root), indexOfNode(root, name));
+}
+
 } // namespace
 
 // Shared with the property-list tests of this suite.
@@ -181,18 +194,13 @@ QByteArray nestedArrays(uint32_t levels, bool loop)
 // Objects met again, through links, lists and maps, and around cycles, decode to one object.
 TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
 {
-    struct Case
-    {
-        const char *name;
-        int length;
-    };
-    for (const Case &c : {Case{"self", 1}, Case{"pair", 2}, Case{"ring of five", 5}}) {
-        SCOPED_TRACE(c.name);
+    for (const int length : {1, 2, 5}) {
+        SCOPED_TRACE(length);
         std::vector<std::shared_ptr<ArchiveNode>> ring;
-        for (int i = 0; i < c.length; ++i)
+        for (int i = 0; i < length; ++i)
             ring.push_back(node(QString::number(i), i));
-        for (int i = 0; i < c.length; ++i)
-            ring[i]->next = ring[(i + 1) % c.length];
+        for (int i = 0; i < length; ++i)
+            ring[i]->next = ring[(i + 1) % length];
         // The payload refers back into the ring, through values.
         const QVariant last = VKCoding::variantWithObject(ring.back());
         ring[0]->payload = QVariantList{last, QVariantMap{{"again", last}}};
@@ -201,10 +209,10 @@ TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
         unlink(ring[0]);
         ASSERT_TRUE(decoded);
         auto walk = decoded;
-        for (int i = 0; i < c.length; ++i) {
+        for (int i = 0; i < length; ++i) {
             ASSERT_TRUE(walk);
             EXPECT_EQ(walk->number, i);
-            if (i == c.length - 1) {
+            if (i == length - 1) {
                 const QVariantList payload = decoded->payload.toList();
                 EXPECT_EQ(VKCoding::objectFromVariant(payload.value(0)), walk);
                 EXPECT_EQ(VKCoding::objectFromVariant(payload.value(1).toMap().value("again")),
@@ -220,36 +228,25 @@ TEST(KeyedArchiver, SharedObjectsAndCyclesDecodeToTheSameGraph)
 TEST(KeyedArchiver, ValuesRoundTrip)
 {
     const QDateTime date = VKDate::dateWithTimeIntervalSinceReferenceDate(-12.5);
-    struct Case
-    {
-        const char *name;
-        QVariant value;
-    };
-    const Case cases[] = {
-        {"nil", QVariant()},
-        {"true", true},
-        {"largest integer", qlonglong(std::numeric_limits<qint64>::max())},
-        {"smallest integer", qlonglong(std::numeric_limits<qint64>::min())},
-        {"minus one", qlonglong(-1)},
-        {"double", -0.1},
-        {"infinity", std::numeric_limits<double>::infinity()},
-        {"empty string", QString("")},
-        {"unicode string", QString::fromUtf8("Grüße 🎬 ‘1:30:00’")},
-        {"data with zero bytes", QByteArray("\0\1\0\xff", 4)},
-        {"empty data", QByteArray("")},
-        {"date before the reference date", date},
-        {"nested list", QVariantList{1LL, QVariantList{QString("a"), QVariant()}, 2.5}},
-        {"map with odd keys",
-         QVariantMap{{"$class", 1LL}, {"", QString("empty key")}, {"a/b", QVariantList{}}}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
+    // nil, true, the integer extremes, -1, a double, infinity, strings, data with zero bytes,
+    // empty data, a date before the reference date, a nested list and a map with odd keys.
+    // clang-format off
+    const QVariant values[] = {
+        QVariant(), true, qlonglong(std::numeric_limits<qint64>::max()),
+        qlonglong(std::numeric_limits<qint64>::min()), qlonglong(-1), -0.1,
+        std::numeric_limits<double>::infinity(), QString(""), QString::fromUtf8("Grüße 🎬 ‘1:30:00’"),
+        QByteArray("\0\1\0\xff", 4), QByteArray(""), date,
+        QVariantList{1LL, QVariantList{QString("a"), QVariant()}, 2.5},
+        QVariantMap{{"$class", 1LL}, {"", QString("empty key")}, {"a/b", QVariantList{}}}};
+    // clang-format on
+    for (const QVariant &value : values) {
+        SCOPED_TRACE(testing::Message() << "value " << &value - values);
         auto root = node("values");
-        root->payload = c.value;
+        root->payload = value;
         auto decoded = VKKeyedUnarchiver::unarchivedObjectOfClass<ArchiveNode>(archive(root));
         ASSERT_TRUE(decoded);
-        EXPECT_EQ(decoded->payload, c.value);
-        EXPECT_EQ(decoded->payload.typeId(), c.value.typeId());
+        EXPECT_EQ(decoded->payload, value);
+        EXPECT_EQ(decoded->payload.typeId(), value.typeId());
     }
 }
 
@@ -291,12 +288,22 @@ TEST(KeyedArchiver, TopLevelKeysAndScalars)
 
 TEST(KeyedArchiver, UnarchivableValuesFailTheArchive)
 {
-    VKKeyedArchiver archiver;
-    archiver.encodeValue("point", QVariant::fromValue(QSize(1, 2)));
-    VKError error;
-    EXPECT_TRUE(archiver.encodedData(&error).isEmpty());
-    EXPECT_EQ(error.code(), VKCoderInvalidValueError);
-    EXPECT_EQ(error.localizedDescription(), "A value of type QSize cannot be archived");
+    // A class name the layout reserves for itself cannot be archived either.
+    auto reserved = std::make_shared<NamedNode>();
+    reserved->className = "$classes";
+    const std::pair<QVariant, QString> cases[] = {
+        {QVariant::fromValue(QSize(1, 2)), "A value of type QSize cannot be archived"},
+        {VKCoding::variantWithObject(std::make_shared<NamedNode>()),
+         "An object has no class name to archive"},
+        {VKCoding::variantWithObject(reserved), "An object has no class name to archive"}};
+    for (const auto &[value, description] : cases) {
+        VKKeyedArchiver archiver;
+        archiver.encodeValue("value", value);
+        VKError error;
+        EXPECT_TRUE(archiver.encodedData(&error).isEmpty());
+        EXPECT_EQ(error.code(), VKCoderInvalidValueError);
+        EXPECT_EQ(error.localizedDescription(), description);
+    }
 }
 
 TEST(KeyedArchiver, ClassesNamedFirstCanBeLoadedBeforeTheirObjects)
@@ -384,96 +391,68 @@ TEST(KeyedArchiver, HostileArchivesFailWithAnError)
     root->next = node("child");
     root->payload = QVariantList{QString("x")};
     const QByteArray good = archive(root);
-    auto setRoot = [](plist_t archive, plist_t value) {
-        plist_dict_set_item(plist_dict_get_item(archive, "$top"), "root", value);
+    const auto edit = [&](const std::function<void(plist_t)> &change) {
+        return edited(good, change);
     };
-    auto renameClasses = [](const char *name) {
-        return [=](plist_t a) {
+    const auto setRoot = [&](plist_t value) {
+        return edit(
+            [=](plist_t a) { plist_dict_set_item(plist_dict_get_item(a, "$top"), "root", value); });
+    };
+    const auto setObject = [&](uint32_t index, plist_t value) {
+        return edit([=](plist_t a) { plist_array_set_item(objectsOf(a), value, index); });
+    };
+    const auto renameClasses = [&](const char *name) {
+        return edit([=](plist_t a) {
             plist_t objects = objectsOf(a);
             for (uint32_t i = 0; i < plist_array_get_size(objects); ++i)
                 if (plist_t n = plist_dict_get_item(plist_array_get_item(objects, i), "$classname"))
                     plist_set_string_val(n, name);
-        };
+        });
     };
-    auto setInChild = [](const char *key, plist_t value) {
-        return [=](plist_t archive) {
-            plist_dict_set_item(
-                plist_array_get_item(objectsOf(archive), indexOfNode(archive, "child")), key,
-                value);
-        };
-    };
-    struct Case
-    {
-        const char *name;
-        QByteArray data;
-        QString description;
+    const auto setInChild = [&](const char *key, plist_t value) {
+        return edit([=](plist_t a) { plist_dict_set_item(entryOf(a, "child"), key, value); });
     };
     const QString notArchive = "The data is not a keyed archive";
-    const Case cases[] = {
-        {"empty", QByteArray(), notArchive},
-        {"text", QByteArray("bplist00 but not really"), notArchive},
+    const auto unusable = [](const char *name) {
+        return QStringLiteral(
+                   "Cannot decode an object of class \"%1\" for key \"root\": the class is "
+                   "unknown or not archivable")
+            .arg(name);
+    };
+    // clang-format off
+    const struct { const char *name; QByteArray data; QString description; } cases[] = {
+        {"empty", QByteArray(), notArchive}, {"text", QByteArray("bplist00 but not really"), notArchive},
         {"truncated", good.left(good.size() - 9), notArchive},
         {"arrays nested 200000 deep", nestedArrays(200000, false), notArchive},
         {"arrays that contain each other", nestedArrays(3, true), notArchive},
-        {"other archiver",
-         edited(good,
-                [](plist_t a) { plist_dict_set_item(a, "$archiver", plist_new_string("X")); }),
-         notArchive},
-        {"other version",
-         edited(good, [](plist_t a) { plist_dict_set_item(a, "$version", plist_new_uint(1)); }),
+        {"other archiver", edit([](plist_t a) { plist_dict_set_item(a, "$archiver", plist_new_string("X")); }), notArchive},
+        {"other version", edit([](plist_t a) { plist_dict_set_item(a, "$version", plist_new_uint(1)); }),
          "The archive's version is not supported"},
-        {"no object table", edited(good, [](plist_t a) { plist_dict_remove_item(a, "$objects"); }),
+        {"no object table", edit([](plist_t a) { plist_dict_remove_item(a, "$objects"); }),
          "The archive has no object table"},
-        {"no $null",
-         edited(good,
-                [](plist_t a) { plist_array_set_item(objectsOf(a), plist_new_string("nil"), 0); }),
-         "The archive's object table does not begin with \"$null\""},
-        {"root out of range", edited(good, [&](plist_t a) { setRoot(a, plist_new_uid(1u << 30)); }),
-         "A reference points outside the archive's object table"},
-        {"root is a string", edited(good, [&](plist_t a) { setRoot(a, plist_new_string("r")); }),
-         "The value for key \"root\" is not a reference"},
-        {"root names $null's string",
-         edited(good,
-                [&](plist_t a) { plist_array_set_item(objectsOf(a), plist_new_string("s"), 1); }),
-         "The value for key \"root\" is not an object"},
-        {"unknown class", edited(good, renameClasses("Gone")),
-         "Cannot decode an object of class \"Gone\" for key \"root\": the class is unknown or "
-         "not archivable"},
-        {"class not archivable", edited(good, renameClasses("NotCoding")),
-         "Cannot decode an object of class \"NotCoding\" for key \"root\": the class is unknown "
-         "or not archivable"},
-        {"object without class", edited(good, setInChild("$class", plist_new_uid(0))),
-         "A class entry of the archive has no name"},
-        {"string where an integer goes", edited(good, setInChild("number", plist_new_string("1"))),
+        {"no $null", setObject(0, plist_new_string("nil")), "The archive's object table does not begin with \"$null\""},
+        {"root out of range", setRoot(plist_new_uid(1u << 30)), "A reference points outside the archive's object table"},
+        {"root is a string", setRoot(plist_new_string("r")), "The value for key \"root\" is not a reference"},
+        {"root names $null's string", setObject(1, plist_new_string("s")), "The value for key \"root\" is not an object"},
+        {"unknown class", renameClasses("Gone"), unusable("Gone")},
+        {"class not archivable", renameClasses("NotCoding"), unusable("NotCoding")},
+        {"object without class", setInChild("$class", plist_new_uid(0)), "A class entry of the archive has no name"},
+        {"string where an integer goes", setInChild("number", plist_new_string("1")),
          "The value for key \"number\" is not an integer"},
-        {"integer where a string goes", edited(good, setInChild("name", plist_new_uint(1))),
-         "The value for key \"name\" is not a string"},
-        {"collection where an object goes",
-         edited(good,
-                [](plist_t a) {
-                    // The child's link points at the root's payload list.
-                    plist_t objects = objectsOf(a);
-                    plist_t rootEntry = plist_array_get_item(objects, indexOfNode(a, "root"));
-                    plist_dict_set_item(plist_array_get_item(objects, indexOfNode(a, "child")),
-                                        "next",
-                                        plist_copy(plist_dict_get_item(rootEntry, "payload")));
-                }),
-         "The value for key \"next\" is not an object"},
-        {"list that contains itself",
-         edited(good,
-                [](plist_t a) {
-                    plist_t objects = objectsOf(a);
-                    plist_t rootEntry = plist_array_get_item(objects, indexOfNode(a, "root"));
-                    plist_t payload = plist_dict_get_item(rootEntry, "payload");
-                    uint64_t uid = 0;
-                    plist_get_uid_val(payload, &uid);
-                    plist_t list = plist_dict_get_item(plist_array_get_item(objects, uint32_t(uid)),
-                                                       "VK.objects");
-                    plist_array_append_item(list, plist_new_uid(uid));
-                }),
-         "The value for key \"payload\" contains itself"},
+        {"integer where a string goes", setInChild("name", plist_new_uint(1)), "The value for key \"name\" is not a string"},
+        // The child's link points at the root's payload list.
+        {"collection where an object goes", edit([](plist_t a) {
+             plist_dict_set_item(entryOf(a, "child"), "next", plist_copy(plist_dict_get_item(entryOf(a, "root"), "payload")));
+         }), "The value for key \"next\" is not an object"},
+        {"list that contains itself", edit([](plist_t a) {
+             uint64_t uid = 0;
+             plist_get_uid_val(plist_dict_get_item(entryOf(a, "root"), "payload"), &uid);
+             plist_t list = plist_dict_get_item(plist_array_get_item(objectsOf(a), uint32_t(uid)), "VK.objects");
+             plist_array_append_item(list, plist_new_uid(uid));
+         }), "The value for key \"payload\" contains itself"},
     };
-    for (const Case &c : cases) {
+    // clang-format on
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         VKError error;
         EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectWithData(c.data, &error));

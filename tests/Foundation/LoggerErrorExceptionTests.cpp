@@ -12,29 +12,23 @@ TEST(VKLogger, EntryCarriesModuleContextAndFormattedMessage)
 {
     VKLogCapture capture;
     const void *object = reinterpret_cast<const void *>(0x1234abcdULL);
-    VKLogger::error(
-        {QStringLiteral("VKCalc"), QStringLiteral("-[VKCalc setFrameRate:drop:]"), object},
-        "Unknown framerate: %f this message will only be logged once", 12.5);
-    VKLogger::info({QStringLiteral("VKFileSequence"),
-                    QStringLiteral("+[VKFileSequence sequencesWithFiles:]"), nullptr},
+    VKLogger::error({"VKCalc", "-[VKCalc setFrameRate:drop:]", object},
+                    "Unknown framerate: %f this message will only be logged once", 12.5);
+    VKLogger::info({"VKFileSequence", "+[VKFileSequence sequencesWithFiles:]", nullptr},
                    "%@ files", 3);
     const QList<VKLogEntry> entries = capture.entries();
     ASSERT_EQ(entries.size(), 2);
-    const VKLogEntry &e = entries[0];
-    EXPECT_EQ(e.level, VKLogLevel::Error);
-    EXPECT_EQ(e.module, QStringLiteral("VessanUtilities"));
-    EXPECT_EQ(e.pointer, QStringLiteral("0x1234abcd"));
-    EXPECT_EQ(e.context().value(QStringLiteral("class")).toString(), QStringLiteral("VKCalc"));
-    EXPECT_EQ(e.context().value(QStringLiteral("prettyFunctionOutput")).toString(),
-              QStringLiteral("-[VKCalc setFrameRate:drop:]"));
-    EXPECT_EQ(e.context().value(QStringLiteral("pointer")).toString(),
-              QStringLiteral("0x1234abcd"));
-    EXPECT_EQ(e.line(), QStringLiteral(
-                            "error VessanUtilities -[VKCalc setFrameRate:drop:] VKCalc 0x1234abcd: "
-                            "Unknown framerate: 12.500000 this message will only be logged once"));
+    // The line holds level, module, function, class, pointer and message.
+    EXPECT_EQ(entries[0].line(),
+              "error VessanUtilities -[VKCalc setFrameRate:drop:] VKCalc 0x1234abcd: "
+              "Unknown framerate: 12.500000 this message will only be logged once");
+    EXPECT_EQ(entries[0].context(),
+              (QVariantMap{{"class", "VKCalc"},
+                           {"prettyFunctionOutput", "-[VKCalc setFrameRate:drop:]"},
+                           {"pointer", "0x1234abcd"}}));
+    EXPECT_EQ(entries[1].line(), "info VessanUtilities +[VKFileSequence sequencesWithFiles:] "
+                                 "VKFileSequence 0x0: 3 files");
     EXPECT_EQ(entries[1].level, VKLogLevel::Info);
-    EXPECT_EQ(entries[1].pointer, QStringLiteral("0x0"));
-    EXPECT_EQ(entries[1].message, QStringLiteral("3 files"));
     EXPECT_EQ(VKLogLevelName(VKLogLevel::Info), QStringLiteral("info"));
 }
 
@@ -45,8 +39,7 @@ TEST(VKLogger, ConcurrentWritersLoseNothing)
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < 500; ++i)
-                VKLogger::info({QStringLiteral("T"), QStringLiteral("-[T run]"), nullptr}, "%d-%d",
-                               t, i);
+                VKLogger::info({"T", "-[T run]", nullptr}, "%d-%d", t, i);
         });
     }
     for (auto &t : threads)
@@ -59,22 +52,15 @@ TEST(VKLogger, ConcurrentWritersLoseNothing)
 TEST(VKError, DomainCodeAndDescriptions)
 {
     EXPECT_EQ(VQErrorDomainVessanUtilities, QStringLiteral("VQErrorDomainVessanUtilities"));
-    const VKError e = VKError::errorWithDescription(
-        VQErrorDomainVessanUtilities, 0,
-        QStringLiteral(
-            "Could not get filesystem statistics for file at path /x. File does not exist."));
-    EXPECT_EQ(e.localizedDescription(),
-              QStringLiteral(
-                  "Could not get filesystem statistics for file at path /x. File does not exist."));
-    EXPECT_EQ(e.userInfo().value(QStringLiteral("NSLocalizedDescription")).toString(),
-              e.localizedDescription());
-    EXPECT_EQ(e.description(),
-              QStringLiteral("Error Domain=VQErrorDomainVessanUtilities Code=0 \"Could not get "
-                             "filesystem statistics for file at path /x. File does not exist.\""));
-    const VKError bare(QStringLiteral("Vessan Error Domain"), 7);
-    EXPECT_EQ(
-        bare.localizedDescription(),
-        QStringLiteral("The operation couldn\u2019t be completed. (Vessan Error Domain error 7.)"));
+    const QString text =
+        "Could not get filesystem statistics for file at path /x. File does not exist.";
+    const VKError e = VKError::errorWithDescription(VQErrorDomainVessanUtilities, 0, text);
+    EXPECT_EQ(e.localizedDescription(), text);
+    EXPECT_EQ(e.userInfo().value("NSLocalizedDescription").toString(), text);
+    EXPECT_EQ(e.description(), "Error Domain=VQErrorDomainVessanUtilities Code=0 \"" + text + "\"");
+    const VKError bare("Vessan Error Domain", 7);
+    EXPECT_EQ(bare.localizedDescription(),
+              u"The operation couldn\u2019t be completed. (Vessan Error Domain error 7.)"_qs);
     EXPECT_TRUE(VKError().isNull());
     EXPECT_FALSE(bare.isNull());
     VKError out;
@@ -90,22 +76,13 @@ TEST(VKException, NamesReasonAndWhat)
     EXPECT_EQ(VKRangeException, QStringLiteral("NSRangeException"));
     EXPECT_EQ(VKUndefinedKeyException, QStringLiteral("NSUnknownKeyException"));
     EXPECT_EQ(VKUnsupportedParameter, QStringLiteral("VKUnsupportedParameter"));
-    try {
-        VKException::raise(VKUnsupportedParameter,
-                           "Drop frames are not supported by VKTimecode yet");
-        FAIL() << "no exception";
-    } catch (const VKException &e) {
-        EXPECT_EQ(e.name(), QStringLiteral("VKUnsupportedParameter"));
-        EXPECT_EQ(e.reason(), QStringLiteral("Drop frames are not supported by VKTimecode yet"));
-        EXPECT_STREQ(e.what(),
-                     "VKUnsupportedParameter: Drop frames are not supported by VKTimecode yet");
-    }
-    try {
-        VKException::raise(VKInvalidArgumentException,
-                           "number of variable arguments must be a multiple of %d", 4);
-    } catch (const std::exception &e) {
-        EXPECT_STREQ(
-            e.what(),
-            "NSInvalidArgumentException: number of variable arguments must be a multiple of 4");
-    }
+    EXPECT_EQ(vkRaisedBy([] {
+                  VKException::raise(VKInvalidArgumentException,
+                                     "number of variable arguments must be a multiple of %d", 4);
+              }),
+              "NSInvalidArgumentException|number of variable arguments must be a multiple of 4");
+    const std::exception &e =
+        VKException(VKUnsupportedParameter, "Drop frames are not supported by VKTimecode yet");
+    EXPECT_STREQ(e.what(),
+                 "VKUnsupportedParameter: Drop frames are not supported by VKTimecode yet");
 }

@@ -12,10 +12,7 @@
 
 #include <limits>
 
-namespace {
-
-const QDateTime kReference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-
+// Shared with the user-defaults tests of this suite.
 QByteArray everyByte()
 {
     QByteArray bytes;
@@ -23,6 +20,10 @@ QByteArray everyByte()
         bytes.append(char(i));
     return bytes;
 }
+
+namespace {
+
+const QDateTime kReference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
 
 QVariant roundTrip(const QVariant &value, VKPropertyListFormat format)
 {
@@ -40,40 +41,29 @@ QVariant roundTrip(const QVariant &value, VKPropertyListFormat format)
 
 TEST(PropertyList, ValuesRoundTripWithTheirTypesInBothFormats)
 {
-    const struct
-    {
-        const char *name;
-        QVariant value;
-        QVariant expected; // null: the value itself
-        int typeId;
-    } cases[] = {
-        {"true", true, {}, QMetaType::Bool},
-        {"false", false, {}, QMetaType::Bool},
+    // clang-format off
+    const struct { const char *name; QVariant value; QVariant expected /* null: the value */; int typeId; } cases[] = {
+        {"true", true, {}, QMetaType::Bool}, {"false", false, {}, QMetaType::Bool},
         {"int widens", 42, qlonglong(42), QMetaType::LongLong},
-        {"zero", qlonglong(0), {}, QMetaType::LongLong},
-        {"negative", qlonglong(-5), {}, QMetaType::LongLong},
+        {"zero", qlonglong(0), {}, QMetaType::LongLong}, {"negative", qlonglong(-5), {}, QMetaType::LongLong},
         {"int64 min", std::numeric_limits<qlonglong>::min(), {}, QMetaType::LongLong},
         {"int64 max", std::numeric_limits<qlonglong>::max(), {}, QMetaType::LongLong},
         {"small unsigned reads signed", quint64(7), qlonglong(7), QMetaType::LongLong},
         {"unsigned above int64", quint64(1) << 63, {}, QMetaType::ULongLong},
         {"uint64 max", std::numeric_limits<quint64>::max(), {}, QMetaType::ULongLong},
-        {"real", 0.1, {}, QMetaType::Double},
-        {"huge real", 1e300, {}, QMetaType::Double},
-        {"float widens", 2.5f, 2.5, QMetaType::Double},
-        {"empty string", QString(""), {}, QMetaType::QString},
+        {"real", 0.1, {}, QMetaType::Double}, {"huge real", 1e300, {}, QMetaType::Double},
+        {"float widens", 2.5f, 2.5, QMetaType::Double}, {"empty string", QString(""), {}, QMetaType::QString},
         {"unicode string", QString::fromUtf8("größe \U0001F3AC"), {}, QMetaType::QString},
-        {"every byte", everyByte(), {}, QMetaType::QByteArray},
-        {"empty data", QByteArray(""), {}, QMetaType::QByteArray},
+        {"every byte", everyByte(), {}, QMetaType::QByteArray}, {"empty data", QByteArray(""), {}, QMetaType::QByteArray},
         {"date before 2001", kReference.addSecs(-86400 * 365), {}, QMetaType::QDateTime},
         {"empty list", QVariantList{}, {}, QMetaType::QVariantList},
         {"string list", QStringList{"a", "b"}, QVariantList{"a", "b"}, QMetaType::QVariantList},
         {"empty map", QVariantMap{}, {}, QMetaType::QVariantMap},
         {"hash", QVariantHash{{"k", true}}, QVariantMap{{"k", true}}, QMetaType::QVariantMap},
-        {"nested",
-         QVariantMap{{"a/b", QVariantList{true, QVariantMap{{"", QByteArray("\0x", 2)}}}}},
-         {},
+        {"nested", QVariantMap{{"a/b", QVariantList{true, QVariantMap{{"", QByteArray("\0x", 2)}}}}}, {},
          QMetaType::QVariantMap},
     };
+    // clang-format on
     for (const auto format : {VKPropertyListFormat::XML, VKPropertyListFormat::Binary}) {
         for (const auto &c : cases) {
             SCOPED_TRACE(std::string(c.name) +
@@ -87,20 +77,15 @@ TEST(PropertyList, ValuesRoundTripWithTheirTypesInBothFormats)
 
 TEST(PropertyList, DatesKeepMillisecondsInBinaryAndSecondsInXml)
 {
-    const struct
-    {
-        const char *name;
-        qint64 msecs; // from the reference date
-        qint64 xmlMsecs;
-    } cases[] = {
-        {"reference", 0, 0},
-        {"fraction", 1500, 1000},
-        {"negative fraction", -2250, -2000},
-        {"fraction before the reference", -250, 0},
-        // Beyond the 32-bit seconds that libplist's own date calls take.
-        {"year 2200", 6279811200250LL, 6279811200000LL},
+    // Milliseconds from the reference date, written and as read back from XML; the years 2200
+    // and 1800 lie beyond the 32-bit seconds that libplist's own date calls take.
+    // clang-format off
+    const struct { const char *name; qint64 msecs, xmlMsecs; } cases[] = {
+        {"reference", 0, 0}, {"fraction", 1500, 1000}, {"negative fraction", -2250, -2000},
+        {"fraction before the reference", -250, 0}, {"year 2200", 6279811200250LL, 6279811200000LL},
         {"year 1800", -6342969600000LL, -6342969600000LL},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const QDateTime date = kReference.addMSecs(c.msecs);
@@ -122,12 +107,8 @@ TEST(PropertyList, UidsAreKeptInBinaryOnly)
 
 TEST(PropertyList, WhatCannotBeWrittenFailsNamingWhere)
 {
-    const struct
-    {
-        const char *name;
-        QVariant value;
-        QString description;
-    } cases[] = {
+    // clang-format off
+    const struct { const char *name; QVariant value; QString description; } cases[] = {
         {"null", QVariant(), "a null value at the root"},
         {"other type", QVariantMap{{"size", QSize(1, 2)}}, "a value of type QSize at /size"},
         {"nested in a list", QVariantList{1, QVariantList{QVariant()}}, "a null value at /1/0"},
@@ -137,6 +118,7 @@ TEST(PropertyList, WhatCannotBeWrittenFailsNamingWhere)
          "a key holding a NUL character at /" + QString::fromUtf8("a\0b", 3)},
         {"invalid date", QDateTime(), "an invalid date at the root"},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         VKError error;
@@ -157,14 +139,9 @@ TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
 {
     const QByteArray binary = VKPropertyList::dataWithPropertyList(
         QVariantMap{{"a", QVariantList{1, 2, 3}}}, VKPropertyListFormat::Binary);
-    const struct
-    {
-        const char *name;
-        QByteArray data;
-    } cases[] = {
-        {"empty", QByteArray()},
-        {"text", "hello"},
-        {"binary magic only", "bplist00"},
+    // clang-format off
+    const struct { const char *name; QByteArray data; } cases[] = {
+        {"empty", QByteArray()}, {"text", "hello"}, {"binary magic only", "bplist00"},
         {"truncated binary", binary.left(binary.size() - 10)},
         {"unclosed xml", "<?xml version=\"1.0\"?><plist><dict><key>a</key>"},
         {"NUL in an xml key", "<plist><dict><key>a&#x00;b</key><true/></dict></plist>"},
@@ -178,6 +155,7 @@ TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
         {"arrays nested 200000 deep", nestedArrays(200000, false)},
         {"arrays that contain each other", nestedArrays(3, true)},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         VKError error;

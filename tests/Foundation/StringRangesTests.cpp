@@ -2,10 +2,13 @@
 #include "Foundation/VKNumericStringCompare.h"
 #include "Foundation/VKStringRanges.h"
 
+#include "VKTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 using R = VKStringRanges;
 
@@ -24,132 +27,112 @@ QString wideDigit(int n)
 
 TEST(VKStringRanges, DigitAndNonDigitSuffixes)
 {
-    EXPECT_EQ(R::nonDecimalDigitSuffix("A001_C002.0001.dpx"), QStringLiteral(".dpx"));
-    EXPECT_EQ(R::nonDecimalDigitSuffix("clip7"), QStringLiteral(""));
-    EXPECT_EQ(R::nonDecimalDigitSuffix("clip.dpx"), QStringLiteral("clip.dpx"));
-    EXPECT_EQ(R::nonDecimalDigitSuffix(""), QStringLiteral(""));
-    EXPECT_EQ(R::decimalDigitSuffix("clip7"), QStringLiteral("7"));
-    EXPECT_EQ(R::decimalDigitSuffix("A001_C002.0001"), QStringLiteral("0001"));
-    EXPECT_EQ(R::decimalDigitSuffix("clip7a"), QStringLiteral(""));
-    EXPECT_EQ(R::decimalDigitSuffix("12345"), QStringLiteral("12345"));
-    EXPECT_EQ(R::decimalDigitSuffix(""), QStringLiteral(""));
-    // Digits of other scripts, and one outside the Basic Multilingual Plane.
-    EXPECT_EQ(R::decimalDigitSuffix(u"clip_\u0661\u0662"_qs), u"\u0661\u0662"_qs);
-    EXPECT_EQ(R::nonDecimalDigitSuffix(u"clip_\uFF11.dpx"_qs), QStringLiteral(".dpx"));
-    EXPECT_EQ(R::decimalDigitSuffix("a" + wideDigit(1) + wideDigit(2)), wideDigit(1) + wideDigit(2));
-    EXPECT_EQ(R::nonDecimalDigitSuffix("a" + wideDigit(3) + ".x"), QStringLiteral(".x"));
-    // Superscripts have a digit value but are not decimal digits.
-    EXPECT_EQ(R::decimalDigitSuffix(u"x\u00B2"_qs), QStringLiteral(""));
-}
-
-TEST(VKStringRanges, DeletingSuffix)
-{
-    EXPECT_EQ(R::stringByDeletingSuffix("clip_0001.dpx", ".dpx"), QStringLiteral("clip_0001"));
-    EXPECT_EQ(R::stringByDeletingSuffix("clip_0001.dpx", ""), QStringLiteral("clip_0001.dpx"));
-    EXPECT_EQ(R::stringByDeletingSuffix("clip", "clip"), QStringLiteral(""));
-    EXPECT_EQ(R::stringByDeletingSuffix("clip.dpx", ".tif"), QStringLiteral("clip.dpx"));
+    const QString w1 = wideDigit(1), w2 = wideDigit(2);
+    // Digits of other scripts count, one outside the Basic Multilingual Plane too; superscripts
+    // have a digit value but are not decimal digits.
+    // clang-format off
+    const struct { QString string, digits, nonDigits; } cases[] = {
+        {"A001_C002.0001.dpx", "", ".dpx"}, {"A001_C002.0001", "0001", ""}, {"clip7", "7", ""},
+        {"clip.dpx", "", "clip.dpx"}, {"clip7a", "", "a"}, {"12345", "12345", ""}, {"", "", ""},
+        {u"clip_\u0661\u0662"_qs, u"\u0661\u0662"_qs, ""}, {u"clip_\uFF11.dpx"_qs, "", ".dpx"},
+        {"a" + w1 + w2, w1 + w2, ""}, {"a" + wideDigit(3) + ".x", "", ".x"}, {u"x\u00B2"_qs, "", u"x\u00B2"_qs},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        EXPECT_EQ(R::decimalDigitSuffix(c.string), c.digits) << c.string;
+        EXPECT_EQ(R::nonDecimalDigitSuffix(c.string), c.nonDigits) << c.string;
+    }
+    for (const auto &[string, suffix, expected] : QList<std::tuple<QString, QString, QString>>{
+             {"clip_0001.dpx", ".dpx", "clip_0001"}, {"clip_0001.dpx", "", "clip_0001.dpx"},
+             {"clip", "clip", ""}, {"clip.dpx", ".tif", "clip.dpx"}})
+        EXPECT_EQ(R::stringByDeletingSuffix(string, suffix), expected) << string << " - " << suffix;
 }
 
 TEST(VKStringRanges, RangesBeforeAndAfterAreNotFoundWhenEmpty)
 {
-    const QString s = "abcdef";
-    EXPECT_EQ(R::rangeBeforeRange(s, {2, 2}), (VKRange{0, 2}));
-    EXPECT_EQ(R::rangeAfterRange(s, {2, 2}), (VKRange{4, 2}));
-    EXPECT_FALSE(R::rangeBeforeRange(s, {0, 3}).isFound());
-    EXPECT_FALSE(R::rangeAfterRange(s, {3, 3}).isFound());
-    EXPECT_FALSE(R::rangeAfterRange(s, {0, 6}).isFound());
-    EXPECT_EQ(R::rangeAfterRange(s, {0, 0}), (VKRange{0, 6}));
-    EXPECT_EQ(R::rangeBeforeRange(s, {6, 0}), (VKRange{0, 6}));
-    EXPECT_FALSE(R::rangeBeforeRange(s, VKRange::notFound()).isFound());
-    EXPECT_FALSE(R::rangeAfterRange(s, VKRange::notFound()).isFound());
-    EXPECT_EQ(VKRange::notFound().location, 0x7FFFFFFFFFFFFFFFLL);
+    const VKRange none = VKRange::notFound();
+    EXPECT_EQ(none.location, 0x7FFFFFFFFFFFFFFFLL);
+    // clang-format off
+    const struct { VKRange range, before, after; } cases[] = {
+        {{2, 2}, {0, 2}, {4, 2}}, {{0, 3}, none, {3, 3}}, {{3, 3}, {0, 3}, none}, {{0, 6}, none, none},
+        {{0, 0}, none, {0, 6}}, {{6, 0}, {0, 6}, none}, {none, none, none},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.range.location << "," << c.range.length);
+        EXPECT_EQ(R::rangeBeforeRange("abcdef", c.range), c.before);
+        EXPECT_EQ(R::rangeAfterRange("abcdef", c.range), c.after);
+    }
 }
 
 TEST(VKStringRanges, CharacterSearchCoversTheWholeRun)
 {
-    const QString s = "ab12cd345ef";
-    EXPECT_EQ(R::rangeOfCharactersFromSet(s, digits), (VKRange{2, 2}));
-    EXPECT_EQ(R::rangeOfCharactersFromSet(s, digits, VKBackwardsSearch), (VKRange{6, 3}));
-    EXPECT_FALSE(R::rangeOfCharactersFromSet(s, digits, VKAnchoredSearch).isFound());
-    EXPECT_FALSE(
-        R::rangeOfCharactersFromSet(s, digits, VKBackwardsSearch | VKAnchoredSearch).isFound());
-    EXPECT_FALSE(R::rangeOfCharactersFromSet("abc", digits).isFound());
-    EXPECT_FALSE(R::rangeOfCharactersFromSet("", digits, VKBackwardsSearch).isFound());
-    EXPECT_EQ(R::rangeOfCharactersFromSet("##a###", hashes, VKBackwardsSearch), (VKRange{3, 3}));
-    EXPECT_EQ(R::rangeOfCharactersFromSet("##a###", hashes), (VKRange{0, 2}));
-
-    // Within a range the run stops at the range's edges, and anchoring is to its ends.
-    const unsigned justBefore = VKBackwardsSearch | VKAnchoredSearch;
-    EXPECT_EQ(R::rangeOfCharactersFromSet(s, digits, justBefore, {0, 8}), (VKRange{6, 2}));
-    EXPECT_EQ(R::rangeOfCharactersFromSet(s, digits, VKAnchoredSearch, {7, 4}), (VKRange{7, 2}));
-    EXPECT_EQ(R::rangeOfCharactersFromSet(s, digits, VKNoSearchOptions, {3, 8}), (VKRange{3, 1}));
-    EXPECT_FALSE(R::rangeOfCharactersFromSet(s, digits, justBefore, {0, 5}).isFound());
-    EXPECT_FALSE(R::rangeOfCharactersFromSet(s, digits, VKNoSearchOptions, {4, 0}).isFound());
-
-    // A two-unit digit is one character: never split, never half-matched at a range edge.
-    const QString wide = "x" + wideDigit(4) + wideDigit(5) + "y";
-    EXPECT_EQ(R::rangeOfCharactersFromSet(wide, digits, VKBackwardsSearch), (VKRange{1, 4}));
-    EXPECT_EQ(R::rangeOfCharactersFromSet(wide, digits, VKNoSearchOptions, {1, 3}), (VKRange{1, 2}));
-}
-
-TEST(VKStringRanges, SearchOutsideTheStringRaisesRangeException)
-{
-    try {
-        R::rangeOfCharactersFromSet("abc", digits, VKNoSearchOptions, {2, 5});
-        FAIL() << "no exception";
-    } catch (const VKException &e) {
-        EXPECT_EQ(e.name(), VKRangeException);
-        EXPECT_EQ(e.reason(), QStringLiteral("Range {2, 5} out of bounds; string length 3"));
+    const VKRange none = VKRange::notFound(), whole{-1, -1};
+    const unsigned back = VKBackwardsSearch, anchored = VKAnchoredSearch;
+    const QString s = "ab12cd345ef", wide = "x" + wideDigit(4) + wideDigit(5) + "y";
+    // Within a range the run stops at the range's edges, and anchoring is to its ends. A
+    // two-unit digit is one character: never split, never half-matched at a range edge.
+    // clang-format off
+    const struct { QString string; VKCharacterSet set; unsigned options; VKRange within, expected; } cases[] = {
+        {s, digits, 0, whole, {2, 2}}, {s, digits, back, whole, {6, 3}}, {s, digits, anchored, whole, none},
+        {s, digits, back | anchored, whole, none}, {"abc", digits, 0, whole, none},
+        {"", digits, back, whole, none}, {"##a###", hashes, back, whole, {3, 3}},
+        {"##a###", hashes, 0, whole, {0, 2}},
+        {s, digits, back | anchored, {0, 8}, {6, 2}}, {s, digits, anchored, {7, 4}, {7, 2}},
+        {s, digits, 0, {3, 8}, {3, 1}}, {s, digits, back | anchored, {0, 5}, none},
+        {s, digits, 0, {4, 0}, none},
+        {wide, digits, back, whole, {1, 4}}, {wide, digits, 0, {1, 3}, {1, 2}},
+    };
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.string << " options " << c.options << " within "
+                                        << c.within.location << "," << c.within.length);
+        EXPECT_EQ(c.within.location < 0
+                      ? R::rangeOfCharactersFromSet(c.string, c.set, c.options)
+                      : R::rangeOfCharactersFromSet(c.string, c.set, c.options, c.within),
+                  c.expected);
     }
-    EXPECT_THROW(R::rangeOfCharactersFromSet("abc", digits, VKNoSearchOptions, {-1, 1}),
-                 VKException);
-    EXPECT_THROW(R::rangeOfCharactersFromSet("abc", digits, VKNoSearchOptions,
-                                             VKRange::notFound()),
-                 VKException);
+    EXPECT_EQ(vkRaisedBy([] { R::rangeOfCharactersFromSet("abc", digits, 0, {2, 5}); }),
+              "NSRangeException|Range {2, 5} out of bounds; string length 3");
+    EXPECT_THROW(R::rangeOfCharactersFromSet("abc", digits, 0, {-1, 1}), VKException);
+    EXPECT_THROW(R::rangeOfCharactersFromSet("abc", digits, 0, none), VKException);
 }
 
 TEST(VKStringRanges, LenientIntegerReadingSaturates)
 {
-    EXPECT_EQ(R::intValue(u"0001"), 1);
-    EXPECT_EQ(R::intValue(u"  -42abc"), -42);
-    EXPECT_EQ(R::intValue(u"+7"), 7);
-    EXPECT_EQ(R::intValue(u"abc"), 0);
-    EXPECT_EQ(R::intValue(u""), 0);
-    EXPECT_EQ(R::intValue(u"2147483647"), 2147483647);
-    EXPECT_EQ(R::intValue(u"2147483648"), 2147483647);
-    EXPECT_EQ(R::intValue(u"99999999999999999999999"), 2147483647);
-    EXPECT_EQ(R::intValue(u"-2147483648"), -2147483647 - 1);
-    EXPECT_EQ(R::intValue(u"-2147483649"), -2147483647 - 1);
-    EXPECT_EQ(R::longLongValue(u"9223372036854775807"), 9223372036854775807LL);
-    EXPECT_EQ(R::longLongValue(u"9223372036854775808"), 9223372036854775807LL);
-    EXPECT_EQ(R::longLongValue(u"4294967296"), 4294967296LL);
-    EXPECT_EQ(R::intValue(u"\u0661\u0662"), 12);
-    EXPECT_EQ(R::intValue(QString("1" + wideDigit(9))), 19);
+    constexpr qint64 intMax = 2147483647, intMin = -intMax - 1, longMax = 9223372036854775807LL;
+    // clang-format off
+    const struct { QString text; qint64 expected; bool asLongLong; } cases[] = {
+        {"0001", 1, false}, {"  -42abc", -42, false}, {"+7", 7, false}, {"abc", 0, false},
+        {"", 0, false}, {"2147483647", intMax, false}, {"2147483648", intMax, false},
+        {"99999999999999999999999", intMax, false}, {"-2147483648", intMin, false},
+        {"-2147483649", intMin, false}, {u"\u0661\u0662"_qs, 12, false}, {"1" + wideDigit(9), 19, false},
+        {"9223372036854775807", longMax, true}, {"9223372036854775808", longMax, true},
+        {"4294967296", 4294967296LL, true},
+    };
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(c.asLongLong ? R::longLongValue(c.text) : R::intValue(c.text), c.expected)
+            << c.text;
 }
 
 TEST(VKNumericStringCompare, NumbersCompareByValue)
 {
-    auto less = [](const QString &a, const QString &b) {
-        return VKNumericStringCompare::compare(a, b) < 0 && VKNumericStringCompare::compare(b, a) > 0;
+    // Case-sensitive, by code unit; a number sorts where "0" would against other characters;
+    // digits of other scripts count by value too.
+    // clang-format off
+    const std::pair<QString, QString> ordered[] = {
+        {"a9", "a10"}, {"clip_2.dpx", "clip_10.dpx"}, {"a1b9", "a1b10"}, {"a", "a1"}, {"clip", "clip_1"},
+        {"x99999999999999999999998", "x99999999999999999999999"},
+        {"x99999999999999999999999", "x100000000000000000000000"},
+        {"B", "a"}, {"Clip_2", "clip_1"}, {"a 1", "a1"}, {"a.dpx", "a1.dpx"}, {"a9", "a_"}, {"a/1", "a1"},
+        {u"a\u0669"_qs, "a10"}, {"a3", u"a\u0664"_qs},
     };
-    EXPECT_TRUE(less("a9", "a10"));
-    EXPECT_TRUE(less("clip_2.dpx", "clip_10.dpx"));
-    EXPECT_TRUE(less("a1b9", "a1b10"));
-    EXPECT_TRUE(less("a", "a1"));
-    EXPECT_TRUE(less("clip", "clip_1"));
-    EXPECT_TRUE(less("x99999999999999999999998", "x99999999999999999999999"));
-    EXPECT_TRUE(less("x99999999999999999999999", "x100000000000000000000000"));
-    // Case-sensitive, by code unit.
-    EXPECT_TRUE(less("B", "a"));
-    EXPECT_TRUE(less("Clip_2", "clip_1"));
-    // A number sorts where "0" would against other characters.
-    EXPECT_TRUE(less("a 1", "a1"));
-    EXPECT_TRUE(less("a.dpx", "a1.dpx"));
-    EXPECT_TRUE(less("a9", "a_"));
-    EXPECT_TRUE(less("a/1", "a1"));
-    // Digits of other scripts count by value too.
-    EXPECT_TRUE(less(u"a\u0669"_qs, "a10"));
-    EXPECT_TRUE(less("a3", u"a\u0664"_qs));
+    // clang-format on
+    for (const auto &[a, b] : ordered) {
+        EXPECT_LT(VKNumericStringCompare::compare(a, b), 0) << a << " < " << b;
+        EXPECT_GT(VKNumericStringCompare::compare(b, a), 0) << b << " > " << a;
+    }
     EXPECT_EQ(VKNumericStringCompare::compare(u"same", u"same"), 0);
 }
 

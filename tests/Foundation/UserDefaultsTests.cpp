@@ -2,6 +2,7 @@
 #include "Foundation/VKNotificationCenter.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "../support/VKTestProcess.h"
 #include "../support/VKTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -27,32 +28,13 @@ protected:
     void SetUp() override { VKUserDefaults::setStandardUserDefaultsFolder(dir.path()); }
     void TearDown() override { VKUserDefaults::setStandardUserDefaultsFolder(QString()); }
     VKTempDir dir;
+    const QString probe = vkTestBinaryPath("vkdefaults_probe"); // writes from other processes
 };
 
-QString probe()
-{
-    return vkTestBinaryPath("vkdefaults_probe");
-}
-
-// Runs the probe to its end; answers its exit code (-1 when it did not finish normally).
-int runProbe(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(probe(), arguments);
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
-        return -1;
-    return process.exitCode();
-}
-
-QByteArray everyByte()
-{
-    QByteArray bytes;
-    for (int i = 0; i < 256; ++i)
-        bytes.append(char(i));
-    return bytes;
-}
-
 } // namespace
+
+// The 256 byte values in order; defined with the property-list tests.
+QByteArray everyByte();
 
 TEST_F(UserDefaults, RegisteredValuesApplyOnlyWhileNothingIsStored)
 {
@@ -61,8 +43,8 @@ TEST_F(UserDefaults, RegisteredValuesApplyOnlyWhileNothingIsStored)
               dir.path() + "/" + VKUserDefaults::applicationIdentifier() + ".json");
     defaults->registerDefaults({{"mode", "fast"}, {"count", 3}});
     defaults->registerDefaults({{"count", 4}});
-    EXPECT_EQ(defaults->stringForKey("mode"), "fast");
-    EXPECT_EQ(defaults->integerForKey("count"), 4);
+    EXPECT_EQ(defaults->stringForKey("mode") + QString::number(defaults->integerForKey("count")),
+              "fast4");
     defaults->setObject("slow", "mode");
     EXPECT_EQ(defaults->stringForKey("mode"), "slow");
     defaults->removeObjectForKey("mode");
@@ -100,26 +82,16 @@ TEST_F(UserDefaults, ValuesSurviveANewInstanceWithTheirTypes)
 TEST_F(UserDefaults, TypedReadsConvertLeniently)
 {
     auto defaults = VKUserDefaults::standardUserDefaults();
-    const struct
-    {
-        QVariant stored;
-        bool asBool;
-        qint64 asInteger;
-        double asDouble;
-        QString asString;
-    } cases[] = {
-        {"YES", true, 0, 0.0, "YES"},
-        {" 12.75kg", true, 12, 12.75, " 12.75kg"},
-        {"000", false, 0, 0.0, "000"},
-        {"99999999999999999999", true, std::numeric_limits<qint64>::max(), 1e20,
-         "99999999999999999999"},
+    // clang-format off
+    const struct { QVariant stored; bool asBool; qint64 asInteger; double asDouble; QString asString; } cases[] = {
+        {"YES", true, 0, 0.0, "YES"}, {" 12.75kg", true, 12, 12.75, " 12.75kg"}, {"000", false, 0, 0.0, "000"},
+        {"99999999999999999999", true, std::numeric_limits<qint64>::max(), 1e20, "99999999999999999999"},
         {3.9, true, 3, 3.9, "3.9"},
         // 2^53 + 1: an integer is not read through a double.
         {9007199254740993LL, true, 9007199254740993LL, 9007199254740992.0, "9007199254740993"},
-        {0, false, 0, 0.0, "0"},
-        {false, false, 0, 0.0, "0"},
-        {QVariantList{1}, false, 0, 0.0, QString()},
+        {0, false, 0, 0.0, "0"}, {false, false, 0, 0.0, "0"}, {QVariantList{1}, false, 0, 0.0, QString()},
     };
+    // clang-format on
     for (const auto &c : cases) {
         defaults->setObject(c.stored, "v");
         SCOPED_TRACE(c.stored.toString().toStdString());
@@ -134,14 +106,9 @@ TEST_F(UserDefaults, BadValuesAndKeysAreRefused)
 {
     auto defaults = VKUserDefaults::standardUserDefaults();
     defaults->setObject("kept", "k");
-    try {
-        defaults->setObject(QVariant::fromValue(QSize(1, 2)), "size");
-        FAIL() << "no exception";
-    } catch (const VKException &exception) {
-        EXPECT_EQ(exception.name(), VKInvalidArgumentException);
-        EXPECT_EQ(exception.reason(),
-                  "Attempt to insert non-property list object QSize for key size");
-    }
+    EXPECT_EQ(vkRaisedBy([&] { defaults->setObject(QVariant::fromValue(QSize(1, 2)), "size"); }),
+              "NSInvalidArgumentException|Attempt to insert non-property list object QSize for key "
+              "size");
     EXPECT_THROW(defaults->setObject(QVariantList{QVariant::fromValue(QSize())}, "nested"),
                  VKException);
     EXPECT_THROW(defaults->setObject(1, ""), VKException);
@@ -189,23 +156,15 @@ TEST_F(UserDefaults, ChangesArePostedOnTheChangingThread)
     defaults->removeObjectForKey("n");
     center.removeObserver(&owner);
     EXPECT_EQ(VKUserDefaultsDidChangeNotification, "VKUserDefaultsDidChangeNotification");
-    ASSERT_EQ(threads.size(), 2);
-    EXPECT_EQ(threads[0], writer);
-    EXPECT_EQ(threads[1], QThread::currentThreadId());
+    EXPECT_EQ(threads, (QList<Qt::HANDLE>{writer, QThread::currentThreadId()}));
 }
 
 TEST_F(UserDefaults, ValuesKeepTheirExactTypesThroughTheFile)
 {
     const QDateTime date(QDate(2024, 2, 29), QTime(23, 59, 59, 999), Qt::UTC);
-    const struct
-    {
-        const char *name;
-        QVariant value;
-        QVariant expected; // null: the value itself
-        int typeId;
-    } cases[] = {
-        {"integral real stays real", 2.0, {}, QMetaType::Double},
-        {"real", 0.1, {}, QMetaType::Double},
+    // clang-format off
+    const struct { const char *name; QVariant value; QVariant expected /* null: the value */; int typeId; } cases[] = {
+        {"integral real stays real", 2.0, {}, QMetaType::Double}, {"real", 0.1, {}, QMetaType::Double},
         {"smallest real", 5e-324, {}, QMetaType::Double},
         {"infinity", -std::numeric_limits<double>::infinity(), {}, QMetaType::Double},
         {"int widens", 7, qlonglong(7), QMetaType::LongLong},
@@ -217,20 +176,12 @@ TEST_F(UserDefaults, ValuesKeepTheirExactTypesThroughTheFile)
         {"local date reads as UTC", date.toOffsetFromUtc(3600), date, QMetaType::QDateTime},
         {"every byte", everyByte(), {}, QMetaType::QByteArray},
         {"text that looks like data", QString("$data"), {}, QMetaType::QString},
-        {"dictionary that looks like a tag",
-         QVariantMap{{"$real", 1.5}},
-         {},
-         QMetaType::QVariantMap},
-        {"keys starting with $",
-         QVariantMap{{"$$x", 1}, {"$", QVariantList{}}},
-         {},
-         QMetaType::QVariantMap},
+        {"dictionary that looks like a tag", QVariantMap{{"$real", 1.5}}, {}, QMetaType::QVariantMap},
+        {"keys starting with $", QVariantMap{{"$$x", 1}, {"$", QVariantList{}}}, {}, QMetaType::QVariantMap},
         {"empty dictionary", QVariantMap{}, {}, QMetaType::QVariantMap},
-        {"nested",
-         QVariantList{QVariantMap{{"a/b", QByteArray("\0", 1)}}, 1.0},
-         {},
-         QMetaType::QVariantList},
+        {"nested", QVariantList{QVariantMap{{"a/b", QByteArray("\0", 1)}}, 1.0}, {}, QMetaType::QVariantList},
     };
+    // clang-format on
     auto defaults = VKUserDefaults::standardUserDefaults();
     for (const auto &c : cases)
         defaults->setObject(c.value, QString("values/") + c.name);
@@ -341,21 +292,9 @@ TEST_F(UserDefaults, NamedDomainsAreFilesBesideTheStandardOne)
     EXPECT_EQ(VKUserDefaults::defaultsForDomain("com.example.Other")->stringForKey("feature/state"),
               "on");
 
-    const struct
-    {
-        const char *name;
-        QString identifier;
-    } unusable[] = {
-        {"empty", ""},
-        {"dot", "."},
-        {"dot dot", ".."},
-        {"slash", "../escape"},
-        {"NUL", QString::fromUtf8("a\0b", 3)},
-    };
-    for (const auto &c : unusable) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(VKUserDefaults::defaultsForDomain(c.identifier), nullptr);
-    }
+    for (const QString &unusable :
+         QStringList{"", ".", "..", "../escape", QString::fromUtf8("a\0b", 3)})
+        EXPECT_EQ(VKUserDefaults::defaultsForDomain(unusable), nullptr) << unusable;
 }
 
 TEST_F(UserDefaults, AKilledWriterLeavesTheOldOrTheNewFile)
@@ -365,7 +304,7 @@ TEST_F(UserDefaults, AKilledWriterLeavesTheOldOrTheNewFile)
     for (int round = 0; round < 4; ++round) {
         SCOPED_TRACE(round);
         QProcess process;
-        process.start(probe(), {"churn", path});
+        process.start(probe, {"churn", path});
         ASSERT_TRUE(process.waitForStarted(10000));
         // Kill while the second write of this round is under way.
         QByteArray output;
@@ -400,37 +339,27 @@ TEST_F(UserDefaults, ProcessesWritingDifferentKeysLoseNothing)
     const QString path = dir.filePath("two.json");
     QProcess first;
     QProcess second;
-    first.start(probe(), {"keys", path, "first", "40"});
-    second.start(probe(), {"keys", path, "second", "40"});
+    first.start(probe, {"keys", path, "first", "40"});
+    second.start(probe, {"keys", path, "second", "40"});
     ASSERT_TRUE(first.waitForFinished(60000));
     ASSERT_TRUE(second.waitForFinished(60000));
     EXPECT_EQ(first.exitCode(), 0);
     EXPECT_EQ(second.exitCode(), 0);
-    const QVariantMap stored = VKUserDefaults(path).dictionaryRepresentation();
-    EXPECT_EQ(stored.size(), 80);
-    for (int i = 0; i < 40; ++i) {
-        EXPECT_EQ(stored.value("first" + QString::number(i)), qlonglong(i));
-        EXPECT_EQ(stored.value("second" + QString::number(i)), qlonglong(i));
-    }
+    QVariantMap expected;
+    for (int i = 0; i < 40; ++i)
+        expected["first" + QString::number(i)] = expected["second" + QString::number(i)] =
+            qlonglong(i);
+    EXPECT_EQ(VKUserDefaults(path).dictionaryRepresentation(), expected);
 }
 
 TEST_F(UserDefaults, PendingValuesAreWrittenWhenTheProcessEnds)
 {
-    const struct
-    {
-        const char *name;
-        const char *mode;
-        QStringList keys;
-    } cases[] = {
-        {"returning from main without a loop", "exit", {"set/before exit"}},
-        {"quitting the loop", "quit", {"setBeforeQuit", "setInAboutToQuit"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    // Returning from main without a loop, and quitting the loop.
+    for (const auto &[mode, keys] : QList<std::pair<QString, QStringList>>{
+             {"exit", {"set/before exit"}}, {"quit", {"setBeforeQuit", "setInAboutToQuit"}}}) {
         VKTempDir folder;
-        ASSERT_EQ(runProbe({c.mode, folder.path()}), 0);
-        VKUserDefaults stored(folder.path() + "/com.example.Probe.json");
-        for (const QString &key : c.keys)
-            EXPECT_TRUE(stored.objectForKey(key).isValid()) << key.toStdString();
+        ASSERT_EQ(vkRunProgram(probe, {mode, folder.path()}).status, 0) << mode;
+        const VKUserDefaults stored(folder.path() + "/com.example.Probe.json");
+        EXPECT_EQ(stored.dictionaryRepresentation().keys(), keys) << mode;
     }
 }
