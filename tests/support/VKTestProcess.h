@@ -10,6 +10,7 @@ struct VKProgramRun
 {
     int status = -1;           // the exit code; -1 when it did not start, crashed or did not end
     QByteArray output, errors; // errors stays empty when the channels are merged
+    bool finished = false;     // it ended (normally or not) within the wait
 };
 
 // Waits five minutes at most, so that a hung child fails its test instead of the whole suite.
@@ -25,6 +26,7 @@ vkRunProgram(const QString &program, const QStringList &arguments,
     VKProgramRun result;
     if (!process.waitForFinished(300000))
         return result;
+    result.finished = true;
     result.output = process.readAllStandardOutput();
     result.errors = process.readAllStandardError();
     if (process.exitStatus() == QProcess::NormalExit)

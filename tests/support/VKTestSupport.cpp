@@ -1,4 +1,5 @@
 #include "VKTestSupport.h"
+#include "VKTestProcess.h"
 
 #include "Foundation/VKException.h"
 
@@ -8,7 +9,6 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QThread>
 
 #include <ostream>
@@ -98,20 +98,12 @@ QString vkTestBinaryPath(const QString &name)
 
 QString vkRunTestBinary(const QString &name, const QStringList &arguments)
 {
-    QProcess process;
-    process.start(vkTestBinaryPath(name), arguments);
-    const bool finished = process.waitForFinished(20000);
-    if (!finished) {
-        process.kill();
-        process.waitForFinished();
-    }
-    const QString output =
-        QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
-    if (!finished)
+    const VKProgramRun run = vkRunProgram(vkTestBinaryPath(name), arguments);
+    const QString output = QString::fromUtf8(run.output + run.errors);
+    if (!run.finished)
         return output + QStringLiteral("did not finish");
-    return output + (process.exitStatus() == QProcess::CrashExit
-                         ? QStringLiteral("crashed")
-                         : QStringLiteral("exit %1").arg(process.exitCode()));
+    return output + (run.status < 0 ? QStringLiteral("crashed")
+                                    : QStringLiteral("exit %1").arg(run.status));
 }
 
 QString vkRaisedBy(const std::function<void()> &call)

@@ -66,5 +66,5 @@ QString vkRaisedBy(const std::function<void()> &call);
 QString vkTestBinaryPath(const QString &name);
 
 // Runs a helper program built beside the test executable and answers its standard output, then
-// its standard error, then "exit N" (or "crashed", or "did not finish" after 20 seconds).
+// its standard error, then "exit N" (or "crashed", or "did not finish" after five minutes).
 QString vkRunTestBinary(const QString &name, const QStringList &arguments = {});
