@@ -6,6 +6,7 @@
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 
+#include "ColorTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QColor>
@@ -27,20 +28,6 @@ VKImage twoPixels()
     return VKImage::imageWithFloatPixels(kPixels, 2, 1);
 }
 
-::testing::AssertionResult near(const QList<float> &actual, const QList<float> &expected,
-                                float tolerance = 1e-5f)
-{
-    if (actual.size() != expected.size())
-        return ::testing::AssertionFailure()
-               << actual.size() << " values, expected " << expected.size();
-    for (qsizetype i = 0; i < actual.size(); ++i) {
-        if (std::fabs(actual[i] - expected[i]) > tolerance)
-            return ::testing::AssertionFailure()
-                   << "value " << i << ": " << actual[i] << " expected " << expected[i];
-    }
-    return ::testing::AssertionSuccess();
-}
-
 TEST(VKImage, PixelsComeBackAsTheyWentIn)
 {
     struct Case
@@ -58,11 +45,11 @@ TEST(VKImage, PixelsComeBackAsTheyWentIn)
     const VKImage image = twoPixels();
     EXPECT_EQ(image.extent(), QRect(0, 0, 2, 1));
     for (const Case &c : cases)
-        EXPECT_TRUE(near(image.floatPixels(c.rect), c.expected)) << c.name;
+        EXPECT_TRUE(vkNear(image.floatPixels(c.rect), c.expected)) << c.name;
     // Rows padded with four junk floats each are read by their stride.
     const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
     const VKImage rows = VKImage::imageWithFloatPixels(padded, 1, 2, 8 * sizeof(float));
-    EXPECT_TRUE(near(rows.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
+    EXPECT_TRUE(vkNear(rows.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
 }
 
 TEST(VKImage, NothingToMakeOrRenderAnswersNull)
@@ -103,10 +90,10 @@ TEST(VKImage, QImagesAreSRGBEncodedAndFloatImagesLinear)
     const QImage floats = image.renderImage(QRect(0, 0, 2, 1), QImage::Format_RGBA32FPx4);
     ASSERT_EQ(floats.format(), QImage::Format_RGBA32FPx4);
     const auto *f = reinterpret_cast<const float *>(floats.constBits());
-    EXPECT_TRUE(near(QList<float>(f, f + 8), QList<float>(kPixels, kPixels + 8)));
+    EXPECT_TRUE(vkNear(QList<float>(f, f + 8), QList<float>(kPixels, kPixels + 8)));
     // And back: an 8-bit image read as sRGB.
     const VKImage again = VKImage::imageWithQImage(bytes);
-    EXPECT_TRUE(near(again.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 1}, 2e-3f));
+    EXPECT_TRUE(vkNear(again.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 1}, 2e-3f));
 }
 
 TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
@@ -137,7 +124,7 @@ TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
         t.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_GE(seen.load(), qint64(size) * size);
-    EXPECT_TRUE(near(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
+    EXPECT_TRUE(vkNear(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
 }
 
 TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
@@ -204,7 +191,7 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
         for (auto it = c.values.cbegin(); it != c.values.cend(); ++it)
             filter->setValueForKey(it.value(), it.key());
         const VKImage out = filter->valueForKey(VKFilterOutputImageKey).value<VKImage>();
-        EXPECT_TRUE(near(firstPixel(out), c.expected, 1e-4f)) << c.name;
+        EXPECT_TRUE(vkNear(firstPixel(out), c.expected, 1e-4f)) << c.name;
     }
 
     const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
@@ -214,14 +201,14 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     const QList<float> beyond = firstPixel(filter->outputImage());
     filter->setValueForKey(filter->customAttributes()["exposure"].toMap()[VKAttributeMax],
                            "exposure");
-    EXPECT_TRUE(near(beyond, firstPixel(filter->outputImage()), 1e-2f));
+    EXPECT_TRUE(vkNear(beyond, firstPixel(filter->outputImage()), 1e-2f));
     EXPECT_GT(beyond.value(0), 100.0f);
     // An image made earlier keeps the values of its time.
     filter->setValueForKey(1.0, "exposure");
     const VKImage before = filter->outputImage();
     filter->setValueForKey(2.0, "exposure");
-    EXPECT_TRUE(near(firstPixel(before), {0.5f, 0.5f, 0.5f, 1}));
-    EXPECT_TRUE(near(firstPixel(filter->outputImage()), {1, 1, 1, 1}));
+    EXPECT_TRUE(vkNear(firstPixel(before), {0.5f, 0.5f, 0.5f, 1}));
+    EXPECT_TRUE(vkNear(firstPixel(filter->outputImage()), {1, 1, 1, 1}));
     // setDefaults resets parameters but keeps the image.
     filter->setDefaults();
     EXPECT_EQ(filter->valueForKey("exposure").toDouble(), 0.0);
