@@ -553,6 +553,10 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
                     object = map;
                 }),
          "VKFilterKeyExportConnection has no value for key \"exportingFilter\""},
+        {"filter values are no dictionary",
+         withValue(good, "ChainTestFilter", "VKFilterInputValues",
+                   [](const QVariantList &) { return QVariant(7); }),
+         "The filter's values in the archive are not a dictionary."},
         {"reference loop",
          withValue(good, "VKFilterConnection", "sourceFilter", uidOfClass("VKFilterChainWrapper")),
          "VKFilterChainWrapper refers back to itself through its filters"},

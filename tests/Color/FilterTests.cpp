@@ -276,6 +276,16 @@ TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
     ASSERT_TRUE(gain);
     EXPECT_EQ(gain->tripleClass(), VKTripleClass::ARL);
     EXPECT_EQ(gain->z(), 2.0f);
+    // Every kind of triple comes back as its own kind.
+    for (const VKTriple &t : {VKTriple(VKRGBTriple(1, 2, 3)), VKTriple(VKHSVTriple(1, 2, 3)),
+                              VKTriple(VKTTLTriple(1, 2, 3)), VKTriple(1, 2, 3)}) {
+        filter->setValueForKey(t.toVariant(), "inputGain");
+        const auto back = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(
+            VKKeyedArchiver::archivedDataWithRootObject(filter, &error), &error);
+        ASSERT_TRUE(back) << error.description();
+        EXPECT_TRUE(t.isEqual(*VKTriple::fromVariant(back->valueForKey("inputGain"))))
+            << t.className().toStdString();
+    }
     EXPECT_EQ(restored->valueForKey("inputTint").value<QColor>(), QColor(255, 0, 0));
     EXPECT_FALSE(restored->valueForKey(VKFilterInputImageKey).isValid()) << "images are not kept";
 
@@ -301,6 +311,8 @@ TEST(VKOperationFilter, ArchivesNameTheOperationAndBadOnesFail)
     VKError failure;
     EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(renamed, &failure));
     EXPECT_EQ(failure.code(), 4864);
+    EXPECT_EQ(failure.localizedDescription(),
+              "The archive holds a filter \"gegl:exposurX\" that cannot be made.");
 }
 
 } // namespace
