@@ -147,6 +147,11 @@ TEST(VKCrashReporterWindow, SetUpTitleNoteCheckBoxAndFields)
     reporter->toggleReportDetails(nullptr);
     EXPECT_FALSE(reporter->showDetails());
     EXPECT_FALSE(reporter->reportDetailsView()->isVisible());
+
+    reporter->connectionDidSendBodyData(nullptr, 250000, 750000, 1500000);
+    EXPECT_EQ(reporter->sendProgressTextField()->text(),
+              "Sending report, 750.0 KB of 1.5 MB transmitted");
+    EXPECT_EQ(reporter->sendProgressIndicator()->value(), 500);
 }
 
 TEST(VKCrashReporterWindow, AutofillFromTheAccountAndEmail)
