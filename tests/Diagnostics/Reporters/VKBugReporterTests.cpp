@@ -74,9 +74,8 @@ TEST_F(BugReporterTest, ShowingClearsTheFormAndTypesFillTheDescription)
     reporter.setReportTitle("t");
     reporter.setReportAttachment("/tmp/x");
     reporter.showReportWindow(nullptr);
-    EXPECT_TRUE(reporter.reporterName().isNull());
-    EXPECT_TRUE(reporter.reportTitle().isNull());
-    EXPECT_TRUE(reporter.reportAttachment().isNull());
+    EXPECT_TRUE(reporter.reporterName().isNull() && reporter.reportTitle().isNull() &&
+                reporter.reportAttachment().isNull());
     EXPECT_TRUE(reporter.sendButton()->isEnabled());
     EXPECT_FALSE(reporter.sendProgressTextField()->isVisible());
 }

@@ -56,12 +56,14 @@ TEST(VKCrashReporterWindow, StackingForEachCombinationKeepsTheTopEdge)
     // Lowest panel first, as viewSort orders them.
     EXPECT_EQ(names(reporter->allSubviews()),
               QStringList({"mButtonsView", "mReportDetailsView", "mStartupNoteView"}));
-    const int buttons = reporter->allSubviews()[0]->height();
-    const int details = reporter->reportDetailsView()->height();
-    const int note = reporter->startupNoteView()->height();
-    EXPECT_EQ(viewSort(reporter->allSubviews()[0], reporter->reportDetailsView(), nullptr), -1);
-    EXPECT_EQ(viewSort(reporter->startupNoteView(), reporter->reportDetailsView(), nullptr), 1);
-    EXPECT_EQ(viewSort(reporter->startupNoteView(), reporter->startupNoteView(), nullptr), 0);
+    QWidget *buttonsView = reporter->allSubviews()[0], *detailsView = reporter->reportDetailsView(),
+            *noteView = reporter->startupNoteView();
+    const int buttons = buttonsView->height(), details = detailsView->height(),
+              note = noteView->height();
+    EXPECT_EQ(QList<int>({viewSort(buttonsView, detailsView, nullptr),
+                          viewSort(noteView, detailsView, nullptr),
+                          viewSort(noteView, noteView, nullptr)}),
+              QList<int>({-1, 1, 0}));
 
     reporter->showReportWindow(nullptr);
     QWidget *window = reporter->reportWindow();
@@ -80,11 +82,7 @@ TEST(VKCrashReporterWindow, StackingForEachCombinationKeepsTheTopEdge)
         {"neither", false, false, {"mButtonsView"}, buttons},
         {"details only", false, true, {"mButtonsView", "mReportDetailsView"}, buttons + details},
         {"note only", true, false, {"mButtonsView", "mStartupNoteView"}, buttons + note},
-        {"both",
-         true,
-         true,
-         {"mButtonsView", "mReportDetailsView", "mStartupNoteView"},
-         buttons + details + note},
+        {"both", true, true, names(reporter->allSubviews()), buttons + details + note},
         {"back to neither", false, false, {"mButtonsView"}, buttons},
     };
     for (const Case &c : cases) {
