@@ -49,14 +49,13 @@ QStringList strings(const QJsonValue &value)
 TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
 {
     const QByteArray junk("this is no shared object\n");
-    struct Case
+    const struct
     {
         const char *name;
         QMap<QString, QString> files; // in Filters: name to a built plug-in, or "" for junk text
         QStringList singleNames;
         QString failedName; // the plug-in reported as not loaded, or none
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"a plug-in and a text file",
          {{"Grade.plugin", "Filters/Grade.plugin"}, {"notes.txt", ""}},
          {"Grade"},
@@ -68,7 +67,7 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
         {"a file that fails to load", {{"Broken.plugin", ""}}, {"Broken"}, "Broken"},
         {"an empty folder", {}, {}, {}},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         VKTempDir dir;
         dir.makeDir("Filters");
         for (auto it = c.files.cbegin(); it != c.files.cend(); ++it) {

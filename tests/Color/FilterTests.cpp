@@ -30,13 +30,12 @@ VKImage twoPixels()
 
 TEST(VKImage, PixelsComeBackAsTheyWentIn)
 {
-    struct Case
+    const struct
     {
         const char *name;
         QRect rect;
         QList<float> expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"whole image", QRect(0, 0, 2, 1), QList<float>(kPixels, kPixels + 8)},
         {"second pixel only", QRect(1, 0, 1, 1), {0.5f, 0.125f, 1.0f, 0.5f}},
         {"outside is transparent black", QRect(2, 0, 1, 1), {0, 0, 0, 0}},
@@ -44,7 +43,7 @@ TEST(VKImage, PixelsComeBackAsTheyWentIn)
     };
     const VKImage image = twoPixels();
     EXPECT_EQ(image.extent(), QRect(0, 0, 2, 1));
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_TRUE(vkNear(image.floatPixels(c.rect), c.expected)) << c.name;
     // Rows padded with four junk floats each are read by their stride.
     const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
@@ -55,12 +54,11 @@ TEST(VKImage, PixelsComeBackAsTheyWentIn)
 TEST(VKImage, NothingToMakeOrRenderAnswersNull)
 {
     const float one[4] = {1, 1, 1, 1};
-    struct Case
+    const struct
     {
         const char *name;
         VKImage image;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"no pixels", VKImage::imageWithFloatPixels(nullptr, 1, 1)},
         {"zero width", VKImage::imageWithFloatPixels(one, 0, 1)},
         {"negative height", VKImage::imageWithFloatPixels(one, 1, -1)},
@@ -70,7 +68,7 @@ TEST(VKImage, NothingToMakeOrRenderAnswersNull)
         {"operation on the null image",
          VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
     };
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_TRUE(c.image.isNull()) << c.name;
     float out[4];
     EXPECT_FALSE(VKImage().renderFloatPixels(QRect(0, 0, 1, 1), out));
@@ -160,14 +158,13 @@ TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
 
 TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
 {
-    struct Case
+    const struct
     {
         const char *name;
         const char *operation;
         QVariantMap values;
         QList<float> expected; // of the first pixel, 0.25 grey
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"one stop up doubles", "gegl:exposure", {{"exposure", 1.0}}, {0.5f, 0.5f, 0.5f, 1}},
         {"an integer converts", "gegl:exposure", {{"exposure", -1}}, {0.125f, 0.125f, 0.125f, 1}},
         {"a string is no number and leaves the default",
@@ -183,7 +180,7 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     const auto firstPixel = [](const VKImage &image) {
         return image.floatPixels(QRect(0, 0, 1, 1));
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         const auto filter = VKFilter::filterWithName(QString::fromLatin1(c.operation));
         ASSERT_TRUE(filter) << c.name;
         filter->setDefaults();
