@@ -139,43 +139,43 @@ TEST(VKReporterBody, PartsByteForByte)
     VKTempDir dir;
     const QString attachment = dir.writeFile("Logs/a.crash", QByteArray("crash\0\r\nbytes", 13));
     const QString unreadable = dir.filePath("missing.log");
-    struct Case
+    const auto part = [](const QByteArray &name, const QByteArray &value) {
+        return "--" + B + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" +
+               value + "\r\n";
+    };
+    const auto file = [](const QByteArray &fileName, const QByteArray &bytes) {
+        return "--" + B + "\r\nContent-Disposition: form-data; name=\"log\"; filename=\"" +
+               fileName + "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + bytes + "\r\n";
+    };
+    const QByteArray end = "--" + B + "--\r\n";
+    const struct
     {
         const char *name;
         QVariantMap fields;
         QByteArray expected;
     } cases[] = {
-        {"empty dictionary", {}, "--" + B + "--\r\n"},
+        {"empty dictionary", {}, end},
         {"string with backslashes",
          {{"path", QString("C:\\temp\\a")}},
-         "--" + B + "\r\nContent-Disposition: form-data; name=\"path\"\r\n\r\nC:/temp/a\r\n--" + B +
-             "--\r\n"},
+         part("path", "C:/temp/a") + end},
         {"user text loses its backslashes too, UTF-8",
          {{"desc", QString::fromUtf8("a\\b \xc3\xa9")}},
-         "--" + B + "\r\nContent-Disposition: form-data; name=\"desc\"\r\n\r\na/b \xc3\xa9\r\n--" +
-             B + "--\r\n"},
+         part("desc", "a/b \xc3\xa9") + end},
         {"file attachment: name only, exact bytes",
          {{"log", QUrl::fromLocalFile(attachment)}},
-         "--" + B +
-             "\r\nContent-Disposition: form-data; name=\"log\"; filename=\"a.crash\"\r\n"
-             "Content-Type: application/octet-stream\r\n\r\n" +
-             QByteArray("crash\0\r\nbytes", 13) + "\r\n--" + B + "--\r\n"},
+         file("a.crash", QByteArray("crash\0\r\nbytes", 13)) + end},
         {"unreadable file keeps its headers",
          {{"log", QUrl::fromLocalFile(unreadable)}},
-         "--" + B +
-             "\r\nContent-Disposition: form-data; name=\"log\"; filename=\"missing.log\"\r\n"
-             "Content-Type: application/octet-stream\r\n\r\n\r\n--" +
-             B + "--\r\n"},
+         file("missing.log", "") + end},
         {"number, date and web URL give empty parts",
          {{"n", 42}, {"t", QDateTime::currentDateTimeUtc()}, {"w", QUrl("http://x/y.crash")}},
-         "--" + B + "\r\n\r\n--" + B + "\r\n\r\n--" + B + "\r\n\r\n--" + B + "--\r\n"},
+         ("--" + B + "\r\n\r\n").repeated(3) + end},
         {"several fields in key order",
          {{"b", QString("2")}, {"a", QString("1")}},
-         "--" + B + "\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n1\r\n--" + B +
-             "\r\nContent-Disposition: form-data; name=\"b\"\r\n\r\n2\r\n--" + B + "--\r\n"},
+         part("a", "1") + part("b", "2") + end},
     };
     VKReporter reporter;
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_EQ(reporter.generateHTTPBody(c.fields), c.expected) << c.name;
 }
 
