@@ -60,14 +60,15 @@ inline QStringList partsOf(const VKStoredReport &report, const QStringList &name
 {
     QStringList lines;
     for (const QString &part : report.parts) {
-        const QString name = part.section(u' ', 1);
+        const QString kind = part.section(u' ', 0, 0), name = part.section(u' ', 1);
         QStringList values;
-        if (part.startsWith(QLatin1String("field")))
+        if (kind == QLatin1String("field"))
             values << QString::fromUtf8(report.fields.value(name));
-        else if (part.startsWith(QLatin1String("file")))
+        else if (kind == QLatin1String("file"))
             values << report.fileNames.value(name);
-        const auto entries = report.archives.value(name);
-        for (auto it = entries.cbegin(); part.startsWith(u'a') && it != entries.cend(); ++it)
+        const auto entries = kind == QLatin1String("archive") ? report.archives.value(name)
+                                                              : QMap<QString, QByteArray>();
+        for (auto it = entries.cbegin(); it != entries.cend(); ++it)
             values << (namesOnly.contains(name) ? it.key()
                                                 : it.key() + u'=' + QString::fromUtf8(it.value()));
         lines << part + QStringLiteral(": ") + values.join(QStringLiteral("; "));
