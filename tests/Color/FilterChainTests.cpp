@@ -5,14 +5,15 @@
 #include "Color/VKFilterFactory.h"
 #include "Color/VKImage.h"
 #include "Color/VKTriple.h"
+#include "ColorTestSupport.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
+#include "Foundation/VKPropertyList.h"
 #include "VKTestSupport.h"
 
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <QFile>
 #include <QProcess>
@@ -236,32 +237,28 @@ TEST(FilterChain, NilParametersRaise)
 
 TEST(FilterChain, ExportRules)
 {
-    struct Export
-    {
-        int filter;
-        const char *internal, *external;
-    };
+    // Exports made in order, as "filter:internal->external"; then what stays, and the output's
+    // filter.
     const struct
     {
         const char *name;
-        QList<Export> exports;
-        QStringList expected;
+        QStringList exports, expected;
         QString output;
     } cases[] = {
         {"first of a name wins",
-         {{0, "inputScale", "gain"}, {1, "inputScale", "gain"}, {0, "inputOffset", "gain"}},
+         {"f0:inputScale->gain", "f1:inputScale->gain", "f0:inputOffset->gain"},
          {"f0:inputScale->gain"},
          "none"},
         {"last output wins",
-         {{0, "outputImage", "outputImage"}, {1, "outputImage", "outputImage"}},
+         {"f0:outputImage->outputImage", "f1:outputImage->outputImage"},
          {},
          "f1"},
         {"the output is not an input",
-         {{0, "inputImage", "outputImage"}, {1, "inputImage", "inputImage"}},
+         {"f0:inputImage->outputImage", "f1:inputImage->inputImage"},
          {"f1:inputImage->inputImage"},
          "f0"},
         {"one key under two names",
-         {{0, "inputScale", "gain"}, {0, "inputScale", "exposure"}},
+         {"f0:inputScale->gain", "f0:inputScale->exposure"},
          {"f0:inputScale->exposure", "f0:inputScale->gain"},
          "none"},
     };
@@ -269,8 +266,10 @@ TEST(FilterChain, ExportRules)
         SCOPED_TRACE(c.name);
         const QList<std::shared_ptr<VKFilter>> filters{testFilter("f0"), testFilter("f1")};
         VKFilterChainWrapper w;
-        for (const Export &e : c.exports)
-            w.exportKey(e.internal, filters[e.filter], e.external);
+        for (const QString &e : c.exports) {
+            const QStringList parts = e.split(QRegularExpression(":|->"));
+            w.exportKey(parts[1], filters[parts[0].back().digitValue()], parts[2]);
+        }
         EXPECT_EQ(exportsOf(w), c.expected);
         EXPECT_EQ(label(w.outputConnection() ? w.outputConnection()->exportingFilter() : nullptr),
                   c.output);
@@ -320,12 +319,12 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     w->exportKey("inputOffset", b, "lift");
     w->exportOutputImageKeyForFilter(b);
 
-    QStringList keys = w->inputKeys();
-    keys.sort();
-    EXPECT_EQ(keys, QStringList({"gain", "gain2", "inputImage", "lift"}));
-    keys = w->inputParameterKeys();
-    keys.sort();
-    EXPECT_EQ(keys, QStringList({"gain", "gain2", "lift"}));
+    const auto sorted = [](QStringList keys) {
+        keys.sort();
+        return keys;
+    };
+    EXPECT_EQ(sorted(w->inputKeys()), QStringList({"gain", "gain2", "inputImage", "lift"}));
+    EXPECT_EQ(sorted(w->inputParameterKeys()), QStringList({"gain", "gain2", "lift"}));
     EXPECT_EQ(w->outputKeys(), QStringList{"outputImage"});
     const QVariantMap attributes = w->customAttributes();
     EXPECT_EQ(attributes.keys(), QStringList({"gain", "gain2", "inputImage", "lift"}));
@@ -418,61 +417,39 @@ QByteArray archive(const std::shared_ptr<VKCoding> &root)
     return data;
 }
 
-QString classOf(plist_t archive, plist_t object)
+// The class name of an object in an archive's table of objects.
+QString classOf(const QVariantList &objects, const QVariant &object)
 {
-    plist_t ref =
-        plist_get_node_type(object) == PLIST_DICT ? plist_dict_get_item(object, "$class") : nullptr;
-    uint64_t uid = 0;
-    if (!ref || plist_get_node_type(ref) != PLIST_UID)
+    const QVariant ref = object.toMap().value("$class");
+    if (!ref.canConvert<VKPropertyListUID>())
         return {};
-    plist_get_uid_val(ref, &uid);
-    plist_t objects = plist_dict_get_item(archive, "$objects");
-    char *name = nullptr;
-    plist_get_string_val(
-        plist_dict_get_item(plist_array_get_item(objects, uint32_t(uid)), "$classname"), &name);
-    const QString result = QString::fromUtf8(name);
-    free(name);
-    return result;
+    return objects.value(qsizetype(ref.value<VKPropertyListUID>().value))
+        .toMap()
+        .value("$classname")
+        .toString();
 }
 
-// Calls `edit` with every object of `className` in the archive, and its index in the table.
-using Edit = std::function<void(plist_t archive, plist_t object, uint32_t index)>;
+// Lets `edit` change every object of `className` (every object when empty) in the archive.
+using Edit = std::function<void(const QVariantList &objects, QVariant &object)>;
 QByteArray edited(const QByteArray &data, const QString &className, const Edit &edit)
 {
-    plist_t root = nullptr;
-    plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
-    plist_t objects = plist_dict_get_item(root, "$objects");
-    for (uint32_t i = 0; i < plist_array_get_size(objects); ++i) {
-        plist_t object = plist_array_get_item(objects, i);
-        if (className.isEmpty() || classOf(root, object) == className)
-            edit(root, object, i);
-    }
-    char *bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root, &bytes, &length);
-    QByteArray result(bytes, length);
-    plist_to_bin_free(bytes);
-    plist_free(root);
-    return result;
+    QVariantMap root = VKPropertyList::propertyListWithData(data).toMap();
+    QVariantList objects = root["$objects"].toList();
+    for (QVariant &object : objects)
+        if (className.isEmpty() || classOf(objects, object) == className)
+            edit(objects, object);
+    root["$objects"] = objects;
+    return VKPropertyList::dataWithPropertyList(root, VKPropertyListFormat::Binary);
 }
 
-// A reference to the first object of `className`.
-plist_t uidOf(plist_t archive, const QString &className)
-{
-    uint32_t found = 0;
-    plist_t objects = plist_dict_get_item(archive, "$objects");
-    for (uint32_t i = 0; i < plist_array_get_size(objects) && !found; ++i)
-        if (classOf(archive, plist_array_get_item(objects, i)) == className)
-            found = i;
-    return plist_new_uid(found);
-}
-
-// Sets `key` of every object of `className` to what `value` makes.
+// Sets `key` of every object of `className` to what `value` makes of the table.
 QByteArray withValue(const QByteArray &data, const QString &className, const char *key,
-                     const std::function<plist_t(plist_t archive)> &value)
+                     const std::function<QVariant(const QVariantList &objects)> &value)
 {
-    return edited(data, className, [&](plist_t a, plist_t object, uint32_t) {
-        plist_dict_set_item(object, key, value(a));
+    return edited(data, className, [&](const QVariantList &objects, QVariant &object) {
+        QVariantMap map = object.toMap();
+        map[key] = value(objects);
+        object = map;
     });
 }
 
@@ -521,19 +498,20 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
     ASSERT_GE(at, 0);
     huge.replace(at, 6, QByteArray("\x5f\x12\x06\x40\x00\x00", 6));
 
+    // A reference to the first object of a class, and the wrapper's to its connections.
     const auto uidOfClass = [](const char *className) {
-        return [=](plist_t a) { return uidOf(a, className); };
+        return [=](const QVariantList &objects) {
+            quint64 i = 0;
+            while (i < quint64(objects.size()) && classOf(objects, objects[i]) != className)
+                ++i;
+            return QVariant::fromValue(VKPropertyListUID{i});
+        };
     };
-    // A copy of the wrapper's reference to its array of connections.
-    const auto connectionsOfWrapper = [](plist_t archive) {
-        plist_t found = nullptr;
-        plist_t objects = plist_dict_get_item(archive, "$objects");
-        for (uint32_t i = 0; i < plist_array_get_size(objects) && !found; ++i) {
-            plist_t object = plist_array_get_item(objects, i);
-            if (classOf(archive, object) == "VKFilterChainWrapper")
-                found = plist_copy(plist_dict_get_item(object, "filterConnections"));
-        }
-        return found;
+    const auto connectionsOfWrapper = [&](const QVariantList &objects) {
+        return objects
+            .value(uidOfClass("VKFilterChainWrapper")(objects).value<VKPropertyListUID>().value)
+            .toMap()
+            .value("filterConnections");
     };
     const struct
     {
@@ -556,7 +534,7 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          "connections"},
         {"source key is a number",
          withValue(good, "VKFilterConnection", "sourceKey",
-                   [](plist_t) { return plist_new_uint(7); }),
+                   [](const QVariantList &) { return QVariant(7); }),
          "The value for key \"sourceKey\" is not a string"},
         {"source filter is an export", withValue(good, "VKFilterConnection", "sourceFilter",
                                                  uidOfClass("VKFilterKeyExportConnection"))},
@@ -569,22 +547,29 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          "The value for key \"filterClassNames\" holds a member that is not a class name"},
         {"export without a filter",
          edited(good, "VKFilterKeyExportConnection",
-                [](plist_t, plist_t object, uint32_t) {
-                    plist_dict_remove_item(object, "exportingFilter");
+                [](const QVariantList &, QVariant &object) {
+                    QVariantMap map = object.toMap();
+                    map.remove("exportingFilter");
+                    object = map;
                 }),
          "VKFilterKeyExportConnection has no value for key \"exportingFilter\""},
+        {"filter values are no dictionary",
+         withValue(good, "ChainTestFilter", "VKFilterInputValues",
+                   [](const QVariantList &) { return QVariant(7); }),
+         "The filter's values in the archive are not a dictionary."},
         {"reference loop",
          withValue(good, "VKFilterConnection", "sourceFilter", uidOfClass("VKFilterChainWrapper")),
          "VKFilterChainWrapper refers back to itself through its filters"},
         {"unknown class",
          edited(good, {},
-                [](plist_t, plist_t object, uint32_t) {
-                    plist_t name = plist_get_node_type(object) == PLIST_DICT
-                                       ? plist_dict_get_item(object, "$classname")
-                                       : object;
-                    if (name && plist_get_node_type(name) == PLIST_STRING &&
-                        plist_string_val_compare(name, "ChainTestFilter") == 0)
-                        plist_set_string_val(name, "GoneFilter");
+                [](const QVariantList &, QVariant &object) {
+                    QVariantMap map = object.toMap();
+                    if (map.value("$classname") == "ChainTestFilter") {
+                        map["$classname"] = "GoneFilter";
+                        object = map;
+                    } else if (object == "ChainTestFilter") {
+                        object = "GoneFilter";
+                    }
                 }),
          "Cannot decode an object of class \"GoneFilter\" for key \"sourceFilter\": the class is "
          "unknown or not archivable",
@@ -639,9 +624,7 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     // x * 2, then * slope + offset, then / 4 + 0.5.
     const QList<float> expected{0.625f, 0.75f, 1.375f, 1.0f, 0.5625f, 0.5625f, 2.375f, 1.0f};
     const QList<float> rendered = render(chain->outputImage());
-    ASSERT_EQ(rendered.size(), expected.size());
-    for (qsizetype i = 0; i < expected.size(); ++i)
-        EXPECT_NEAR(rendered[i], expected[i], 1e-6) << "component " << i;
+    EXPECT_TRUE(vkNear(rendered, expected, 1e-6f));
 
     VKTempDir temp;
     const QStringList arguments{

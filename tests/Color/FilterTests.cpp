@@ -6,6 +6,7 @@
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 
+#include "ColorTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QColor>
@@ -27,29 +28,14 @@ VKImage twoPixels()
     return VKImage::imageWithFloatPixels(kPixels, 2, 1);
 }
 
-::testing::AssertionResult near(const QList<float> &actual, const QList<float> &expected,
-                                float tolerance = 1e-5f)
-{
-    if (actual.size() != expected.size())
-        return ::testing::AssertionFailure()
-               << actual.size() << " values, expected " << expected.size();
-    for (qsizetype i = 0; i < actual.size(); ++i) {
-        if (std::fabs(actual[i] - expected[i]) > tolerance)
-            return ::testing::AssertionFailure()
-                   << "value " << i << ": " << actual[i] << " expected " << expected[i];
-    }
-    return ::testing::AssertionSuccess();
-}
-
 TEST(VKImage, PixelsComeBackAsTheyWentIn)
 {
-    struct Case
+    const struct
     {
         const char *name;
         QRect rect;
         QList<float> expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"whole image", QRect(0, 0, 2, 1), QList<float>(kPixels, kPixels + 8)},
         {"second pixel only", QRect(1, 0, 1, 1), {0.5f, 0.125f, 1.0f, 0.5f}},
         {"outside is transparent black", QRect(2, 0, 1, 1), {0, 0, 0, 0}},
@@ -57,23 +43,22 @@ TEST(VKImage, PixelsComeBackAsTheyWentIn)
     };
     const VKImage image = twoPixels();
     EXPECT_EQ(image.extent(), QRect(0, 0, 2, 1));
-    for (const Case &c : cases)
-        EXPECT_TRUE(near(image.floatPixels(c.rect), c.expected)) << c.name;
+    for (const auto &c : cases)
+        EXPECT_TRUE(vkNear(image.floatPixels(c.rect), c.expected)) << c.name;
     // Rows padded with four junk floats each are read by their stride.
     const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
     const VKImage rows = VKImage::imageWithFloatPixels(padded, 1, 2, 8 * sizeof(float));
-    EXPECT_TRUE(near(rows.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
+    EXPECT_TRUE(vkNear(rows.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
 }
 
 TEST(VKImage, NothingToMakeOrRenderAnswersNull)
 {
     const float one[4] = {1, 1, 1, 1};
-    struct Case
+    const struct
     {
         const char *name;
         VKImage image;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"no pixels", VKImage::imageWithFloatPixels(nullptr, 1, 1)},
         {"zero width", VKImage::imageWithFloatPixels(one, 0, 1)},
         {"negative height", VKImage::imageWithFloatPixels(one, 1, -1)},
@@ -83,7 +68,7 @@ TEST(VKImage, NothingToMakeOrRenderAnswersNull)
         {"operation on the null image",
          VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
     };
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_TRUE(c.image.isNull()) << c.name;
     float out[4];
     EXPECT_FALSE(VKImage().renderFloatPixels(QRect(0, 0, 1, 1), out));
@@ -103,10 +88,10 @@ TEST(VKImage, QImagesAreSRGBEncodedAndFloatImagesLinear)
     const QImage floats = image.renderImage(QRect(0, 0, 2, 1), QImage::Format_RGBA32FPx4);
     ASSERT_EQ(floats.format(), QImage::Format_RGBA32FPx4);
     const auto *f = reinterpret_cast<const float *>(floats.constBits());
-    EXPECT_TRUE(near(QList<float>(f, f + 8), QList<float>(kPixels, kPixels + 8)));
+    EXPECT_TRUE(vkNear(QList<float>(f, f + 8), QList<float>(kPixels, kPixels + 8)));
     // And back: an 8-bit image read as sRGB.
     const VKImage again = VKImage::imageWithQImage(bytes);
-    EXPECT_TRUE(near(again.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 1}, 2e-3f));
+    EXPECT_TRUE(vkNear(again.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 1}, 2e-3f));
 }
 
 TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
@@ -137,7 +122,7 @@ TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
         t.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_GE(seen.load(), qint64(size) * size);
-    EXPECT_TRUE(near(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
+    EXPECT_TRUE(vkNear(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
 }
 
 TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
@@ -173,14 +158,13 @@ TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
 
 TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
 {
-    struct Case
+    const struct
     {
         const char *name;
         const char *operation;
         QVariantMap values;
         QList<float> expected; // of the first pixel, 0.25 grey
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"one stop up doubles", "gegl:exposure", {{"exposure", 1.0}}, {0.5f, 0.5f, 0.5f, 1}},
         {"an integer converts", "gegl:exposure", {{"exposure", -1}}, {0.125f, 0.125f, 0.125f, 1}},
         {"a string is no number and leaves the default",
@@ -196,7 +180,7 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     const auto firstPixel = [](const VKImage &image) {
         return image.floatPixels(QRect(0, 0, 1, 1));
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         const auto filter = VKFilter::filterWithName(QString::fromLatin1(c.operation));
         ASSERT_TRUE(filter) << c.name;
         filter->setDefaults();
@@ -204,7 +188,7 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
         for (auto it = c.values.cbegin(); it != c.values.cend(); ++it)
             filter->setValueForKey(it.value(), it.key());
         const VKImage out = filter->valueForKey(VKFilterOutputImageKey).value<VKImage>();
-        EXPECT_TRUE(near(firstPixel(out), c.expected, 1e-4f)) << c.name;
+        EXPECT_TRUE(vkNear(firstPixel(out), c.expected, 1e-4f)) << c.name;
     }
 
     const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
@@ -214,14 +198,14 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     const QList<float> beyond = firstPixel(filter->outputImage());
     filter->setValueForKey(filter->customAttributes()["exposure"].toMap()[VKAttributeMax],
                            "exposure");
-    EXPECT_TRUE(near(beyond, firstPixel(filter->outputImage()), 1e-2f));
+    EXPECT_TRUE(vkNear(beyond, firstPixel(filter->outputImage()), 1e-2f));
     EXPECT_GT(beyond.value(0), 100.0f);
     // An image made earlier keeps the values of its time.
     filter->setValueForKey(1.0, "exposure");
     const VKImage before = filter->outputImage();
     filter->setValueForKey(2.0, "exposure");
-    EXPECT_TRUE(near(firstPixel(before), {0.5f, 0.5f, 0.5f, 1}));
-    EXPECT_TRUE(near(firstPixel(filter->outputImage()), {1, 1, 1, 1}));
+    EXPECT_TRUE(vkNear(firstPixel(before), {0.5f, 0.5f, 0.5f, 1}));
+    EXPECT_TRUE(vkNear(firstPixel(filter->outputImage()), {1, 1, 1, 1}));
     // setDefaults resets parameters but keeps the image.
     filter->setDefaults();
     EXPECT_EQ(filter->valueForKey("exposure").toDouble(), 0.0);
@@ -289,6 +273,16 @@ TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
     ASSERT_TRUE(gain);
     EXPECT_EQ(gain->tripleClass(), VKTripleClass::ARL);
     EXPECT_EQ(gain->z(), 2.0f);
+    // Every kind of triple comes back as its own kind.
+    for (const VKTriple &t : {VKTriple(VKRGBTriple(1, 2, 3)), VKTriple(VKHSVTriple(1, 2, 3)),
+                              VKTriple(VKTTLTriple(1, 2, 3)), VKTriple(1, 2, 3)}) {
+        filter->setValueForKey(t.toVariant(), "inputGain");
+        const auto back = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(
+            VKKeyedArchiver::archivedDataWithRootObject(filter, &error), &error);
+        ASSERT_TRUE(back) << error.description();
+        EXPECT_TRUE(t.isEqual(*VKTriple::fromVariant(back->valueForKey("inputGain"))))
+            << t.className().toStdString();
+    }
     EXPECT_EQ(restored->valueForKey("inputTint").value<QColor>(), QColor(255, 0, 0));
     EXPECT_FALSE(restored->valueForKey(VKFilterInputImageKey).isValid()) << "images are not kept";
 
@@ -314,6 +308,8 @@ TEST(VKOperationFilter, ArchivesNameTheOperationAndBadOnesFail)
     VKError failure;
     EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(renamed, &failure));
     EXPECT_EQ(failure.code(), 4864);
+    EXPECT_EQ(failure.localizedDescription(),
+              "The archive holds a filter \"gegl:exposurX\" that cannot be made.");
 }
 
 } // namespace

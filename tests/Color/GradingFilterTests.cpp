@@ -4,6 +4,7 @@
 #include "Color/VKImage.h"
 #include "Color/VKTriple.h"
 
+#include "ColorTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QColorSpace>
@@ -22,58 +23,51 @@ const float kPixel[4] = {0.2f, 0.4f, 0.8f, 0.5f};
 
 TEST(VKGradingFilters, PixelsMatchTheArithmeticByHand)
 {
-    struct Case
-    {
-        const char *name;
-        const char *filter;
-        QVariantMap values;
-        float expected[4];
+    const char *exposure = "VKExposureFilter", *balance = "VKWhiteBalanceFilter",
+               *wheels = "VKLiftGammaGainFilter";
+    const auto arl = [](float radius, float level) {
+        return QVariant::fromValue(VKARLTriple(0, radius, level));
     };
-    const float inv = 1.0f / 2.0f; // 1 / gamma for a gamma wheel at level log10(2)
-    const Case cases[] = {
-        {"exposure defaults to nothing", "VKExposureFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
-        {"one stop up", "VKExposureFilter", {{"inputEV", 1.0}}, {0.4f, 0.8f, 1.6f, 0.5f}},
-        {"two stops down", "VKExposureFilter", {{"inputEV", -2}}, {0.05f, 0.1f, 0.2f, 0.5f}},
-        {"beyond ten stops clamps",
-         "VKExposureFilter",
-         {{"inputEV", 40.0}},
-         {0.2f * 1024, 0.4f * 1024, 0.8f * 1024, 0.5f}},
-        {"a neutral balance changes nothing", "VKWhiteBalanceFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
+    const float lg2 = std::log10(2.0f); // the level of a gain of 2, or of a gamma of 2
+    const struct
+    {
+        const char *filter, *name;
+        QVariantMap values;
+        QList<float> expected;
+    } cases[] = {
+        {exposure, "defaults to nothing", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
+        {exposure, "one stop up", {{"inputEV", 1.0}}, {0.4f, 0.8f, 1.6f, 0.5f}},
+        {exposure, "two stops down", {{"inputEV", -2}}, {0.05f, 0.1f, 0.2f, 0.5f}},
+        {exposure, "beyond ten stops clamps", {{"inputEV", 40.0}}, {204.8f, 409.6f, 819.2f, 0.5f}},
+        {balance, "a neutral balance changes nothing", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
         // Temperature 0.75: the cast is (0.04375, 0.04375, 0.03125), so blue gains 1.4.
-        {"a warm cast lifts blue",
-         "VKWhiteBalanceFilter",
+        {balance,
+         "a warm cast lifts blue",
          {{"inputNeutral", QVariant::fromValue(VKTTLTriple(0.5f, 0.75f, 0.125f))}},
-         {0.2f, 0.4f, 0.8f * 1.4f, 0.5f}},
-        {"centred wheels change nothing", "VKLiftGammaGainFilter", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
-        {"gain level log10(2) doubles",
-         "VKLiftGammaGainFilter",
-         {{"inputGain", QVariant::fromValue(VKARLTriple(0, 0, std::log10(2.0f)))}},
-         {0.4f, 0.8f, 1.6f, 0.5f}},
-        {"lift 0.5 halves the distance to white",
-         "VKLiftGammaGainFilter",
-         {{"inputLift", QVariant::fromValue(VKARLTriple(0, 0, 0.5f))}},
+         {0.2f, 0.4f, 1.12f, 0.5f}},
+        {wheels, "centred wheels change nothing", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
+        {wheels, "gain 2 doubles", {{"inputGain", arl(0, lg2)}}, {0.4f, 0.8f, 1.6f, 0.5f}},
+        {wheels,
+         "lift 0.5 halves the distance to white",
+         {{"inputLift", arl(0, 0.5f)}},
          {0.6f, 0.7f, 0.9f, 0.5f}},
-        {"gamma 2 takes square roots",
-         "VKLiftGammaGainFilter",
-         {{"inputGamma", QVariant::fromValue(VKARLTriple(0, 0, std::log10(2.0f)))}},
-         {std::pow(0.2f, inv), std::pow(0.4f, inv), std::pow(0.8f, inv), 0.5f}},
-        // A red gain wheel at full radius: hue 0, saturation 1 is (1, 0, 0).
-        {"a red gain wheel keeps only red",
-         "VKLiftGammaGainFilter",
-         {{"inputGain", QVariant::fromValue(VKARLTriple(0, 1, 0))}},
-         {0.2f, 0, 0, 0.5f}},
+        {wheels,
+         "gamma 2 takes square roots",
+         {{"inputGamma", arl(0, lg2)}},
+         {0.4472136f, 0.6324555f, 0.8944272f, 0.5f}},
+        // Hue 0 at saturation 1 is (1, 0, 0).
+        {wheels, "a red gain wheel keeps only red", {{"inputGain", arl(1, 0)}}, {0.2f, 0, 0, 0.5f}},
     };
     const VKImage input = VKImage::imageWithFloatPixels(kPixel, 1, 1);
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
         const auto filter = VKFilterFactory::filterWithName(QString::fromLatin1(c.filter));
-        ASSERT_TRUE(filter) << c.name;
+        ASSERT_TRUE(filter);
         filter->setValueForKey(QVariant::fromValue(input), VKFilterInputImageKey);
         for (auto it = c.values.cbegin(); it != c.values.cend(); ++it)
             filter->setValueForKey(it.value(), it.key());
-        const QList<float> out = filter->outputImage().floatPixels(QRect(0, 0, 1, 1));
-        ASSERT_EQ(out.size(), 4) << c.name;
-        for (int i = 0; i < 4; ++i)
-            EXPECT_NEAR(out[i], c.expected[i], 1e-4f) << c.name << " channel " << i;
+        EXPECT_TRUE(
+            vkNear(filter->outputImage().floatPixels(QRect(0, 0, 1, 1)), c.expected, 1e-4f));
     }
 }
 

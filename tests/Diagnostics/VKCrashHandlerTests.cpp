@@ -10,20 +10,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSysInfo>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
-#include <thread>
-
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
-extern char **environ;
 
 namespace {
 
@@ -36,46 +29,26 @@ constexpr bool kSanitized = false;
 struct Ending
 {
     bool finished = false; // false: still running at the deadline, then killed
-    int status = 0;
+    bool signaled = false;
+    int code = 0; // the signal that ended the process, or its exit status
 };
 
 // Runs the probe with XDG_STATE_HOME set; waits at most 20 s (a hang is a failure, not a wait).
 Ending runProbe(const QStringList &arguments, const QString &stateHome)
 {
-    QList<QByteArray> storage{QFile::encodeName(vkTestBinaryPath("vkdiagnostics_probe"))};
-    for (const QString &a : arguments)
-        storage << a.toUtf8();
-    std::vector<char *> argv;
-    for (QByteArray &a : storage)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    const QByteArray savedStateHome = qgetenv("XDG_STATE_HOME");
-    qputenv("XDG_STATE_HOME", QFile::encodeName(stateHome));
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    Ending ending;
-    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (savedStateHome.isNull())
-        qunsetenv("XDG_STATE_HOME");
-    else
-        qputenv("XDG_STATE_HOME", savedStateHome);
-    if (spawned != 0)
-        return ending;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (waitpid(pid, &ending.status, WNOHANG) == pid) {
-            ending.finished = true;
-            return ending;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    QProcess probe;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_STATE_HOME", stateHome);
+    probe.setProcessEnvironment(environment);
+    probe.setStandardOutputFile(QProcess::nullDevice());
+    probe.setStandardErrorFile(QProcess::nullDevice());
+    probe.start(vkTestBinaryPath("vkdiagnostics_probe"), arguments);
+    const bool finished = probe.waitForFinished(20000);
+    if (!finished) {
+        probe.kill();
+        probe.waitForFinished();
     }
-    kill(pid, SIGKILL);
-    waitpid(pid, &ending.status, 0);
-    return ending;
+    return {finished, probe.exitStatus() == QProcess::CrashExit, probe.exitCode()};
 }
 
 QString readAll(const QString &path)
@@ -124,11 +97,10 @@ TEST(VKCrashHandler, EachFatalSignalLeavesAReportTheReadersUnderstand)
         const Ending ending = runProbe(arguments, VKSearchPaths::stateDirectory());
         ASSERT_TRUE(ending.finished) << "the process hung";
         // A sanitizer's handler, handed the fault, may end the process with an abort.
-        if (WIFSIGNALED(ending.status) && !(kSanitized && WTERMSIG(ending.status) == SIGABRT)) {
-            EXPECT_EQ(WTERMSIG(ending.status), c.endsWith);
-        } else if (!WIFSIGNALED(ending.status)) {
-            EXPECT_TRUE(kSanitized && WEXITSTATUS(ending.status) != 0)
-                << "exited with " << WEXITSTATUS(ending.status);
+        if (ending.signaled && !(kSanitized && ending.code == SIGABRT)) {
+            EXPECT_EQ(ending.code, c.endsWith);
+        } else if (!ending.signaled) {
+            EXPECT_TRUE(kSanitized && ending.code != 0) << "exited with " << ending.code;
         }
 
         const QString folder =

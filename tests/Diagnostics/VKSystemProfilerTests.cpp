@@ -23,11 +23,19 @@ QVariantMap rowFor(const QVariantList &rows, const QString &key)
     return {};
 }
 
-QStringList keys(const QVariantList &rows)
+// "key | display key | value | display value" of each row, texts in quotes; a row with other
+// entries too is marked.
+QStringList texts(const QVariantList &rows)
 {
     QStringList list;
-    for (const QVariant &r : rows)
-        list << r.toMap().value("key").toString();
+    for (const QVariant &r : rows) {
+        const QVariantMap row = r.toMap();
+        QStringList cells{row.value("key").toString(), row.value("displayKey").toString()};
+        for (const QVariant &v : {row.value("value"), row.value("displayValue")})
+            cells << (v.metaType().id() == QMetaType::QString ? '"' + v.toString() + '"'
+                                                              : v.toString());
+        list << cells.join(" | ") + (row.size() == 4 ? "" : " (and more)");
+    }
     return list;
 }
 
@@ -52,36 +60,17 @@ TEST(VKSystemProfiler, RowsInOrderWithExactTexts)
 {
     const auto &profiler = VKSystemProfiler::sharedSystemProfiler();
     const QVariantList rows = profiler.systemProfileArray(fullFacts(), "MyApp", "1.2");
-    EXPECT_EQ(keys(rows),
-              QStringList({"osVersion", "cputype", "cpu64bit", "cpusubtype", "model", "ncpu",
-                           "lang", "appName", "appVersion", "cpuFreqMHz", "ramMB"}));
-    for (const QVariant &r : rows)
-        EXPECT_EQ(r.toMap().keys(), QStringList({"displayKey", "displayValue", "key", "value"}));
-    struct Case
-    {
-        const char *key;
-        const char *displayKey;
-        QVariant value;
-        QVariant displayValue;
-    } cases[] = {
-        {"osVersion", "OS Version", "12", "12"},
-        {"cputype", "CPU Type", 7, "Intel"},
-        {"cpu64bit", "CPU is 64-Bit?", true, "Yes"},
-        {"cpusubtype", "CPU Subtype", 3, "Intel Core 2"},
-        {"model", "Mac Model", "MacPro6,1", "Mac Pro (Late 2013)"},
-        {"ncpu", "Number of CPUs", 8, 8},
-        {"lang", "Preferred Language", "en-GB", "en-GB"},
-        {"appName", "Application Name", "MyApp", "MyApp"},
-        {"appVersion", "Application Version", "1.2", "1.2"},
-        {"cpuFreqMHz", "CPU Speed (GHz)", 2400, 2.4},
-        {"ramMB", "Memory (MB)", 16384, 16384},
-    };
-    for (const Case &c : cases) {
-        const QVariantMap r = rowFor(rows, c.key);
-        EXPECT_EQ(r.value("displayKey"), QString(c.displayKey)) << c.key;
-        EXPECT_EQ(r.value("value"), c.value) << c.key;
-        EXPECT_EQ(r.value("displayValue"), c.displayValue) << c.key;
-    }
+    EXPECT_EQ(
+        texts(rows),
+        QStringList(
+            {"osVersion | OS Version | \"12\" | \"12\"", "cputype | CPU Type | 7 | \"Intel\"",
+             "cpu64bit | CPU is 64-Bit? | true | \"Yes\"",
+             "cpusubtype | CPU Subtype | 3 | \"Intel Core 2\"",
+             "model | Mac Model | \"MacPro6,1\" | \"Mac Pro (Late 2013)\"",
+             "ncpu | Number of CPUs | 8 | 8", "lang | Preferred Language | \"en-GB\" | \"en-GB\"",
+             "appName | Application Name | \"MyApp\" | \"MyApp\"",
+             "appVersion | Application Version | \"1.2\" | \"1.2\"",
+             "cpuFreqMHz | CPU Speed (GHz) | 2400 | 2.4", "ramMB | Memory (MB) | 16384 | 16384"}));
 }
 
 TEST(VKSystemProfiler, ProcessorAndModelRules)
@@ -116,8 +105,8 @@ TEST(VKSystemProfiler, ProcessorAndModelRules)
     f.model = "Unheard1,1";
     const QVariantList rows =
         VKSystemProfiler::sharedSystemProfiler().systemProfileArray(f, QString(), QString());
-    EXPECT_EQ(keys(rows), QStringList{"model"}) << "failed sources and null names leave rows out";
-    EXPECT_EQ(rowFor(rows, "model").value("displayValue"), QString("Unheard1,1"));
+    EXPECT_EQ(texts(rows), QStringList{"model | Mac Model | \"Unheard1,1\" | \"Unheard1,1\""})
+        << "failed sources and null names leave rows out";
 }
 
 TEST(VKSystemProfiler, ThisMachine)

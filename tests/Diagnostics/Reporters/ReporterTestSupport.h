@@ -53,6 +53,29 @@ inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
     return entries;
 }
 
+// A stored report as one comparable list, a line per part in the order sent: a field with its
+// text, an attachment with the file name sent, an archive with its entries ("name=bytes", or
+// only the names for the archives in `namesOnly`).
+inline QStringList partsOf(const VKStoredReport &report, const QStringList &namesOnly = {})
+{
+    QStringList lines;
+    for (const QString &part : report.parts) {
+        const QString kind = part.section(u' ', 0, 0), name = part.section(u' ', 1);
+        QStringList values;
+        if (kind == QLatin1String("field"))
+            values << QString::fromUtf8(report.fields.value(name));
+        else if (kind == QLatin1String("file"))
+            values << report.fileNames.value(name);
+        const auto entries = kind == QLatin1String("archive") ? report.archives.value(name)
+                                                              : QMap<QString, QByteArray>();
+        for (auto it = entries.cbegin(); it != entries.cend(); ++it)
+            values << (namesOnly.contains(name) ? it.key()
+                                                : it.key() + u'=' + QString::fromUtf8(it.value()));
+        lines << part + QStringLiteral(": ") + values.join(QStringLiteral("; "));
+    }
+    return lines;
+}
+
 // A port on 127.0.0.1 that nobody listens on: connections to it are refused at once.
 inline quint16 refusedPort()
 {
