@@ -14,6 +14,26 @@
 #include <mutex>
 #include <vector>
 
+// Spins for a short while (a few microseconds) until `ready` answers true; answers the last
+// answer. The queues' workers look for new work this way before they go to sleep: work that
+// arrives within the spin then costs no wake-up, which is a system call for the adder and a
+// context switch for the worker.
+template <typename Ready>
+bool vkSpinBriefly(Ready &&ready)
+{
+    constexpr int kRounds = 200;
+    for (int round = 0; round < kRounds; ++round) {
+        if (ready())
+            return true;
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
+    }
+    return ready();
+}
+
 // What an operation tells the queue that holds it. Called under the operation's mutex, so an
 // implementation takes only its own lock and never calls out.
 class VKOperationQueueLink
@@ -98,4 +118,14 @@ struct VKOperationBase::Private
         VKOperationBase *previousReady = nullptr;
         VKOperationBase *nextReady = nullptr;
     } queueEntry;
+
+    // The serial queues' bookkeeping (VKSingleThreadOperationQueue.cpp): the queue the
+    // operation waits in by mark, and while it does, the reference that queue holds and the
+    // link of its list of arrivals.
+    struct SerialEntry
+    {
+        std::atomic<const void *> queue{nullptr};
+        std::shared_ptr<VKOperationBase> operation;
+        VKOperationBase *next = nullptr;
+    } serialEntry;
 };
