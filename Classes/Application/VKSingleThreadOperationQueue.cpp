@@ -85,20 +85,22 @@ struct VKSingleThreadOperationQueue::Private
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::shared_ptr<VKOperationBase>> operations;
-    // Operations added by mark and not yet in `operations`, newest first.
-    std::atomic<VKOperationBase *> arrivals{nullptr};
-    std::atomic<bool> sleeping{false};
     // The waiting operations that are marked for another queue.
     QSet<const VKOperationBase *> overflow;
-    std::atomic<int> overflowCount{0};
     std::shared_ptr<VKOperationBase> currentOperation;
     bool suspended = false;
-    std::atomic<bool> threadStarted{false};
     std::thread::id threadId;
     QString name;
     std::shared_ptr<ReadinessObserver> readiness = std::make_shared<ReadinessObserver>();
     // The waiting operation whose "isReady" the worker observes, if any.
     std::shared_ptr<VKOperationBase> observed;
+
+    // Operations added by mark and not yet in `operations`, newest first. What adders touch
+    // has cache lines of its own, away from what the worker changes at every operation.
+    alignas(64) std::atomic<VKOperationBase *> arrivals{nullptr};
+    alignas(64) std::atomic<bool> sleeping{false};
+    std::atomic<int> overflowCount{0};
+    std::atomic<bool> threadStarted{false};
 
     // Under the mutex: appends the arrivals to `operations`, oldest first.
     void takeArrivalsLocked()
@@ -251,20 +253,11 @@ void VKSingleThreadOperationQueue::Private::enqueue(const std::shared_ptr<Privat
         {
             std::unique_lock lock(self->mutex);
             previous = std::move(self->currentOperation);
-            self->takeArrivalsLocked();
+            // Arrivals come after every listed operation: taken in batches, once the list is
+            // empty, so that the adders' list is touched once per batch.
+            if (self->operations.empty())
+                self->takeArrivalsLocked();
             while (!self->canStart()) {
-                if (self->operations.empty() && !self->suspended) {
-                    // The next add usually follows within microseconds.
-                    lock.unlock();
-                    const bool arrived = vkSpinBriefly([&] {
-                        return self->arrivals.load(std::memory_order_relaxed) != nullptr;
-                    });
-                    lock.lock();
-                    if (arrived) {
-                        self->takeArrivalsLocked();
-                        continue;
-                    }
-                }
                 self->sleeping.store(true);
                 self->takeArrivalsLocked();
                 if (!self->canStart())

@@ -33,6 +33,7 @@
 #include <utility>
 
 namespace {
+
 const QString kIsReady = QStringLiteral("isReady");
 const QString kIsExecuting = QStringLiteral("isExecuting");
 const QString kIsFinished = QStringLiteral("isFinished");

@@ -9,30 +9,126 @@
 #include <QString>
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
 
-// Spins for a short while (a few microseconds) until `ready` answers true; answers the last
-// answer. The queues' workers look for new work this way before they go to sleep: work that
-// arrives within the spin then costs no wake-up, which is a system call for the adder and a
-// context switch for the worker.
-template <typename Ready>
-bool vkSpinBriefly(Ready &&ready)
+// Blocks of one size recycled between threads, for what operations allocate. An operation is
+// usually made on one thread and destroyed on another (a queue's worker), so the heap's
+// per-thread caches never get its blocks back: every allocation would take the heap's shared,
+// locked path, and every block would come back cold. A released block is pushed on a shared
+// stack (one compare-and-swap); a thread that needs one takes the whole stack into a list of its
+// own with one exchange, so nothing is ever popped from the shared stack (no ABA problem). The
+// shared stack is bounded roughly; a thread's list goes back to it when the thread ends. Under
+// the sanitizers every block comes from the heap, so that they keep checking each one.
+template <std::size_t Size>
+class VKRecycledBlocks
 {
-    constexpr int kRounds = 200;
-    for (int round = 0; round < kRounds; ++round) {
-        if (ready())
-            return true;
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__aarch64__)
-        asm volatile("yield");
-#endif
+public:
+    static void *allocate()
+    {
+        if constexpr (kEnabled) {
+            Local &local = s_local;
+            if (!local.first && s_shared.first.load(std::memory_order_relaxed)) {
+                local.first = s_shared.first.exchange(nullptr, std::memory_order_acquire);
+                s_shared.count.store(0, std::memory_order_relaxed);
+            }
+            if (Block *block = local.first) {
+                local.first = block->next;
+                return block;
+            }
+        }
+        return ::operator new(Size);
     }
-    return ready();
-}
+
+    static void release(void *block)
+    {
+        if constexpr (kEnabled) {
+            if (s_shared.count.load(std::memory_order_relaxed) < kMaxShared) {
+                s_shared.count.fetch_add(1, std::memory_order_relaxed);
+                s_shared.push(static_cast<Block *>(block));
+                return;
+            }
+        }
+        ::operator delete(block, Size);
+    }
+
+private:
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr bool kEnabled = false;
+#else
+    static constexpr bool kEnabled = true;
+#endif
+    static constexpr int kMaxShared = 4096;
+
+    struct Block
+    {
+        Block *next;
+    };
+    static_assert(Size >= sizeof(Block));
+
+    struct alignas(64) Shared
+    {
+        std::atomic<Block *> first{nullptr};
+        std::atomic<int> count{0};
+
+        void push(Block *block)
+        {
+            Block *head = first.load(std::memory_order_relaxed);
+            do
+                block->next = head;
+            while (!first.compare_exchange_weak(head, block, std::memory_order_release,
+                                                std::memory_order_relaxed));
+        }
+    };
+
+    struct Local
+    {
+        Block *first = nullptr;
+        ~Local()
+        {
+            while (Block *block = first) {
+                first = block->next;
+                s_shared.push(block);
+            }
+        }
+    };
+
+    inline static Shared s_shared;
+    inline static thread_local Local s_local;
+};
+
+// An allocator for std::allocate_shared that recycles single objects' blocks.
+template <typename T>
+struct VKRecyclingAllocator
+{
+    using value_type = T;
+
+    VKRecyclingAllocator() = default;
+    template <typename U>
+    VKRecyclingAllocator(const VKRecyclingAllocator<U> &)
+    {}
+
+    T *allocate(std::size_t count)
+    {
+        if (count == 1 && alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__)
+            return static_cast<T *>(VKRecycledBlocks<sizeof(T)>::allocate());
+        return std::allocator<T>().allocate(count);
+    }
+    void deallocate(T *block, std::size_t count)
+    {
+        if (count == 1 && alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__)
+            VKRecycledBlocks<sizeof(T)>::release(block);
+        else
+            std::allocator<T>().deallocate(block, count);
+    }
+    friend bool operator==(const VKRecyclingAllocator &, const VKRecyclingAllocator &)
+    {
+        return true;
+    }
+};
 
 // What an operation tells the queue that holds it. Called under the operation's mutex, so an
 // implementation takes only its own lock and never calls out.
@@ -56,6 +152,20 @@ struct VKOperationAffectingKeys
 struct VKOperationBase::Private
 {
     virtual ~Private() = default;
+
+    // Parts of exactly this size are recycled; the extended parts of subclasses use the heap.
+    static void *operator new(std::size_t size)
+    {
+        return size == sizeof(Private) ? VKRecycledBlocks<sizeof(Private)>::allocate()
+                                       : ::operator new(size);
+    }
+    static void operator delete(void *block, std::size_t size)
+    {
+        if (size == sizeof(Private))
+            VKRecycledBlocks<sizeof(Private)>::release(block);
+        else
+            ::operator delete(block, size);
+    }
 
     enum State { Pending, Executing, Finished };
     std::atomic<int> state{Pending};
@@ -117,6 +227,10 @@ struct VKOperationBase::Private
         // The ready ones, in the order of addition.
         VKOperationBase *previousReady = nullptr;
         VKOperationBase *nextReady = nullptr;
+        // Between the add and the queue's taking it into its lists: the link of the queue's
+        // arrivals and the readiness the adder saw.
+        VKOperationBase *nextArrival = nullptr;
+        bool readyOnArrival = false;
     } queueEntry;
 
     // The serial queues' bookkeeping (VKSingleThreadOperationQueue.cpp): the queue the
