@@ -130,6 +130,35 @@ struct VKRecyclingAllocator
     }
 };
 
+// A mutex in one word, for the locks of every operation (std::mutex takes 40 bytes). States: 0
+// free, 1 held, 2 held and maybe waited for; waiters sleep on the word, and an unlock that
+// finds 2 wakes one of them, which takes the lock as 2 again (it cannot know whether others
+// still wait).
+class VKOperationLock
+{
+public:
+    void lock()
+    {
+        int expected = 0;
+        if (!m_state.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            lockContended();
+    }
+    void unlock()
+    {
+        if (m_state.exchange(0, std::memory_order_release) == 2)
+            m_state.notify_one();
+    }
+
+private:
+    void lockContended()
+    {
+        while (m_state.exchange(2, std::memory_order_acquire) != 0)
+            m_state.wait(2, std::memory_order_relaxed);
+    }
+    std::atomic<int> m_state{0};
+};
+
 // What an operation tells the queue that holds it. Called under the operation's mutex, so an
 // implementation takes only its own lock and never calls out.
 class VKOperationQueueLink
@@ -151,7 +180,7 @@ struct VKOperationAffectingKeys
 
 struct VKOperationBase::Private
 {
-    virtual ~Private() = default;
+    virtual ~Private();
 
     // Parts of exactly this size are recycled; the extended parts of subclasses use the heap.
     static void *operator new(std::size_t size)
@@ -167,9 +196,16 @@ struct VKOperationBase::Private
             ::operator delete(block, size);
     }
 
+    // The part crosses between threads with every queued operation (made on one, run and
+    // destroyed on another), so it is kept to few cache lines: what every operation touches
+    // comes first, one-word locks, and what few operations use (name, completion block,
+    // dependency list) in a part of its own made on first use.
+
     enum State { Pending, Executing, Finished };
     std::atomic<int> state{Pending};
     std::atomic<bool> cancelled{false};
+    // Guarded by `mutex`: the end was announced and is being (or was) delivered.
+    bool ending = false;
     // Dependencies whose end has not been delivered to this operation yet.
     std::atomic<int> unfinishedDependencies{0};
 
@@ -179,21 +215,40 @@ struct VKOperationBase::Private
     std::atomic<int> endDelivered{0};
     std::atomic<int> endWaiters{0};
 
-    // Guards the members up to the next comment.
-    mutable std::mutex mutex;
-    // The end was announced and is being (or was) delivered.
-    bool ending = false;
-    // Not owned: a dependant takes itself out before it goes.
-    std::vector<VKOperationBase *> dependants;
-    // The queue holding the operation; it clears the link (under this mutex) before it goes.
-    VKOperationQueueLink *queue = nullptr;
-    QString name;
-    std::function<void()> completionBlock;
-
+    // Guards `ending`, `dependants`, `queue`, and the name and completion block.
+    mutable VKOperationLock mutex;
     // Serialises changes of this operation's own dependency list (taken before a dependency's
     // mutex, never while calling out) and guards the list.
-    mutable std::mutex dependencyMutex;
-    QList<std::shared_ptr<VKOperationBase>> dependencies;
+    mutable VKOperationLock dependencyMutex;
+
+    // Shared by every operation of the class; looked up on first use.
+    std::atomic<const VKOperationAffectingKeys *> affectingKeys{nullptr};
+    // The queue holding the operation; it clears the link (under `mutex`) before it goes.
+    VKOperationQueueLink *queue = nullptr;
+    // Not owned: a dependant takes itself out before it goes.
+    std::vector<VKOperationBase *> dependants;
+
+    struct Extras
+    {
+        QString name;
+        std::function<void()> completionBlock;
+        QList<std::shared_ptr<VKOperationBase>> dependencies;
+    };
+    // Made on first use and kept until the operation goes; its members are guarded by the
+    // locks named above.
+    std::atomic<Extras *> extras{nullptr};
+
+    const Extras *extrasIfMade() const { return extras.load(std::memory_order_acquire); }
+    Extras &madeExtras()
+    {
+        Extras *made = extras.load(std::memory_order_acquire);
+        if (made)
+            return *made;
+        auto fresh = std::make_unique<Extras>();
+        if (extras.compare_exchange_strong(made, fresh.get(), std::memory_order_acq_rel))
+            return *fresh.release();
+        return *made; // another thread made it first
+    }
 
     void markEndDelivered()
     {
@@ -203,9 +258,6 @@ struct VKOperationBase::Private
         if (endWaiters.load() > 0)
             endDelivered.notify_all();
     }
-
-    // Shared by every operation of the class; looked up on first use.
-    std::atomic<const VKOperationAffectingKeys *> affectingKeys{nullptr};
 
     // The holding queue's bookkeeping, guarded by that queue's mutex. An operation is in one
     // queue at most, so the queue keeps its lists in the operations and allocates nothing
