@@ -127,15 +127,6 @@ struct VKSingleThreadOperationQueue::Private
         entry.queue.store(nullptr);
     }
 
-    void push(VKOperationBase *operation)
-    {
-        Entry &entry = entryOf(operation);
-        VKOperationBase *head = arrivals.load(std::memory_order_relaxed);
-        do
-            entry.next = head;
-        while (!arrivals.compare_exchange_weak(head, operation));
-    }
-
     void wakeIfSleeping()
     {
         if (!sleeping.load())
@@ -209,7 +200,7 @@ void VKSingleThreadOperationQueue::Private::add(const std::shared_ptr<Private> &
                 }
             }
             entry.operation = operation;
-            push(operation.get());
+            vkPushArrival(arrivals, operation.get(), entry.next);
             wakeIfSleeping();
             return;
         }

@@ -159,6 +159,18 @@ private:
     std::atomic<int> m_state{0};
 };
 
+// Pushes an operation on a queue's lock-free stack of arrivals, linked through `next` (the
+// field of the operation's private part that the queue reserves for this). Sequentially
+// consistent, as the queues' wake-up protocols need.
+inline void vkPushArrival(std::atomic<VKOperationBase *> &arrivals, VKOperationBase *operation,
+                          VKOperationBase *&next)
+{
+    VKOperationBase *head = arrivals.load(std::memory_order_relaxed);
+    do
+        next = head;
+    while (!arrivals.compare_exchange_weak(head, operation));
+}
+
 // What an operation tells the queue that holds it. Called under the operation's mutex, so an
 // implementation takes only its own lock and never calls out.
 class VKOperationQueueLink

@@ -192,15 +192,6 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         }
     }
 
-    void pushArrival(VKOperationBase *operation)
-    {
-        Entry &entry = entryOf(operation);
-        VKOperationBase *head = arrivals.load(std::memory_order_relaxed);
-        do
-            entry.nextArrival = head;
-        while (!arrivals.compare_exchange_weak(head, operation));
-    }
-
     // Wakes or starts a worker when there is something to do.
     void spawnWorkersLocked()
     {
@@ -470,7 +461,7 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
         entry.operation = operation;
         entry.readyOnArrival = isReady;
         entry.phase.store(Private::Entry::Idle, std::memory_order_relaxed);
-        d->pushArrival(operation.get());
+        vkPushArrival(d->arrivals, operation.get(), entry.nextArrival);
     }
     // A worker that is awake takes the arrival on its next pass.
     if (d->idle.load() > 0 || !d->staffed.load()) {
