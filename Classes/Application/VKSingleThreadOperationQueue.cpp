@@ -156,7 +156,8 @@ struct VKSingleThreadOperationQueue::Private
         return first->isReady();
     }
 
-    void add(const std::shared_ptr<Private> &self, const std::shared_ptr<VKOperationBase> &operation);
+    void add(const std::shared_ptr<Private> &self,
+             const std::shared_ptr<VKOperationBase> &operation);
     void startThread(const std::shared_ptr<Private> &self);
     static void enqueue(const std::shared_ptr<Private> &self);
 };

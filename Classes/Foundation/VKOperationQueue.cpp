@@ -1,8 +1,9 @@
 // Operation queue.
 //
 // Each operation it holds has an entry: Arrived (added, not yet in the lists), Waiting (not
-// ready), Ready (in the start order) or Running (a worker took it). A Running entry's phase is Starting while the worker is inside
-// start(), then Started, or FinishedWhileStarting when the end came first. Operations tell
+// ready), Ready (in the start order) or Running (a worker took it). A Running entry's phase is
+// Starting while the worker is inside start(), then Started, or FinishedWhileStarting when the
+// end came first. Operations tell
 // the queue directly, through VKOperationQueueLink, when their readiness changes and when they
 // have finished; the queue never observes them and never calls their getters or start() under
 // its own lock. The entries live in the operations (an operation is in one queue at most) and
@@ -11,8 +12,10 @@
 //
 // Adding takes the operation's mutex but not the queue's: the adder sets the link and the entry
 // and pushes the operation on `arrivals`, a stack linked through the entries (newest first).
-// Whoever takes the queue's mutex moves the arrivals into the lists first, oldest first, so
-// that the lists keep the order of addition and every other step sees every arrival. The adder
+// Every step under the queue's mutex first moves the arrivals into the lists, oldest first, so
+// that the lists keep the order of addition and every step sees every arrival; only a worker
+// looking for work waits until no listed operation is ready (arrivals come after all of them),
+// so that the adders' stack is touched once per batch rather than per operation. The adder
 // takes the queue's mutex only when a worker may be needed: when one is asleep (`idle`) or
 // fewer have been started than may run (`staffed` is false). A worker about to sleep counts
 // itself in `idle` and then moves the arrivals once more; the adder pushes and then reads `idle`
@@ -21,20 +24,20 @@
 //
 // Locks: Private::mutex guards the entries of operations in the lists (all but the phase), both
 // lists, the counters and the worker list; an Arrived entry belongs to its adder until the push
-// and then to whoever takes the arrivals under the mutex. The link calls arrive holding the operation's mutex and take only this one
-// (operation before queue, never the other way round). Workers run start() without any lock.
-// The phase is atomic: the worker sets Starting under the lock, and leaving Starting is claimed
-// by a compare-and-swap, by the worker (to Started, under the lock, after start() returned) or
-// by the end (to FinishedWhileStarting, without the lock). So the usual end, reported from
-// inside start(), costs no queue lock: the worker retires the operation under the lock it takes
-// anyway to fetch the next one.
+// and then to whoever takes the arrivals under the mutex. The link calls arrive holding the
+// operation's mutex and take only this one (operation before queue, never the other way round).
+// Workers run start() without any lock. The phase is atomic: the worker sets Starting under the
+// lock, and leaving Starting is claimed by a compare-and-swap, by the worker (to Started, under the
+// lock, after start() returned) or by the end (to FinishedWhileStarting, without the lock). So the
+// usual end, reported from inside start(), costs no queue lock: the worker retires the operation
+// under the lock it takes anyway to fetch the next one.
 //
 // Invariants:
 // - An operation's entry holds it exactly while its link points at this queue; both are set
 //   under the operation's mutex (with the push), and cleared together under the operation's
-//   mutex and the queue's, except that an end
-//   reported while the worker is still inside start() clears the link first and the entry
-//   when start() returns (so that what start() logs comes first).
+//   mutex and the queue's, except that an end reported while the worker is still inside
+//   start() clears the link first and the entry when start() returns (so that what start()
+//   logs comes first).
 // - The phase is Idle unless the entry is Running; exactly one of the worker and the end
 //   leaves Starting, and whoever sees FinishedWhileStarting after that retires under the lock.
 // - `running` counts Running entries; at most effectiveMax() start while not suspended.
