@@ -21,6 +21,9 @@
 //   `endDelivered` is atomic and set last, so waiters need no lock.
 // - The queue link is used only under the operation's mutex; the queue clears it there
 //   before it goes, so a late end never reaches a destroyed queue.
+// - The name, the completion block and the dependency list live in a part made on first use
+//   (published with a compare-and-swap, never replaced), guarded by the same locks as before;
+//   an operation that never uses them reads one null pointer instead.
 #include "Foundation/VKOperationBase.h"
 
 #include "Foundation/VKException.h"
@@ -33,6 +36,7 @@
 #include <utility>
 
 namespace {
+
 const QString kIsReady = QStringLiteral("isReady");
 const QString kIsExecuting = QStringLiteral("isExecuting");
 const QString kIsFinished = QStringLiteral("isFinished");
@@ -85,6 +89,11 @@ const VKOperationAffectingKeys *affectingKeysOfClass(const VKOperationBase &oper
 }
 } // namespace
 
+VKOperationBase::Private::~Private()
+{
+    delete extras.load(std::memory_order_acquire);
+}
+
 VKOperationBase::VKOperationBase() : VKOperationBase(std::make_unique<Private>()) {}
 
 VKOperationBase::VKOperationBase(std::unique_ptr<Private> d) : d(std::move(d))
@@ -96,9 +105,11 @@ VKOperationBase::~VKOperationBase()
 {
     // Leave the dependencies' lists, so that their end is not delivered to a dead operation.
     // Read-only (a non-const walk would detach, and allocate, even an empty list).
-    for (const auto &dependency : std::as_const(d->dependencies)) {
-        std::lock_guard lock(dependency->d->mutex);
-        std::erase(dependency->d->dependants, this);
+    if (const Private::Extras *extras = d->extrasIfMade()) {
+        for (const auto &dependency : std::as_const(extras->dependencies)) {
+            std::lock_guard lock(dependency->d->mutex);
+            std::erase(dependency->d->dependants, this);
+        }
     }
 }
 
@@ -234,7 +245,8 @@ void VKOperationBase::deliverEnd()
         if (d->ending)
             return;
         d->ending = true;
-        if (!d->completionBlock && d->dependants.empty()) {
+        Private::Extras *extras = d->extras.load(std::memory_order_acquire);
+        if ((!extras || !extras->completionBlock) && d->dependants.empty()) {
             // Nothing to call out to: the queue and the waiters are told in one go.
             if (d->queue) {
                 d->queue->operationFinished(this);
@@ -243,8 +255,10 @@ void VKOperationBase::deliverEnd()
             d->markEndDelivered();
             return;
         }
-        completion = std::move(d->completionBlock);
-        d->completionBlock = nullptr;
+        if (extras) {
+            completion = std::move(extras->completionBlock);
+            extras->completionBlock = nullptr;
+        }
         for (VKOperationBase *dependant : d->dependants)
             if (auto strong = dependant->weak_from_this().lock())
                 announced.push_back(std::move(strong));
@@ -294,14 +308,16 @@ void VKOperationBase::addDependency(const std::shared_ptr<VKOperationBase> &oper
         return;
     {
         std::lock_guard lock(d->dependencyMutex);
-        if (d->dependencies.contains(operation))
+        const Private::Extras *extras = d->extrasIfMade();
+        if (extras && extras->dependencies.contains(operation))
             return;
     }
     willChangeValueForKey(kIsReady);
     {
         std::lock_guard edit(d->dependencyMutex);
-        if (!d->dependencies.contains(operation)) {
-            d->dependencies.append(operation);
+        auto &dependencies = d->madeExtras().dependencies;
+        if (!dependencies.contains(operation)) {
+            dependencies.append(operation);
             std::lock_guard lock(operation->d->mutex);
             if (!operation->d->ending) {
                 operation->d->dependants.push_back(this);
@@ -316,13 +332,14 @@ void VKOperationBase::removeDependency(const std::shared_ptr<VKOperationBase> &o
 {
     {
         std::lock_guard lock(d->dependencyMutex);
-        if (!operation || !d->dependencies.contains(operation))
+        const Private::Extras *extras = d->extrasIfMade();
+        if (!operation || !extras || !extras->dependencies.contains(operation))
             return;
     }
     willChangeValueForKey(kIsReady);
     {
         std::lock_guard edit(d->dependencyMutex);
-        if (d->dependencies.removeOne(operation)) {
+        if (d->madeExtras().dependencies.removeOne(operation)) {
             std::lock_guard lock(operation->d->mutex);
             auto it =
                 std::find(operation->d->dependants.begin(), operation->d->dependants.end(), this);
@@ -338,26 +355,30 @@ void VKOperationBase::removeDependency(const std::shared_ptr<VKOperationBase> &o
 QList<std::shared_ptr<VKOperationBase>> VKOperationBase::dependencies() const
 {
     std::lock_guard lock(d->dependencyMutex);
-    return d->dependencies;
+    const Private::Extras *extras = d->extrasIfMade();
+    return extras ? extras->dependencies : QList<std::shared_ptr<VKOperationBase>>();
 }
 
 void VKOperationBase::setCompletionBlock(std::function<void()> block)
 {
+    Private::Extras &extras = d->madeExtras();
     std::lock_guard lock(d->mutex);
-    d->completionBlock = std::move(block);
+    extras.completionBlock = std::move(block);
 }
 
 QString VKOperationBase::name() const
 {
     std::lock_guard lock(d->mutex);
-    return d->name;
+    const Private::Extras *extras = d->extrasIfMade();
+    return extras ? extras->name : QString();
 }
 
 void VKOperationBase::setName(const QString &name)
 {
     changeValueForKey(QStringLiteral("name"), [&] {
+        Private::Extras &extras = d->madeExtras();
         std::lock_guard lock(d->mutex);
-        d->name = name;
+        extras.name = name;
     });
 }
 

@@ -14,6 +14,7 @@
 #include <memory>
 
 class VKOperationQueue;
+class VKSingleThreadOperationQueue;
 
 class VK_EXPORT VKOperationBase : public VKObservable,
                                   public std::enable_shared_from_this<VKOperationBase>
@@ -68,6 +69,7 @@ protected:
 
 private:
     friend class VKOperationQueue;
+    friend class VKSingleThreadOperationQueue;
     // Tells the queue and the dependants when "isReady" or "isFinished" was announced, by the
     // class itself or by a subclass (also through keys those depend on).
     void didAnnounceChangeForKey(const QString &key) final;

@@ -1,28 +1,43 @@
 // Operation queue.
 //
-// Each operation it holds has an entry: Waiting (not ready), Ready (in the start order) or
-// Running (a worker took it). A Running entry's phase is Starting while the worker is inside
-// start(), then Started, or FinishedWhileStarting when the end came first. Operations tell
+// Each operation it holds has an entry: Arrived (added, not yet in the lists), Waiting (not
+// ready), Ready (in the start order) or Running (a worker took it). A Running entry's phase is
+// Starting while the worker is inside start(), then Started, or FinishedWhileStarting when the
+// end came first. Operations tell
 // the queue directly, through VKOperationQueueLink, when their readiness changes and when they
 // have finished; the queue never observes them and never calls their getters or start() under
 // its own lock. The entries live in the operations (an operation is in one queue at most) and
 // are chained into two intrusive lists, every entry and the ready ones, both in the order of
 // addition: queuing, starting and retiring an operation allocate nothing.
 //
-// Locks: Private::mutex guards the entries (all but the phase), both lists, the counters and the
-// worker list. The link calls arrive holding the operation's mutex and take only this one
-// (operation before queue, never the other way round). Workers run start() without any lock.
-// The phase is atomic: the worker sets Starting under the lock, and leaving Starting is claimed
-// by a compare-and-swap, by the worker (to Started, under the lock, after start() returned) or
-// by the end (to FinishedWhileStarting, without the lock). So the usual end, reported from
-// inside start(), costs no queue lock: the worker retires the operation under the lock it takes
-// anyway to fetch the next one.
+// Adding takes the operation's mutex but not the queue's: the adder sets the link and the entry
+// and pushes the operation on `arrivals`, a stack linked through the entries (newest first).
+// Every step under the queue's mutex first moves the arrivals into the lists, oldest first, so
+// that the lists keep the order of addition and every step sees every arrival; only a worker
+// looking for work waits until no listed operation is ready (arrivals come after all of them),
+// so that the adders' stack is touched once per batch rather than per operation. The adder
+// takes the queue's mutex only when a worker may be needed: when one is asleep (`idle`) or
+// fewer have been started than may run (`staffed` is false). A worker about to sleep counts
+// itself in `idle` and then moves the arrivals once more; the adder pushes and then reads `idle`
+// (both sequentially consistent), so either the worker finds the arrival or the adder sees the
+// sleeper and wakes it under the mutex: no wake-up is lost.
+//
+// Locks: Private::mutex guards the entries of operations in the lists (all but the phase), both
+// lists, the counters and the worker list; an Arrived entry belongs to its adder until the push
+// and then to whoever takes the arrivals under the mutex. The link calls arrive holding the
+// operation's mutex and take only this one (operation before queue, never the other way round).
+// Workers run start() without any lock. The phase is atomic: the worker sets Starting under the
+// lock, and leaving Starting is claimed by a compare-and-swap, by the worker (to Started, under the
+// lock, after start() returned) or by the end (to FinishedWhileStarting, without the lock). So the
+// usual end, reported from inside start(), costs no queue lock: the worker retires the operation
+// under the lock it takes anyway to fetch the next one.
 //
 // Invariants:
 // - An operation's entry holds it exactly while its link points at this queue; both are set
-//   and cleared together under the operation's mutex and the queue's, except that an end
-//   reported while the worker is still inside start() clears the link first and the entry
-//   when start() returns (so that what start() logs comes first).
+//   under the operation's mutex (with the push), and cleared together under the operation's
+//   mutex and the queue's, except that an end reported while the worker is still inside
+//   start() clears the link first and the entry when start() returns (so that what start()
+//   logs comes first).
 // - The phase is Idle unless the entry is Running; exactly one of the worker and the end
 //   leaves Starting, and whoever sees FinishedWhileStarting after that retires under the lock.
 // - `running` counts Running entries; at most effectiveMax() start while not suspended.
@@ -37,6 +52,7 @@
 #include <QThread>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -80,13 +96,21 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
     size_t readyCount = 0;
     std::vector<std::shared_ptr<VKOperationBase>> retired;
     std::vector<std::thread> workers;
-    int idle = 0;
     int running = 0;
     int maxCount = VKOperationQueueDefaultMaxConcurrentOperationCount;
     bool suspended = false;
     bool stopping = false;
     quint64 nextSequence = 0;
     QString name;
+
+    // What adders touch, each on a cache line of its own, away from what the workers change
+    // at every operation.
+    // Added operations not yet in the lists, newest first (linked through nextArrival).
+    alignas(64) std::atomic<VKOperationBase *> arrivals{nullptr};
+    // Changed under the mutex; read by adders without it.
+    alignas(64) std::atomic<int> idle{0};
+    // Every worker that may run has been started.
+    std::atomic<bool> staffed{false};
 
     int effectiveMax() const
     {
@@ -143,12 +167,42 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         return operation->d->queue == this && entryOf(operation).operation;
     }
 
+    // Moves the arrivals into the lists, oldest first.
+    void takeArrivalsLocked()
+    {
+        VKOperationBase *operation = arrivals.exchange(nullptr);
+        if (!operation)
+            return;
+        // Reverse the stack into the order of addition.
+        VKOperationBase *oldest = nullptr;
+        while (operation) {
+            Entry &entry = entryOf(operation);
+            VKOperationBase *newer = entry.nextArrival;
+            entry.nextArrival = oldest;
+            oldest = operation;
+            operation = newer;
+        }
+        for (operation = oldest; operation;) {
+            Entry &entry = entryOf(operation);
+            VKOperationBase *next = entry.nextArrival;
+            entry.nextArrival = nullptr;
+            entry.sequence = nextSequence++;
+            entry.where = Waiting;
+            appendLocked(operation, entry);
+            if (entry.readyOnArrival)
+                makeReadyLocked(operation, entry);
+            operation = next;
+        }
+    }
+
     // Wakes or starts a worker when there is something to do.
     void spawnWorkersLocked()
     {
         if (stopping)
             return;
         const int max = effectiveMax();
+        const auto limit = static_cast<size_t>(std::max(1, max));
+        updateStaffedLocked(limit);
         size_t wanted = suspended || running >= max
                             ? 0
                             : std::min(readyCount, static_cast<size_t>(max - running));
@@ -158,10 +212,18 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
             return;
         if (idle > 0)
             workAvailable.notify_one();
-        const auto limit = static_cast<size_t>(std::max(1, max));
         for (auto available = static_cast<size_t>(idle);
              available < wanted && workers.size() < limit; ++available)
             workers.emplace_back([this] { work(); });
+        updateStaffedLocked(limit);
+    }
+
+    // Written only on a change: adders read the flag at every add.
+    void updateStaffedLocked(size_t limit)
+    {
+        const bool now = workers.size() >= limit;
+        if (staffed.load(std::memory_order_relaxed) != now)
+            staffed.store(now);
     }
 
     void retireLocked(Entry &entry)
@@ -182,6 +244,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
     void operationReadinessChanged(VKOperationBase *operation, bool isReady) override
     {
         std::lock_guard lock(mutex);
+        takeArrivalsLocked();
         Entry &entry = entryOf(operation);
         if (!entry.operation || entry.where == Running)
             return;
@@ -208,6 +271,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         if (finishInsideStart(entry))
             return;
         std::lock_guard lock(mutex);
+        takeArrivalsLocked();
         if (!entry.operation)
             return;
         // A worker may have taken it since the first look.
@@ -222,6 +286,7 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
     {
         std::lock_guard link(operation->d->mutex);
         std::lock_guard lock(mutex);
+        takeArrivalsLocked();
         if (!holdsLocked(operation.get()))
             return;
         operation->d->queue = nullptr;
@@ -296,6 +361,10 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
         for (;;) {
             if (stopping)
                 return;
+            // Arrivals come after every operation in the lists, so they are taken only when
+            // nothing listed is ready: the adders' list is then touched once per batch.
+            if (!firstReady)
+                takeArrivalsLocked();
             // Takes the next operation and the references to drop in one pass under the lock.
             std::shared_ptr<VKOperationBase> next;
             if (!suspended && running < effectiveMax() && firstReady) {
@@ -310,9 +379,12 @@ struct VKOperationQueue::Private final : VKOperationQueueLink
             }
             dropped.swap(retired);
             if (!next && dropped.empty()) {
-                ++idle;
-                workAvailable.wait(lock);
-                --idle;
+                idle.fetch_add(1);
+                // A push before the count is found here; one after it sees the count.
+                takeArrivalsLocked();
+                if (!firstReady || suspended || running >= effectiveMax())
+                    workAvailable.wait(lock);
+                idle.fetch_sub(1);
                 continue;
             }
             lock.unlock();
@@ -388,17 +460,17 @@ void VKOperationQueue::addOperation(const std::shared_ptr<VKOperationBase> &oper
                                "*** -[VKOperationQueue addOperation:]: operation is finished and "
                                "cannot be enqueued");
         operation->d->queue = d.get();
-        std::lock_guard queueLock(d->mutex);
         Private::Entry &entry = operation->d->queueEntry;
         entry.operation = operation;
-        entry.sequence = d->nextSequence++;
-        entry.where = Private::Waiting;
+        entry.readyOnArrival = isReady;
         entry.phase.store(Private::Entry::Idle, std::memory_order_relaxed);
-        d->appendLocked(operation.get(), entry);
-        if (isReady) {
-            d->makeReadyLocked(operation.get(), entry);
-            d->spawnWorkersLocked();
-        }
+        vkPushArrival(d->arrivals, operation.get(), entry.nextArrival);
+    }
+    // A worker that is awake takes the arrival on its next pass.
+    if (d->idle.load() > 0 || !d->staffed.load()) {
+        std::lock_guard lock(d->mutex);
+        d->takeArrivalsLocked();
+        d->spawnWorkersLocked();
     }
     // A change since the first look was announced without reaching the queue.
     if (operation->isReady() != isReady)
@@ -411,7 +483,8 @@ VKOperationQueue::addOperationWithBlock(std::function<void()> block)
     if (!block)
         VKException::raise(VKInvalidArgumentException,
                            "*** -[VKOperationQueue addOperationWithBlock:]: block must not be nil");
-    auto operation = std::make_shared<VKOperationQueueBlockOperation>(std::move(block));
+    auto operation = std::allocate_shared<VKOperationQueueBlockOperation>(
+        VKRecyclingAllocator<VKOperationQueueBlockOperation>(), std::move(block));
     addOperation(operation);
     return operation;
 }
@@ -429,6 +502,7 @@ void VKOperationQueue::addOperations(const QList<std::shared_ptr<VKOperationBase
 QList<std::shared_ptr<VKOperationBase>> VKOperationQueue::operations() const
 {
     std::lock_guard lock(d->mutex);
+    d->takeArrivalsLocked();
     QList<std::shared_ptr<VKOperationBase>> result;
     result.reserve(d->count);
     for (VKOperationBase *operation = d->first; operation;
@@ -440,6 +514,7 @@ QList<std::shared_ptr<VKOperationBase>> VKOperationQueue::operations() const
 int VKOperationQueue::operationCount() const
 {
     std::lock_guard lock(d->mutex);
+    d->takeArrivalsLocked();
     return d->count;
 }
 
@@ -452,7 +527,10 @@ void VKOperationQueue::cancelAllOperations()
 void VKOperationQueue::waitUntilAllOperationsAreFinished()
 {
     std::unique_lock lock(d->mutex);
-    d->emptied.wait(lock, [this] { return d->count == 0; });
+    d->emptied.wait(lock, [this] {
+        d->takeArrivalsLocked();
+        return d->count == 0;
+    });
 }
 
 int VKOperationQueue::maxConcurrentOperationCount() const
@@ -469,6 +547,7 @@ void VKOperationQueue::setMaxConcurrentOperationCount(int count)
                            "cannot be negative",
                            count);
     std::lock_guard lock(d->mutex);
+    d->takeArrivalsLocked();
     d->maxCount = count;
     d->workAvailable.notify_all();
     d->spawnWorkersLocked();
@@ -483,6 +562,7 @@ bool VKOperationQueue::isSuspended() const
 void VKOperationQueue::setSuspended(bool suspended)
 {
     std::lock_guard lock(d->mutex);
+    d->takeArrivalsLocked();
     d->suspended = suspended;
     if (!suspended) {
         d->workAvailable.notify_all();

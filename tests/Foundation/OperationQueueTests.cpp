@@ -9,8 +9,10 @@
 
 #include <QThread>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <numeric>
 #include <random>
 #include <thread>
 #include <vector>
@@ -385,6 +387,61 @@ TEST(OperationQueue, ConcurrentOperationsHoldTheirSlotUntilTheyFinish)
             EXPECT_EQ(most.load(), 1);
             EXPECT_TRUE(after->isFinished());
             EXPECT_EQ(queue.operationCount(), 0);
+        });
+    }
+}
+
+// Adders take no queue lock while a worker is awake. Adds from several threads racing the
+// workers' way to sleep are never left waiting (a lost wake-up misses the deadline), nothing is
+// lost or run twice, and with one worker each adder's operations start in its order of adding.
+TEST(OperationQueue, AddsRacingWorkersGoingToSleepAreNeverLost)
+{
+    struct Case
+    {
+        const char *name;
+        int workers;
+        int adders;
+        // Whether an adder waits for each operation before the next (else for three in four).
+        bool waitsForEach;
+    };
+    const Case cases[] = {
+        // Nobody else's add can make up for a wake-up that this one lost.
+        {"one adder, one worker, each awaited", 1, 1, true},
+        {"three adders, one worker", 1, 3, false},
+        {"three adders, four workers", 4, 3, false},
+    };
+    constexpr int kPerAdder = 1500;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        vkFinishesWithin(30, c.name, [&] {
+            VKOperationQueue queue;
+            queue.setMaxConcurrentOperationCount(c.workers);
+            std::mutex mutex;
+            std::vector<std::vector<int>> started(c.adders);
+            std::vector<std::thread> adders;
+            for (int a = 0; a < c.adders; ++a)
+                adders.emplace_back([&, a] {
+                    for (int i = 0; i < kPerAdder; ++i) {
+                        auto operation = queue.addOperationWithBlock([&, a, i] {
+                            std::lock_guard lock(mutex);
+                            started[a].push_back(i);
+                        });
+                        // Mostly one at a time, so that workers keep falling asleep.
+                        if (c.waitsForEach || i % 4 != 0)
+                            operation->waitUntilFinished();
+                    }
+                });
+            for (auto &adder : adders)
+                adder.join();
+            queue.waitUntilAllOperationsAreFinished();
+            EXPECT_EQ(queue.operationCount(), 0);
+            std::vector<int> all(kPerAdder);
+            std::iota(all.begin(), all.end(), 0);
+            for (auto &ran : started) {
+                if (c.workers > 1)
+                    std::sort(ran.begin(), ran.end());
+                EXPECT_EQ(ran, all);
+            }
         });
     }
 }
