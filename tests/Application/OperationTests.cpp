@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <numeric>
 #include <optional>
@@ -352,6 +353,54 @@ TEST(SerialQueue, OperationsMayAddToTheirOwnQueueAndCancelledOnesStillStart)
     queue.addOperations({adder, cancelled}, true);
     added->waitUntilFinished();
     EXPECT_EQ(record.order, (std::vector<int>{1, 3}));
+}
+
+// An operation may wait in several serial queues at once: a repeated add is ignored only by the
+// queue it already waits in, and each queue runs it once in its turn.
+TEST(SerialQueue, OperationWaitingInSeveralQueuesRunsOnceInEach)
+{
+    // Counts its starts per thread and never changes state, so that it can run in both queues.
+    class Restartable : public VKOperationBase
+    {
+    public:
+        void start() override
+        {
+            std::lock_guard lock(m_mutex);
+            ++m_starts[std::this_thread::get_id()];
+        }
+        int startsOn(std::thread::id thread)
+        {
+            std::lock_guard lock(m_mutex);
+            return m_starts[thread];
+        }
+
+    private:
+        std::mutex m_mutex;
+        std::map<std::thread::id, int> m_starts;
+    };
+    VKSingleThreadOperationQueue first, second;
+    first.setSuspended(true);
+    second.setSuspended(true);
+    auto shared = std::make_shared<Restartable>();
+    for (int round = 0; round < 2; ++round) {
+        first.addOperation(shared);
+        second.addOperation(shared);
+    }
+    EXPECT_EQ(first.operations().size(), 1);
+    EXPECT_EQ(second.operations().size(), 1);
+    first.setSuspended(false);
+    ASSERT_TRUE(vkWaitUntil([&] { return shared->startsOn(first.thread()) == 1; }, 5000));
+    // Gone from the first queue, still waiting in the second.
+    first.addOperation(shared);
+    second.addOperation(shared);
+    ASSERT_TRUE(vkWaitUntil([&] { return shared->startsOn(first.thread()) == 2; }, 5000));
+    EXPECT_EQ(second.operations().size(), 1);
+    second.setSuspended(false);
+    ASSERT_TRUE(vkWaitUntil([&] { return shared->startsOn(second.thread()) == 1; }, 5000));
+    second.addOperation(shared);
+    ASSERT_TRUE(vkWaitUntil([&] { return shared->startsOn(second.thread()) == 2; }, 5000));
+    EXPECT_TRUE(first.operations().isEmpty());
+    EXPECT_TRUE(second.operations().isEmpty());
 }
 
 TEST(SerialQueue, ConcurrentOperationDoesNotHoldBackTheNextOneUnlessItIsADependency)
