@@ -293,6 +293,15 @@ private:
     int m_recentScore = recentMaximum;
 };
 
+// Asks for the first and last cache line of a string's data, the first holding the header with
+// its reference count. Fetching never faults, whatever the address.
+void prefetchString(const QString &text)
+{
+    const quintptr start = quintptr(text.constData());
+    __builtin_prefetch(reinterpret_cast<const void *>(start - sizeof(QArrayData)));
+    __builtin_prefetch(reinterpret_cast<const void *>(start + quintptr(text.size()) * 2));
+}
+
 // Plain UTF-16 code unit order, a string that ends first sorting first.
 bool codeUnitLess(QStringView a, QStringView b)
 {
@@ -352,10 +361,12 @@ class Grouping
 public:
     explicit Grouping(const QStringList &files) : m_files(files) {}
 
-    // The files' indexes in sorted order, and the length of every run in that order.
-    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    // The files' indexes in sorted order, and the length of every run in that order. With
+    // `copies`, it also receives a copy of every file in the order of the list.
+    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths,
+             std::vector<QString> *copies = nullptr)
     {
-        readPaths();
+        readPaths(copies);
         sortBuckets();
         placePaths();
         sortInsideBuckets();
@@ -378,12 +389,19 @@ private:
         return VKNumericStringCompare::compare(path(a), path(b)) < 0;
     }
 
-    void readPaths()
+    // A copy raises the count in the string's header, a locked write that waits for its cache
+    // line: here the line has just been read, while later, in a list too long for the cache,
+    // it would have to be fetched again.
+    void readPaths(std::vector<QString> *copies)
     {
         const qsizetype count = m_files.size();
         m_info.resize(std::size_t(count));
+        if (copies)
+            copies->reserve(std::size_t(count));
         // Each path is taken apart a few paths ahead of its lookup, so that the prefix's slot and
-        // text are on their way by then (when the recent prefixes do not find it first).
+        // text are on their way by then (when the recent prefixes do not find it first). The
+        // string itself, header and end, is fetched twice as far ahead again: in a list longer
+        // than the cache it comes from memory.
         struct Ahead
         {
             FrameDigits digits;
@@ -409,10 +427,14 @@ private:
             const Ahead a = ring[i % ahead];
             if (i + ahead < count)
                 lookAhead(i + ahead);
+            if (i + 2 * ahead < count)
+                prefetchString(m_files.at(i + 2 * ahead));
             if (const Ahead &half = ring[(i + ahead / 2) % ahead];
                 i + ahead / 2 < count && half.hashed)
                 m_prefixes.prefetchText(half.hash);
             const FrameDigits digits = a.digits;
+            if (copies)
+                copies->push_back(m_files.at(i));
             if (!digits.found()) {
                 m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
                 m_noFrame.push_back(quint32(i));
@@ -674,30 +696,28 @@ void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
     }
 }
 
-template <typename Index>
-QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
-                               const std::vector<Index> &runLengths)
+// The runs filled in sorted order, each member taken from `paths` by its index: moved out of
+// the copies of a mutable array, copied from a const one. The runs are written in memory order;
+// the reads jump around, and are fetched a few members ahead.
+template <typename Index, typename Path>
+QList<QStringList> runsOfPaths(const std::vector<Index> &order, const std::vector<Index> &runLengths,
+                               Path *paths)
 {
-    // Each copy raises the count in the string's header, a locked write that waits for its cache
-    // line. Sorted order jumps around in memory, while the list's own order usually follows the
-    // strings' allocation: the runs are made of null strings first, and the copies then go into
-    // their places in the order of the list.
+    constexpr std::size_t ahead = 16;
     QList<QStringList> runs;
     runs.reserve(qsizetype(runLengths.size()));
-    std::vector<QString *> places(order.size());
+    const std::size_t count = order.size();
     std::size_t position = 0;
     for (const Index length : runLengths) {
         QStringList run(static_cast<qsizetype>(length));
         QString *members = run.data();
-        for (Index k = 0; k < length; ++k)
-            places[std::size_t(order[position++])] = members + k;
+        for (Index k = 0; k < length; ++k, ++position) {
+            if (position + ahead < count)
+                __builtin_prefetch(paths + order[position + ahead]);
+            members[k] = std::move(paths[order[position]]);
+        }
         runs.append(std::move(run));
     }
-    // The places hold null strings, which own nothing: they are built over rather than assigned
-    // to, so that the scattered places are only written, never read.
-    const QString *paths = files.constData();
-    for (std::size_t i = 0; i < places.size(); ++i)
-        std::construct_at(places[i], paths[i]);
     return runs;
 }
 
@@ -708,11 +728,12 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
     if (files.size() >= qsizetype(noFrameBit)) {
         std::vector<qsizetype> order, runLengths;
         runsByComparison(files, order, runLengths);
-        return runsOfPaths(files, order, runLengths);
+        return runsOfPaths(order, runLengths, files.constData());
     }
     std::vector<quint32> order, runLengths;
-    Grouping(files).run(order, runLengths);
-    return runsOfPaths(files, order, runLengths);
+    std::vector<QString> copies;
+    Grouping(files).run(order, runLengths, &copies);
+    return runsOfPaths(order, runLengths, copies.data());
 }
 
 QList<qsizetype> VKFileSequence::runLengthsWithFiles(const QStringList &files,
