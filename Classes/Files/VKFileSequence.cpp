@@ -302,6 +302,71 @@ void prefetchString(const QString &text)
     __builtin_prefetch(reinterpret_cast<const void *>(start + quintptr(text.size()) * 2));
 }
 
+// Copies of the paths of a list, in its order, for the runs made of them. The runs take them
+// out in sorted order, bitwise (QString is relocatable): a copy taken out is neither destroyed
+// nor written here, so its place is only read once. Whatever was not taken is destroyed.
+class PathCopies
+{
+public:
+    explicit PathCopies(std::size_t capacity)
+        : m_data(std::allocator<QString>().allocate(capacity)), m_capacity(capacity)
+    {
+    }
+    PathCopies(const PathCopies &) = delete;
+    PathCopies &operator=(const PathCopies &) = delete;
+    ~PathCopies()
+    {
+        std::destroy_n(m_data, m_owned);
+        std::allocator<QString>().deallocate(m_data, m_capacity);
+    }
+
+    void append(const QString &path) { std::construct_at(m_data + m_owned++, path); }
+
+    // The runs in sorted order: `order` holds every copy's index once, and `runLengths` cuts it.
+    // The runs are written in memory order; the copies are read out of order, fetched a few
+    // members ahead.
+    template <typename Index>
+    QList<QStringList> takeRuns(const std::vector<Index> &order,
+                                const std::vector<Index> &runLengths)
+    {
+        static_assert(QTypeInfo<QString>::isRelocatable);
+        constexpr std::size_t ahead = 16;
+        const std::size_t count = order.size();
+        std::size_t position = 0;
+        try {
+            QList<QStringList> runs;
+            runs.reserve(qsizetype(runLengths.size()));
+            for (const Index length : runLengths) {
+                // Null strings own nothing: they are written over without being destroyed.
+                QStringList run(static_cast<qsizetype>(length));
+                QString *members = run.data();
+                for (Index k = 0; k < length; ++k, ++position) {
+                    if (position + ahead < count)
+                        __builtin_prefetch(m_data + order[position + ahead]);
+                    std::memcpy(static_cast<void *>(members + k),
+                                static_cast<const void *>(m_data + order[position]),
+                                sizeof(QString));
+                }
+                runs.append(std::move(run));
+            }
+            m_owned = 0;
+            return runs;
+        } catch (...) {
+            // Only making a run throws, before it holds anything: the runs made so far hold
+            // the copies taken, and the rest are still here.
+            for (std::size_t p = position; p < count; ++p)
+                std::destroy_at(m_data + order[p]);
+            m_owned = 0;
+            throw;
+        }
+    }
+
+private:
+    QString *m_data;
+    std::size_t m_capacity;
+    std::size_t m_owned = 0; // copies made, all still here until takeRuns()
+};
+
 // Plain UTF-16 code unit order, a string that ends first sorting first.
 bool codeUnitLess(QStringView a, QStringView b)
 {
@@ -364,7 +429,7 @@ public:
     // The files' indexes in sorted order, and the length of every run in that order. With
     // `copies`, it also receives a copy of every file in the order of the list.
     void run(std::vector<quint32> &order, std::vector<quint32> &runLengths,
-             std::vector<QString> *copies = nullptr)
+             PathCopies *copies = nullptr)
     {
         readPaths(copies);
         sortBuckets();
@@ -392,12 +457,10 @@ private:
     // A copy raises the count in the string's header, a locked write that waits for its cache
     // line: here the line has just been read, while later, in a list too long for the cache,
     // it would have to be fetched again.
-    void readPaths(std::vector<QString> *copies)
+    void readPaths(PathCopies *copies)
     {
         const qsizetype count = m_files.size();
         m_info.resize(std::size_t(count));
-        if (copies)
-            copies->reserve(std::size_t(count));
         // Each path is taken apart a few paths ahead of its lookup, so that the prefix's slot and
         // text are on their way by then (when the recent prefixes do not find it first). The
         // string itself, header and end, is fetched twice as far ahead again: in a list longer
@@ -434,7 +497,7 @@ private:
                 m_prefixes.prefetchText(half.hash);
             const FrameDigits digits = a.digits;
             if (copies)
-                copies->push_back(m_files.at(i));
+                copies->append(m_files.at(i));
             if (!digits.found()) {
                 m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
                 m_noFrame.push_back(quint32(i));
@@ -696,31 +759,6 @@ void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
     }
 }
 
-// The runs filled in sorted order, each member taken from `paths` by its index: moved out of
-// the copies of a mutable array, copied from a const one. The runs are written in memory order;
-// the reads jump around, and are fetched a few members ahead.
-template <typename Index, typename Path>
-QList<QStringList> runsOfPaths(const std::vector<Index> &order, const std::vector<Index> &runLengths,
-                               Path *paths)
-{
-    constexpr std::size_t ahead = 16;
-    QList<QStringList> runs;
-    runs.reserve(qsizetype(runLengths.size()));
-    const std::size_t count = order.size();
-    std::size_t position = 0;
-    for (const Index length : runLengths) {
-        QStringList run(static_cast<qsizetype>(length));
-        QString *members = run.data();
-        for (Index k = 0; k < length; ++k, ++position) {
-            if (position + ahead < count)
-                __builtin_prefetch(paths + order[position + ahead]);
-            members[k] = std::move(paths[order[position]]);
-        }
-        runs.append(std::move(run));
-    }
-    return runs;
-}
-
 } // namespace
 
 QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
@@ -728,12 +766,15 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
     if (files.size() >= qsizetype(noFrameBit)) {
         std::vector<qsizetype> order, runLengths;
         runsByComparison(files, order, runLengths);
-        return runsOfPaths(order, runLengths, files.constData());
+        PathCopies copies(order.size());
+        for (const QString &file : files)
+            copies.append(file);
+        return copies.takeRuns(order, runLengths);
     }
     std::vector<quint32> order, runLengths;
-    std::vector<QString> copies;
+    PathCopies copies(std::size_t(files.size()));
     Grouping(files).run(order, runLengths, &copies);
-    return runsOfPaths(order, runLengths, copies.data());
+    return copies.takeRuns(order, runLengths);
 }
 
 QList<qsizetype> VKFileSequence::runLengthsWithFiles(const QStringList &files,
