@@ -443,7 +443,7 @@ private:
     struct Info
     {
         quint32 bucket;  // prefix id, or noFrameBit | number of the path without frame
-        quint32 postfix; // postfix id, later its rank
+        quint32 postfix; // postfix id
         quint32 value;   // frame value, at most valueCeiling
     };
 
@@ -509,9 +509,12 @@ private:
                  k += units)
                 value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
             const QStringView prefix = p.first(digits.digitsStart);
-            m_info[std::size_t(i)] = {a.hashed ? m_prefixes.idOf(prefix, a.hash)
-                                               : m_prefixes.idOf(prefix),
-                                      m_postfixes.idOf(p.sliced(digits.digitsEnd)),
+            const quint32 id =
+                a.hashed ? m_prefixes.idOf(prefix, a.hash) : m_prefixes.idOf(prefix);
+            if (id == m_prefixCount.size())
+                m_prefixCount.push_back(0);
+            ++m_prefixCount[id];
+            m_info[std::size_t(i)] = {id, m_postfixes.idOf(p.sliced(digits.digitsEnd)),
                                       quint32(std::min<quint64>(value, valueCeiling))};
         }
         // Postfixes hold no digits: their rank is their code unit order.
@@ -522,13 +525,9 @@ private:
         std::sort(byText.begin(), byText.end(), [&postfixes](quint32 a, quint32 b) {
             return codeUnitLess(postfixes[a], postfixes[b]);
         });
-        std::vector<quint32> rank(postfixes.size());
+        m_postfixRank.resize(postfixes.size());
         for (std::size_t k = 0; k < byText.size(); ++k)
-            rank[byText[k]] = quint32(k);
-        for (Info &info : m_info) {
-            if (!(info.bucket & noFrameBit))
-                info.postfix = rank[info.postfix];
-        }
+            m_postfixRank[byText[k]] = quint32(k);
     }
 
     quint32 &rankOf(quint32 bucket)
@@ -596,18 +595,23 @@ private:
     };
 
     // Puts the paths in bucket order by counting; inside a bucket they keep the input order.
+    // The sizes of the buckets were counted while reading, so the paths are read once here.
     void placePaths()
     {
-        m_bucketStart.assign(m_buckets.size() + 1, 0);
-        for (const Info &info : m_info)
-            ++m_bucketStart[rankOf(info.bucket) + 1];
-        for (std::size_t r = 1; r < m_bucketStart.size(); ++r)
-            m_bucketStart[r] += m_bucketStart[r - 1];
+        m_bucketStart.resize(m_buckets.size() + 1);
+        m_bucketStart[0] = 0;
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const quint32 bucket = m_buckets[r];
+            m_bucketStart[r + 1] =
+                m_bucketStart[r] + (bucket & noFrameBit ? 1 : m_prefixCount[bucket]);
+        }
         std::vector<quint32> next(m_bucketStart.begin(), m_bucketStart.end() - 1);
         m_entries.resize(m_info.size());
         for (std::size_t i = 0; i < m_info.size(); ++i) {
             const Info &info = m_info[i];
-            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | info.postfix,
+            const quint32 postfix =
+                info.bucket & noFrameBit ? 0 : m_postfixRank[info.postfix];
+            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | postfix,
                                                       quint32(i), info.bucket};
         }
         std::vector<Info>().swap(m_info);
@@ -723,6 +727,8 @@ private:
     std::vector<Entry> m_entries;       // the paths in the order being made
     std::vector<Entry> m_scratch;       // for sorting by counting
     std::vector<quint32> m_counts;      // for sorting by counting
+    std::vector<quint32> m_prefixCount; // paths of each prefix
+    std::vector<quint32> m_postfixRank; // code unit order of each postfix
     std::vector<quint32> m_noFrame;     // index of each path without frame
     std::vector<quint32> m_buckets;     // buckets in sorted order
     std::vector<quint32> m_prefixRank;  // place of each prefix in m_buckets
