@@ -332,6 +332,7 @@ public:
         static_assert(QTypeInfo<QString>::isRelocatable);
         constexpr std::size_t ahead = 16;
         const std::size_t count = order.size();
+        Q_ASSERT(count == m_owned);
         std::size_t position = 0;
         try {
             QList<QStringList> runs;
