@@ -1,5 +1,7 @@
 // Grouping of camera-card and render-folder listings into file sequences, at 10,000, 100,000
-// and 1,000,000 paths: paths per second and the peak heap used on top of the input.
+// and 1,000,000 paths: paths per second and the peak heap used on top of the input. At the end,
+// the growth from 100,000 to 1,000,000 paths of every grouping measured at both sizes, as the
+// ratio of their times, for each repetition (--benchmark_repetitions) with the console output.
 //
 // The reference is the straightforward grouping: a numeric comparison that cuts the digit runs
 // out of both strings on every comparison, and a walk that works out frame number, prefix and
@@ -19,10 +21,13 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <malloc.h>
 #include <map>
 #include <random>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 // --- Heap accounting ---
 // Every allocation of the process (Qt's string data included) goes through these replacements
@@ -355,6 +360,43 @@ BENCHMARK(BM_SequencesWithFiles_Reference)->Arg(10'000)->Arg(100'000)->Unit(benc
 BENCHMARK(BM_SequencesWithFiles_Shuffled)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SequencesWithFiles_Reference_Shuffled)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
+// The console output, keeping every run's times to print the growth from 100,000 to 1,000,000
+// paths at the end. Repetitions pair up in the order they ran.
+class GrowthReporter : public benchmark::ConsoleReporter
+{
+public:
+    GrowthReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Color : OO_None) {}
+
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        for (const Run &run : runs) {
+            if (run.run_type == Run::RT_Iteration)
+                m_times[run.run_name.function_name][run.run_name.args].push_back(
+                    {run.GetAdjustedCPUTime(), run.GetAdjustedRealTime()});
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    void printGrowth() const
+    {
+        for (const auto &[name, bySize] : m_times) {
+            const auto small = bySize.find("100000");
+            const auto large = bySize.find("1000000");
+            if (small == bySize.end() || large == bySize.end())
+                continue;
+            const std::size_t pairs = std::min(small->second.size(), large->second.size());
+            std::printf("%s, 1,000,000 / 100,000 paths:", name.c_str());
+            for (std::size_t k = 0; k < pairs; ++k)
+                std::printf(" CPU %.2fx wall %.2fx;", large->second[k].first / small->second[k].first,
+                            large->second[k].second / small->second[k].second);
+            std::printf("\n");
+        }
+    }
+
+private:
+    std::map<std::string, std::map<std::string, std::vector<std::pair<double, double>>>> m_times;
+};
+
 // Both variants must answer the same before their speeds mean anything.
 bool variantsAgree()
 {
@@ -374,10 +416,20 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "the library and the reference group the paths differently\n");
         return 1;
     }
+    // Another output format is left as asked for, without the growth.
+    bool console = true;
+    for (int k = 1; k < argc; ++k)
+        console = console && std::strncmp(argv[k], "--benchmark_format=", 19) != 0;
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    benchmark::RunSpecifiedBenchmarks();
+    if (console) {
+        GrowthReporter reporter;
+        benchmark::RunSpecifiedBenchmarks(&reporter);
+        reporter.printGrowth();
+    } else {
+        benchmark::RunSpecifiedBenchmarks();
+    }
     benchmark::Shutdown();
     return 0;
 }

@@ -293,6 +293,81 @@ private:
     int m_recentScore = recentMaximum;
 };
 
+// Asks for the first and last cache line of a string's data, the first holding the header with
+// its reference count. Fetching never faults, whatever the address.
+void prefetchString(const QString &text)
+{
+    const quintptr start = quintptr(text.constData());
+    __builtin_prefetch(reinterpret_cast<const void *>(start - sizeof(QArrayData)));
+    __builtin_prefetch(reinterpret_cast<const void *>(start + quintptr(text.size()) * 2));
+}
+
+// Copies of the paths of a list, in its order, for the runs made of them. The runs take them
+// out in sorted order, bitwise (QString is relocatable): a copy taken out is neither destroyed
+// nor written here, so its place is only read once. Whatever was not taken is destroyed.
+class PathCopies
+{
+public:
+    explicit PathCopies(std::size_t capacity)
+        : m_data(std::allocator<QString>().allocate(capacity)), m_capacity(capacity)
+    {
+    }
+    PathCopies(const PathCopies &) = delete;
+    PathCopies &operator=(const PathCopies &) = delete;
+    ~PathCopies()
+    {
+        std::destroy_n(m_data, m_owned);
+        std::allocator<QString>().deallocate(m_data, m_capacity);
+    }
+
+    void append(const QString &path) { std::construct_at(m_data + m_owned++, path); }
+
+    // The runs in sorted order: `order` holds every copy's index once, and `runLengths` cuts it.
+    // The runs are written in memory order; the copies are read out of order, fetched a few
+    // members ahead.
+    template <typename Index>
+    QList<QStringList> takeRuns(const std::vector<Index> &order,
+                                const std::vector<Index> &runLengths)
+    {
+        static_assert(QTypeInfo<QString>::isRelocatable);
+        constexpr std::size_t ahead = 16;
+        const std::size_t count = order.size();
+        Q_ASSERT(count == m_owned);
+        std::size_t position = 0;
+        try {
+            QList<QStringList> runs;
+            runs.reserve(qsizetype(runLengths.size()));
+            for (const Index length : runLengths) {
+                // Null strings own nothing: they are written over without being destroyed.
+                QStringList run(static_cast<qsizetype>(length));
+                QString *members = run.data();
+                for (Index k = 0; k < length; ++k, ++position) {
+                    if (position + ahead < count)
+                        __builtin_prefetch(m_data + order[position + ahead]);
+                    std::memcpy(static_cast<void *>(members + k),
+                                static_cast<const void *>(m_data + order[position]),
+                                sizeof(QString));
+                }
+                runs.append(std::move(run));
+            }
+            m_owned = 0;
+            return runs;
+        } catch (...) {
+            // Only making a run throws, before it holds anything: the runs made so far hold
+            // the copies taken, and the rest are still here.
+            for (std::size_t p = position; p < count; ++p)
+                std::destroy_at(m_data + order[p]);
+            m_owned = 0;
+            throw;
+        }
+    }
+
+private:
+    QString *m_data;
+    std::size_t m_capacity;
+    std::size_t m_owned = 0; // copies made, all still here until takeRuns()
+};
+
 // Plain UTF-16 code unit order, a string that ends first sorting first.
 bool codeUnitLess(QStringView a, QStringView b)
 {
@@ -352,10 +427,12 @@ class Grouping
 public:
     explicit Grouping(const QStringList &files) : m_files(files) {}
 
-    // The files' indexes in sorted order, and the length of every run in that order.
-    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths)
+    // The files' indexes in sorted order, and the length of every run in that order. With
+    // `copies`, it also receives a copy of every file in the order of the list.
+    void run(std::vector<quint32> &order, std::vector<quint32> &runLengths,
+             PathCopies *copies = nullptr)
     {
-        readPaths();
+        readPaths(copies);
         sortBuckets();
         placePaths();
         sortInsideBuckets();
@@ -367,7 +444,7 @@ private:
     struct Info
     {
         quint32 bucket;  // prefix id, or noFrameBit | number of the path without frame
-        quint32 postfix; // postfix id, later its rank
+        quint32 postfix; // postfix id
         quint32 value;   // frame value, at most valueCeiling
     };
 
@@ -378,12 +455,17 @@ private:
         return VKNumericStringCompare::compare(path(a), path(b)) < 0;
     }
 
-    void readPaths()
+    // A copy raises the count in the string's header, a locked write that waits for its cache
+    // line: here the line has just been read, while later, in a list too long for the cache,
+    // it would have to be fetched again.
+    void readPaths(PathCopies *copies)
     {
         const qsizetype count = m_files.size();
         m_info.resize(std::size_t(count));
         // Each path is taken apart a few paths ahead of its lookup, so that the prefix's slot and
-        // text are on their way by then (when the recent prefixes do not find it first).
+        // text are on their way by then (when the recent prefixes do not find it first). The
+        // string itself, header and end, is fetched twice as far ahead again: in a list longer
+        // than the cache it comes from memory.
         struct Ahead
         {
             FrameDigits digits;
@@ -409,10 +491,14 @@ private:
             const Ahead a = ring[i % ahead];
             if (i + ahead < count)
                 lookAhead(i + ahead);
+            if (i + 2 * ahead < count)
+                prefetchString(m_files.at(i + 2 * ahead));
             if (const Ahead &half = ring[(i + ahead / 2) % ahead];
                 i + ahead / 2 < count && half.hashed)
                 m_prefixes.prefetchText(half.hash);
             const FrameDigits digits = a.digits;
+            if (copies)
+                copies->append(m_files.at(i));
             if (!digits.found()) {
                 m_info[std::size_t(i)] = {noFrameBit | quint32(m_noFrame.size()), 0, 0};
                 m_noFrame.push_back(quint32(i));
@@ -424,9 +510,12 @@ private:
                  k += units)
                 value = value * 10 + quint64(VKStringRanges::digitValueAt(p, k, &units));
             const QStringView prefix = p.first(digits.digitsStart);
-            m_info[std::size_t(i)] = {a.hashed ? m_prefixes.idOf(prefix, a.hash)
-                                               : m_prefixes.idOf(prefix),
-                                      m_postfixes.idOf(p.sliced(digits.digitsEnd)),
+            const quint32 id =
+                a.hashed ? m_prefixes.idOf(prefix, a.hash) : m_prefixes.idOf(prefix);
+            if (id == m_prefixCount.size())
+                m_prefixCount.push_back(0);
+            ++m_prefixCount[id];
+            m_info[std::size_t(i)] = {id, m_postfixes.idOf(p.sliced(digits.digitsEnd)),
                                       quint32(std::min<quint64>(value, valueCeiling))};
         }
         // Postfixes hold no digits: their rank is their code unit order.
@@ -437,13 +526,9 @@ private:
         std::sort(byText.begin(), byText.end(), [&postfixes](quint32 a, quint32 b) {
             return codeUnitLess(postfixes[a], postfixes[b]);
         });
-        std::vector<quint32> rank(postfixes.size());
+        m_postfixRank.resize(postfixes.size());
         for (std::size_t k = 0; k < byText.size(); ++k)
-            rank[byText[k]] = quint32(k);
-        for (Info &info : m_info) {
-            if (!(info.bucket & noFrameBit))
-                info.postfix = rank[info.postfix];
-        }
+            m_postfixRank[byText[k]] = quint32(k);
     }
 
     quint32 &rankOf(quint32 bucket)
@@ -511,18 +596,23 @@ private:
     };
 
     // Puts the paths in bucket order by counting; inside a bucket they keep the input order.
+    // The sizes of the buckets were counted while reading, so the paths are read once here.
     void placePaths()
     {
-        m_bucketStart.assign(m_buckets.size() + 1, 0);
-        for (const Info &info : m_info)
-            ++m_bucketStart[rankOf(info.bucket) + 1];
-        for (std::size_t r = 1; r < m_bucketStart.size(); ++r)
-            m_bucketStart[r] += m_bucketStart[r - 1];
+        m_bucketStart.resize(m_buckets.size() + 1);
+        m_bucketStart[0] = 0;
+        for (std::size_t r = 0; r < m_buckets.size(); ++r) {
+            const quint32 bucket = m_buckets[r];
+            m_bucketStart[r + 1] =
+                m_bucketStart[r] + (bucket & noFrameBit ? 1 : m_prefixCount[bucket]);
+        }
         std::vector<quint32> next(m_bucketStart.begin(), m_bucketStart.end() - 1);
         m_entries.resize(m_info.size());
         for (std::size_t i = 0; i < m_info.size(); ++i) {
             const Info &info = m_info[i];
-            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | info.postfix,
+            const quint32 postfix =
+                info.bucket & noFrameBit ? 0 : m_postfixRank[info.postfix];
+            m_entries[next[rankOf(info.bucket)]++] = {quint64(info.value) << 32 | postfix,
                                                       quint32(i), info.bucket};
         }
         std::vector<Info>().swap(m_info);
@@ -638,6 +728,8 @@ private:
     std::vector<Entry> m_entries;       // the paths in the order being made
     std::vector<Entry> m_scratch;       // for sorting by counting
     std::vector<quint32> m_counts;      // for sorting by counting
+    std::vector<quint32> m_prefixCount; // paths of each prefix
+    std::vector<quint32> m_postfixRank; // code unit order of each postfix
     std::vector<quint32> m_noFrame;     // index of each path without frame
     std::vector<quint32> m_buckets;     // buckets in sorted order
     std::vector<quint32> m_prefixRank;  // place of each prefix in m_buckets
@@ -674,33 +766,6 @@ void runsByComparison(const QStringList &files, std::vector<qsizetype> &order,
     }
 }
 
-template <typename Index>
-QList<QStringList> runsOfPaths(const QStringList &files, const std::vector<Index> &order,
-                               const std::vector<Index> &runLengths)
-{
-    // Each copy raises the count in the string's header, a locked write that waits for its cache
-    // line. Sorted order jumps around in memory, while the list's own order usually follows the
-    // strings' allocation: the runs are made of null strings first, and the copies then go into
-    // their places in the order of the list.
-    QList<QStringList> runs;
-    runs.reserve(qsizetype(runLengths.size()));
-    std::vector<QString *> places(order.size());
-    std::size_t position = 0;
-    for (const Index length : runLengths) {
-        QStringList run(static_cast<qsizetype>(length));
-        QString *members = run.data();
-        for (Index k = 0; k < length; ++k)
-            places[std::size_t(order[position++])] = members + k;
-        runs.append(std::move(run));
-    }
-    // The places hold null strings, which own nothing: they are built over rather than assigned
-    // to, so that the scattered places are only written, never read.
-    const QString *paths = files.constData();
-    for (std::size_t i = 0; i < places.size(); ++i)
-        std::construct_at(places[i], paths[i]);
-    return runs;
-}
-
 } // namespace
 
 QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
@@ -708,11 +773,15 @@ QList<QStringList> VKFileSequence::sequencesWithFiles(const QStringList &files)
     if (files.size() >= qsizetype(noFrameBit)) {
         std::vector<qsizetype> order, runLengths;
         runsByComparison(files, order, runLengths);
-        return runsOfPaths(files, order, runLengths);
+        PathCopies copies(order.size());
+        for (const QString &file : files)
+            copies.append(file);
+        return copies.takeRuns(order, runLengths);
     }
     std::vector<quint32> order, runLengths;
-    Grouping(files).run(order, runLengths);
-    return runsOfPaths(files, order, runLengths);
+    PathCopies copies(std::size_t(files.size()));
+    Grouping(files).run(order, runLengths, &copies);
+    return copies.takeRuns(order, runLengths);
 }
 
 QList<qsizetype> VKFileSequence::runLengthsWithFiles(const QStringList &files,
