@@ -17,9 +17,9 @@
 // counts itself in `overflowCount` and then reads the mark; a claimer claims and then reads the
 // count (all sequentially consistent), so at least one sees the other. The set's adder backs off
 // when the mark is now this queue and retries when it is free; a claimer that sees a count looks
-// in the set under the mutex and gives the claim back when the operation is there. The worker
-// takes the reference out of the entry and clears the mark, under the mutex, when the operation
-// leaves the list; from then on the entry belongs to the next claimer.
+// in the set under the mutex and gives the claim back when the operation is there. The entry's
+// reference moves to the list when the arrivals are taken; the worker clears the mark, under the
+// mutex, when the operation leaves the list; from then on the entry belongs to the next claimer.
 //
 // One mutex (`mutex`) guards `operations`, `overflow`, the current operation, the suspension
 // flag and the thread id, and is the lock the worker waits with. The worker tests "first waiting
@@ -109,8 +109,10 @@ struct VKSingleThreadOperationQueue::Private
         if (!operation)
             return;
         const auto end = operations.size();
+        // The entry's reference moves to the list (the list keeps the operation alive while
+        // the walk goes on through its entry).
         for (; operation; operation = entryOf(operation).next)
-            operations.push_back(entryOf(operation).operation);
+            operations.push_back(std::move(entryOf(operation).operation));
         std::reverse(operations.begin() + static_cast<std::ptrdiff_t>(end), operations.end());
     }
 
