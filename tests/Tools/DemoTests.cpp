@@ -43,9 +43,12 @@ public:
         m_environment.remove(QStringLiteral("EMAIL"));
         // The demo's own handler is under test, not the sanitizer's.
         if (kSanitized) {
-            const QString options = m_environment.value(QStringLiteral("ASAN_OPTIONS"));
-            m_environment.insert(QStringLiteral("ASAN_OPTIONS"),
-                                 options + (options.isEmpty() ? "" : ":") + "handle_segv=0");
+            for (const QString &name :
+                 {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("TSAN_OPTIONS")}) {
+                const QString options = m_environment.value(name);
+                m_environment.insert(name,
+                                     options + (options.isEmpty() ? "" : ":") + "handle_segv=0");
+            }
         }
     }
 
