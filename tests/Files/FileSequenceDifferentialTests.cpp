@@ -107,13 +107,10 @@ private:
 
     QString number(quint64 value, int padding, char32_t zero)
     {
-        QString text = QString::number(value).rightJustified(padding, u'0');
-        if (zero == U'0')
-            return text;
-        std::u32string converted;
-        for (QChar c : std::as_const(text))
-            converted += zero + char32_t(c.unicode() - u'0');
-        return QString::fromStdU32String(converted);
+        std::u32string digits;
+        for (QChar c : QString::number(value).rightJustified(padding, u'0'))
+            digits += zero + char32_t(c.unicode() - u'0');
+        return QString::fromStdU32String(digits);
     }
 
     // Pieces that take apart differently: digits of several scripts, planes and lengths, a

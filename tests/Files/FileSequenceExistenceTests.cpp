@@ -50,7 +50,6 @@ TEST_F(SequenceFolder, CompletePartialAndMissing)
         {"c_2-9000000000000000000####.dpx", false, true, partial, 5, 8999999999999999999},
         // A folder that holds no members.
         {"other/c_1-100####.dpx", false, false, missing, 0, 100},
-        {"other/c_1-1####.dpx", false, false, missing, 0, 1},
         {"nowhere/c_1-5####.dpx", false, false, missing, 0, 5},
     };
     // clang-format on

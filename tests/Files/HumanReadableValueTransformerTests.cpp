@@ -11,9 +11,6 @@
 #include <cmath>
 #include <limits>
 
-// The date transformer stands on its own.
-static_assert(!std::is_base_of_v<VKValueTransformer, VKDateToHumanReadableStringValueTransformer>);
-
 TEST(VKHumanReadableValueTransformers, NumbersOfEveryKindAndNonNumbers)
 {
     VKByteCountToHumanReadableStringValueTransformer sizes;

@@ -47,9 +47,7 @@ QString mountNamespace()
 QString findProgram(const QString &name)
 {
     const QString path = QStandardPaths::findExecutable(name);
-    return path.isEmpty() ? QStandardPaths::findExecutable(
-                                name, {QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")})
-                          : path;
+    return path.isEmpty() ? QStandardPaths::findExecutable(name, {"/usr/sbin", "/sbin"}) : path;
 }
 
 // Runs a program found by findProgram, its two output channels merged.
@@ -115,9 +113,7 @@ protected:
         // 128-byte inodes have no room for a birth time.
         for (const char *options : {"CARD_A -t ext4", "CARD_B -t ext2 -I 128", "CARD_C -t ext4"}) {
             const QStringList words = QString::fromLatin1(options).split(u' ');
-            const QString file = images->filePath(words[0] + ".img");
-            QFile(file).open(QIODevice::WriteOnly);
-            QFile::resize(file, 8 << 20);
+            const QString file = images->writeFile(words[0] + ".img", QByteArray(8 << 20, 0));
             const VKProgramRun mkfs =
                 run("mke2fs", QStringList{"-q", "-F", "-L"} + words + QStringList(file), fixedTime);
             if (mkfs.status != 0) {
@@ -160,8 +156,11 @@ protected:
     static inline VKTempDir *images = nullptr; // lives for the process, like the mounts
 };
 
-TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
+// Mount paths, figures, names, creation dates and identities are compared with what the system
+// says in the vkvol test below.
+TEST_F(MountedVolumes, MountPathsDevicesIdentitiesAndTheVolumeCache)
 {
+    // Mount paths follow path components and the order of the mount table.
     const QString a = mountPoint("CARD_A");
     QDir().mkpath(a + "/DCIM");
     QDir().mkpath(mountPoint("CARD_AB") + "/x");
@@ -186,12 +185,8 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
     ASSERT_NE(tape, nullptr);
     EXPECT_EQ(tape->fsType(), u"ext4");
     EXPECT_TRUE(unmount(blanks));
-}
 
-// Mount paths, figures, names, creation dates and identities are compared with what the system
-// says in the vkvol test below.
-TEST_F(MountedVolumes, DevicePropertiesComeFromTheDeviceDatabase)
-{
+    // Device properties come from the device database.
     const QByteArray device = QStorageInfo(mountPoint("CARD_B")).device();
     struct stat st = {};
     ASSERT_EQ(stat(device.constData(), &st), 0);
@@ -201,13 +196,10 @@ TEST_F(MountedVolumes, DevicePropertiesComeFromTheDeviceDatabase)
     EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), u"CARD_B"_qs);
     EXPECT_EQ(description->value(QStringLiteral("DEVNAME")), QString::fromLatin1(device));
     EXPECT_FALSE(VKStatInfo::diskArbitrationInfoForVolumeAtPath(makedev(7, 250)).has_value());
-}
 
-TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
-{
+    // The identity outlives unmounting, and cached values stay when a read fails.
     QDateTime clock = QDateTime::currentDateTimeUtc();
     VKStatInfo::TestingClock testingClock([&clock] { return clock; });
-    const QString a = mountPoint("CARD_A");
     const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(a);
     ASSERT_NE(info, nullptr);
     const QString identity = info->vessanVolumeID();
@@ -237,13 +229,10 @@ TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
     clock = clock.addSecs(11);
     EXPECT_EQ(VKStatInfo::statInfoForPath(a), info);
     EXPECT_EQ(info->vessanVolumeID(), identity);
-}
 
-TEST_F(MountedVolumes, VolumeCacheMatchesCharacterPrefixesAndReloads)
-{
+    // The volume cache matches mount paths as character prefixes, and reloads.
     VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
     ASSERT_NE(cache, nullptr);
-    const QString a = mountPoint("CARD_A");
     const std::shared_ptr<VKVolumeInfo> cardA = cache->volumeInfoForPath(a + "/DCIM/C001.mov");
     ASSERT_NE(cardA, nullptr);
     EXPECT_EQ(cardA->path(), a);
@@ -281,9 +270,7 @@ QString sizeField(const char *name, quint64 bytes)
 
 TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
 {
-    VKTempDir home;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.path());
+    // vkvol inherits the temporary caches folder of this program (VolumeTests.cpp).
     // clang-format off
     const struct { const char *card, *type, *created, *createdId; } cards[] = {
         {"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
@@ -313,7 +300,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         arguments.append(mount + u'/');
     }
     arguments.append(mountPoint("CARD_A") + "/missing");
-    const VKProgramRun vkvol = vkRunProgram(QStringLiteral(VKVOL_PATH), arguments, environment);
+    const VKProgramRun vkvol = vkRunProgram(QStringLiteral(VKVOL_PATH), arguments);
     EXPECT_EQ(QString::fromUtf8(vkvol.output), expected);
     EXPECT_EQ(QString::fromUtf8(vkvol.errors),
               QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
@@ -322,7 +309,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     EXPECT_EQ(vkvol.status, 1);
 
     // JSON: the same figures, numbers as numbers.
-    const VKProgramRun json = run(VKVOL_PATH, {"--json", mountPoint("CARD_A")}, environment);
+    const VKProgramRun json = run(VKVOL_PATH, {"--json", mountPoint("CARD_A")});
     ASSERT_EQ(json.status, 0) << json.output.constData();
     const QJsonObject a = QJsonDocument::fromJson(json.output).array().at(0).toObject();
     EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(totalOfA));

@@ -67,8 +67,6 @@ TEST_F(PathShortener, LinesAndIndices)
         {"file names tell apart", {clip1, clip2}, true, true, true, {2, 2},
          {"*|_Card_A — |*|_C001.mov", "*|_Card_A — |*|_C002.mov"}},
         {"one path", {day1}, true, true, true, {NF}, {"*|_Card_A — |*|_C001.mov"}},
-        {"same object twice", {day1, day1}, false, true, true, {2, 2},
-         {"*|_C001.mov", "*|_C001.mov"}},
         {"two objects for one file", {day1, twin}, false, true, true, {NF, NF},
          {"*|_C001.mov", "*|_C001.mov"}},
         {"a rival holding the whole path", {day1, deeper}, false, true, false, {NF, 0},

@@ -7,16 +7,8 @@
 namespace {
 
 constexpr quint64 kMax = std::numeric_limits<quint64>::max();
-
-QString sizeText(quint64 bytes)
-{
-    return VKFileSize::humanReadableFileSizeStringFromByteCount(bytes);
-}
-
-quint64 parse(const QString &text)
-{
-    return VKFileSize::byteCountFromHumanReadableFileSizeString(text);
-}
+constexpr auto sizeText = &VKFileSize::humanReadableFileSizeStringFromByteCount;
+constexpr auto parse = &VKFileSize::byteCountFromHumanReadableFileSizeString;
 
 } // namespace
 
@@ -50,16 +42,12 @@ TEST(VKFileSize, SizeAndSpeedTexts)
 
 TEST(VKFileSize, ParserReadsNumberAndUnit)
 {
-    // Every unit in any case, with or without a space.
-    const QStringList units = {"B", "KB", "MB", "GB", "TB", "PB", "EB"};
+    // Every unit, in either case, with or without a space.
     quint64 scale = 1;
-    for (int k = 0; k < 7; ++k, scale *= 1000) {
-        const QString unit = units[k];
-        for (const QString &written : {unit, unit.toLower(), unit.left(1) + unit.mid(1).toLower(),
-                                       unit.left(1).toLower() + unit.mid(1)}) {
-            EXPECT_EQ(parse("3 " + written + "/s"), 3 * scale) << written.toStdString();
-            EXPECT_EQ(parse("3" + written + "/s"), 3 * scale) << written.toStdString();
-        }
+    for (const QString unit : {"B", "KB", "MB", "GB", "TB", "PB", "EB"}) {
+        EXPECT_EQ(parse("3 " + unit + "/s"), 3 * scale) << unit.toStdString();
+        EXPECT_EQ(parse("3" + unit.toLower() + "/s"), 3 * scale) << unit.toStdString();
+        scale *= 1000;
     }
     // clang-format off
     const struct { const char16_t *text; quint64 bytes; } cases[] = {
