@@ -23,10 +23,10 @@
 
 namespace {
 
-// The volume info cache makes its folder in the user's caches folder; in tests that is a
-// temporary one.
+// The volume info cache makes its folder in the user's caches folder, a temporary one here.
 const QTemporaryDir cachesFolder;
-const bool cachesFolderSet = qputenv("XDG_CACHE_HOME", QFile::encodeName(cachesFolder.path()));
+[[maybe_unused]] const bool cachesFolderSet =
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(cachesFolder.path()));
 
 QDateTime utc(int y, int mo, int d, int h = 0, int mi = 0, int s = 0)
 {
