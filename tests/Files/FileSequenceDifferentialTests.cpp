@@ -23,8 +23,8 @@ struct Parts
     QString prefix, postfix;
 };
 
-// Frame digits are the last digit run of the last path component that is followed by no
-// other digit; prefix and postfix span the whole path.
+// The frame is the last run of digits in the last path component; prefix and postfix are the
+// whole path before and after it.
 Parts referenceParts(const QString &path)
 {
     const QString name = VKPathString::lastPathComponent(path);
