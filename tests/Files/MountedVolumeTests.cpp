@@ -47,9 +47,7 @@ QString mountNamespace()
 QString findProgram(const QString &name)
 {
     const QString path = QStandardPaths::findExecutable(name);
-    return path.isEmpty() ? QStandardPaths::findExecutable(
-                                name, {QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")})
-                          : path;
+    return path.isEmpty() ? QStandardPaths::findExecutable(name, {"/usr/sbin", "/sbin"}) : path;
 }
 
 // Runs a program found by findProgram, its two output channels merged.
@@ -74,11 +72,11 @@ TEST(MountNamespace, RunsTheVolumeTests)
     environment.insert(QString::fromLatin1(kParentNamespaceVariable), mountNamespace());
     // A fixed zone an hour east of UTC (no zone database needed).
     environment.insert(QStringLiteral("TZ"), QStringLiteral("CET-1"));
-    const VKProgramRun child = run("unshare",
-                                   {"--mount", "--propagation", "private",
-                                    QCoreApplication::applicationFilePath(),
-                                    "--gtest_filter=MountedVolumes.*"},
-                                   environment);
+    const VKProgramRun child =
+        run("unshare",
+            {"--mount", "--propagation", "private", QCoreApplication::applicationFilePath(),
+             "--gtest_filter=MountedVolumes.*"},
+            environment);
     if (child.status != 0 && child.output.startsWith("unshare:"))
         GTEST_SKIP() << "no private mount namespace here: " << child.output.constData();
     ASSERT_EQ(child.status, 0) << child.output.constData();
@@ -113,13 +111,9 @@ protected:
         QProcessEnvironment fixedTime = QProcessEnvironment::systemEnvironment();
         fixedTime.insert(QStringLiteral("E2FSPROGS_FAKE_TIME"), QString::number(kImageTime));
         // 128-byte inodes have no room for a birth time.
-        for (const QString &options : {QStringLiteral("CARD_A -t ext4"),
-                                       QStringLiteral("CARD_B -t ext2 -I 128"),
-                                       QStringLiteral("CARD_C -t ext4")}) {
-            const QStringList words = options.split(u' ');
-            const QString file = images->filePath(words[0] + ".img");
-            QFile(file).open(QIODevice::WriteOnly);
-            QFile::resize(file, 8 << 20);
+        for (const char *options : {"CARD_A -t ext4", "CARD_B -t ext2 -I 128", "CARD_C -t ext4"}) {
+            const QStringList words = QString::fromLatin1(options).split(u' ');
+            const QString file = images->writeFile(words[0] + ".img", QByteArray(8 << 20, 0));
             const VKProgramRun mkfs =
                 run("mke2fs", QStringList{"-q", "-F", "-L"} + words + QStringList(file), fixedTime);
             if (mkfs.status != 0) {
@@ -155,25 +149,18 @@ protected:
         return mount.status == 0 ? QString() : QString::fromLocal8Bit(mount.output).trimmed();
     }
 
-    static bool unmount(const QString &where)
-    {
-        return run("umount", {where}).status == 0;
-    }
-
-    static quint64 statfsTotal(const QString &path)
-    {
-        struct statfs st = {};
-        EXPECT_EQ(statfs(QFile::encodeName(path).constData(), &st), 0);
-        return quint64(st.f_bsize) * st.f_blocks;
-    }
+    static bool unmount(const QString &where) { return run("umount", {where}).status == 0; }
 
     static inline QString skipReason;
     static inline QString media;
     static inline VKTempDir *images = nullptr; // lives for the process, like the mounts
 };
 
-TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
+// Mount paths, figures, names, creation dates and identities are compared with what the system
+// says in the vkvol test below.
+TEST_F(MountedVolumes, MountPathsDevicesIdentitiesAndTheVolumeCache)
 {
+    // Mount paths follow path components and the order of the mount table.
     const QString a = mountPoint("CARD_A");
     QDir().mkpath(a + "/DCIM");
     QDir().mkpath(mountPoint("CARD_AB") + "/x");
@@ -181,11 +168,11 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
     QDir().mkpath(a + "/NESTED/clips");
     // CARD_AB is another volume; the nested mount comes later in the list, so the first match,
     // CARD_A, answers even for the nested mount path.
-    const QString root = QStringLiteral("/");
-    for (const auto &[path, expected] : QList<std::pair<QString, QString>>{
-             {a, a}, {a + "/", a}, {a + "/DCIM", a}, {mountPoint("CARD_AB") + "/x", root},
-             {a + "/NESTED/clips", a}, {a + "/NESTED", a}, {media, root}})
-        EXPECT_EQ(VKStatInfo::mountPathForPath(path), expected) << path;
+    QStringList mountPaths;
+    for (const QString &path : {a, a + "/", a + "/DCIM", mountPoint("CARD_AB") + "/x",
+                                a + "/NESTED/clips", a + "/NESTED", media})
+        mountPaths.append(VKStatInfo::mountPathForPath(path));
+    EXPECT_EQ(mountPaths, (QStringList{a, a, a, "/", a, a, "/"}));
     EXPECT_TRUE(VKStatInfo::mountedVolumePaths().contains(a + "/NESTED"));
     EXPECT_TRUE(unmount(a + "/NESTED"));
 
@@ -197,33 +184,22 @@ TEST_F(MountedVolumes, MountPathsFollowPathComponentsAndListOrder)
     const std::shared_ptr<VKStatInfo> tape = VKStatInfo::statInfoForPath(blanks);
     ASSERT_NE(tape, nullptr);
     EXPECT_EQ(tape->fsType(), u"ext4");
-    EXPECT_EQ(tape->totalBytes(), statfsTotal(blanks));
     EXPECT_TRUE(unmount(blanks));
-}
 
-// Mount paths, figures, names, creation dates and identities are compared with what the system
-// says in the vkvol test below.
-TEST_F(MountedVolumes, DevicePropertiesComeFromTheDeviceDatabase)
-{
-    for (const char *card : {"CARD_A", "CARD_B"}) {
-        SCOPED_TRACE(card);
-        const QByteArray device = QStorageInfo(mountPoint(card)).device();
-        struct stat st = {};
-        ASSERT_EQ(stat(device.constData(), &st), 0);
-        const std::optional<QVariantMap> description =
-            VKStatInfo::diskArbitrationInfoForVolumeAtPath(st.st_rdev);
-        ASSERT_TRUE(description.has_value());
-        EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), QString::fromLatin1(card));
-        EXPECT_EQ(description->value(QStringLiteral("DEVNAME")), QString::fromLatin1(device));
-    }
+    // Device properties come from the device database.
+    const QByteArray device = QStorageInfo(mountPoint("CARD_B")).device();
+    struct stat st = {};
+    ASSERT_EQ(stat(device.constData(), &st), 0);
+    const std::optional<QVariantMap> description =
+        VKStatInfo::diskArbitrationInfoForVolumeAtPath(st.st_rdev);
+    ASSERT_TRUE(description.has_value());
+    EXPECT_EQ(description->value(QStringLiteral("ID_FS_LABEL")), u"CARD_B"_qs);
+    EXPECT_EQ(description->value(QStringLiteral("DEVNAME")), QString::fromLatin1(device));
     EXPECT_FALSE(VKStatInfo::diskArbitrationInfoForVolumeAtPath(makedev(7, 250)).has_value());
-}
 
-TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
-{
+    // The identity outlives unmounting, and cached values stay when a read fails.
     QDateTime clock = QDateTime::currentDateTimeUtc();
     VKStatInfo::TestingClock testingClock([&clock] { return clock; });
-    const QString a = mountPoint("CARD_A");
     const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoForPath(a);
     ASSERT_NE(info, nullptr);
     const QString identity = info->vessanVolumeID();
@@ -253,21 +229,16 @@ TEST_F(MountedVolumes, IdentityOutlivesUnmountingAndCachedValuesStay)
     clock = clock.addSecs(11);
     EXPECT_EQ(VKStatInfo::statInfoForPath(a), info);
     EXPECT_EQ(info->vessanVolumeID(), identity);
-}
 
-TEST_F(MountedVolumes, VolumeCacheMatchesCharacterPrefixesAndReloads)
-{
+    // The volume cache matches mount paths as character prefixes, and reloads.
     VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
     ASSERT_NE(cache, nullptr);
-    const QString a = mountPoint("CARD_A");
     const std::shared_ptr<VKVolumeInfo> cardA = cache->volumeInfoForPath(a + "/DCIM/C001.mov");
     ASSERT_NE(cardA, nullptr);
     EXPECT_EQ(cardA->path(), a);
     EXPECT_EQ(cardA->name(), u"CARD_A");
     // Characters, not components: CARD_A also answers for CARD_AX.
     EXPECT_EQ(cache->volumeInfoForPath(mountPoint("CARD_AX") + "/clip.mov"), cardA);
-    EXPECT_EQ(cache->volumeInfoForPath(mountPoint("NOT_MOUNTED") + "/clip.mov"), nullptr);
-    EXPECT_EQ(VKPath::pathWithAbsoluteFilePath(mountPoint("NOT_MOUNTED") + "/clip.mov"), nullptr);
 
     // Mounted after the table was read: found through the automatic reload.
     const QString c = mountPoint("CARD_C");
@@ -275,10 +246,8 @@ TEST_F(MountedVolumes, VolumeCacheMatchesCharacterPrefixesAndReloads)
     ASSERT_EQ(mountImage(QStringLiteral("CARD_C"), c), QString());
     const std::shared_ptr<VKPath> path = VKPath::pathWithAbsoluteFilePath(c + "/Day1/");
     ASSERT_NE(path, nullptr);
-    EXPECT_EQ(path->volumeMountPath(), c);
     EXPECT_EQ(path->volumeInfo()->name(), u"CARD_C");
     EXPECT_EQ(path->relativeFilePath(), u"Day1/");
-    EXPECT_TRUE(path->isDirectory());
     EXPECT_TRUE(unmount(c));
 }
 
@@ -301,9 +270,7 @@ QString sizeField(const char *name, quint64 bytes)
 
 TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
 {
-    VKTempDir home;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.path());
+    // vkvol inherits the temporary caches folder of this program (VolumeTests.cpp).
     // clang-format off
     const struct { const char *card, *type, *created, *createdId; } cards[] = {
         {"CARD_A", "ext4", "2009-02-14 00:31:30 +0100", "2009-02-14_00:31:30_+0100"},
@@ -311,11 +278,13 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     // clang-format on
     QString expected;
     QStringList arguments;
+    quint64 totalOfA = 0;
     for (const auto &card : cards) {
         const QString mount = mountPoint(card.card);
         struct statfs st = {};
         ASSERT_EQ(statfs(QFile::encodeName(mount).constData(), &st), 0);
         const quint64 total = quint64(st.f_bsize) * st.f_blocks;
+        totalOfA = totalOfA ? totalOfA : total;
         expected += (expected.isEmpty() ? "" : "\n") + mount + "/\n" + field("mount path", mount) +
                     field("type", card.type) +
                     field("display name", QStorageInfo(mount).displayName()) +
@@ -331,7 +300,7 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
         arguments.append(mount + u'/');
     }
     arguments.append(mountPoint("CARD_A") + "/missing");
-    const VKProgramRun vkvol = vkRunProgram(QStringLiteral(VKVOL_PATH), arguments, environment);
+    const VKProgramRun vkvol = vkRunProgram(QStringLiteral(VKVOL_PATH), arguments);
     EXPECT_EQ(QString::fromUtf8(vkvol.output), expected);
     EXPECT_EQ(QString::fromUtf8(vkvol.errors),
               QStringLiteral("vkvol: %1/missing: Could not get filesystem statistics for file at "
@@ -340,25 +309,12 @@ TEST_F(MountedVolumes, VkvolPrintsWhatTheSystemSays)
     EXPECT_EQ(vkvol.status, 1);
 
     // JSON: the same figures, numbers as numbers.
-    const VKProgramRun json = run(VKVOL_PATH, {"--json", mountPoint("CARD_A")}, environment);
+    const VKProgramRun json = run(VKVOL_PATH, {"--json", mountPoint("CARD_A")});
     ASSERT_EQ(json.status, 0) << json.output.constData();
     const QJsonObject a = QJsonDocument::fromJson(json.output).array().at(0).toObject();
-    EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(statfsTotal(mountPoint("CARD_A"))));
+    EXPECT_EQ(a.value("totalBytes").toInteger(), qint64(totalOfA));
     EXPECT_EQ(a.value("createDate").toString(), u"2009-02-13T23:31:30Z");
     EXPECT_EQ(a.value("isUnmountable"), QJsonValue(true));
-
-    // Short labels: the same file on two cards is told apart by its card only.
-    QStringList files;
-    for (const char *file : {"CARD_A/Day1/C001.mov", "CARD_B/Day1/C001.mov", "CARD_A/Day2/C001.mov"}) {
-        QDir().mkpath(QFileInfo(mountPoint(file)).path());
-        QFile(mountPoint(file)).open(QIODevice::WriteOnly);
-        files.append(mountPoint(file));
-    }
-    const VKProgramRun shortLines = run(VKVOL_PATH, QStringList{"--short"} + files, environment);
-    EXPECT_EQ(shortLines.status, 0);
-    EXPECT_EQ(QString::fromUtf8(shortLines.output),
-              QStringLiteral("CARD_A \u2014 C001.mov\nCARD_B \u2014 C001.mov\n"
-                             "CARD_A \u2014 Day2 \u2014 C001.mov\n"));
 }
 
 #endif

@@ -5,32 +5,28 @@
 #include "Files/VKStatInfo.h"
 #include "Files/VKVolumeInfoCache.h"
 #include "Foundation/VKSearchPaths.h"
-#include "Foundation/VKUserDefaults.h"
 #include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QStorageInfo>
-#include <QThread>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
 #include <tuple>
 
 #include <unistd.h>
 
 namespace {
 
-// The volume info cache makes its folder in the user's caches folder; in tests that is a
-// temporary one.
-const struct CachesFolder
-{
-    CachesFolder() { qputenv("XDG_CACHE_HOME", QFile::encodeName(dir.path())); }
-    QTemporaryDir dir;
-} cachesFolder;
+// The volume info cache makes its folder in the user's caches folder, a temporary one here.
+const QTemporaryDir cachesFolder;
+[[maybe_unused]] const bool cachesFolderSet =
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(cachesFolder.path()));
 
 QDateTime utc(int y, int mo, int d, int h = 0, int mi = 0, int s = 0)
 {
@@ -41,23 +37,18 @@ const QString kRoot = QStringLiteral("/");
 
 TEST(StatInfoDates, WholeRecordReading)
 {
-    EXPECT_EQ(VKStatInfoCarbonReferenceDate(), -3061152000.0);
     // A record as the file system stores it: high seconds, low seconds, fraction.
     const auto record = [](quint16 high, quint32 low, quint16 fraction) {
-        uchar bytes[8];
-        qToLittleEndian(high, bytes);
-        qToLittleEndian(low, bytes + 2);
-        qToLittleEndian(fraction, bytes + 6);
-        VKUTCDateTime r;
-        std::memcpy(&r, bytes, 8);
+        const VKUTCDateTime r{qToLittleEndian(high), qToLittleEndian(low),
+                              qToLittleEndian(fraction)};
         return VKStatInfoUTCDateTimeToNSDate(&r);
     };
     // After 2040 the high seconds count as 1/65536 s each, not as 2^32 s; a fraction of one half
     // lands 2^47 seconds later instead of half a second.
     // clang-format off
     const struct { quint16 high; quint32 low; quint16 fraction; QDateTime date; } cases[] = {
-        {0, 0, 0, utc(1904, 1, 1)}, {0, 3317412690u, 0, utc(2009, 2, 13, 23, 31, 30)},
-        {0, 0xFFFFFFFFu, 0, utc(2040, 2, 6, 6, 28, 15)}, {1, 5, 0, utc(1904, 1, 1, 0, 0, 5)},
+        {0, 0, 0, utc(1904, 1, 1)}, {0, 0xFFFFFFFFu, 0, utc(2040, 2, 6, 6, 28, 15)},
+        {1, 5, 0, utc(1904, 1, 1, 0, 0, 5)},
         {0, 0, 0x8000, utc(1904, 1, 1).addSecs(qint64(1) << 47)},
     };
     // clang-format on
@@ -96,11 +87,10 @@ TEST(StatInfoMountPaths, PathsOnTheRootVolumeAndMissingPaths)
     EXPECT_EQ(VKStatInfo::statInfoWithMountPath(dir.path()), nullptr);
     EXPECT_TRUE(log.messages().isEmpty());
     EXPECT_EQ(VKStatInfo::statInfoWithMountPath(dir.path(), &error), nullptr);
-    const QString reason = "Could not init statistics for file at path " + dir.path() +
-                           ". Path is no mount path.";
+    const QString reason =
+        "Could not init statistics for file at path " + dir.path() + ". Path is no mount path.";
     EXPECT_EQ(error.localizedDescription(), reason);
     EXPECT_EQ(log.messages(), QStringList{reason});
-    EXPECT_EQ(log.entries().value(0).level, VKLogLevel::Error);
     const std::shared_ptr<VKStatInfo> fresh = VKStatInfo::statInfoWithMountPath(kRoot);
     ASSERT_NE(fresh, nullptr);
     EXPECT_NE(fresh, VKStatInfo::statInfoForPath(kRoot)) << "not registered";
@@ -111,20 +101,11 @@ TEST(StatInfoRootVolume, IdentityAndNetworkTypes)
 {
     const std::shared_ptr<VKStatInfo> info = VKStatInfo::statInfoWithMountPath(kRoot);
     ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->cachedTotalBytes(), 0u) << "nothing read before the first getter";
     const QString id = info->vessanVolumeID();
     EXPECT_TRUE(id.startsWith("label=" + info->volumeName() + "_created=")) << id;
     EXPECT_TRUE(id.endsWith(
         QStringLiteral("_size=%1_fsType=%2").arg(info->totalBytes()).arg(info->fsType())))
         << id;
-
-    // Shares may leave their creation date out of the identity; the root volume keeps it.
-    VKTempDir dir;
-    VKUserDefaults::setStandardUserDefaultsFolder(dir.path());
-    VKUserDefaults::standardUserDefaults()->setBool(
-        true, QStringLiteral("dontUseCreationDateToIdentifyNetworkShares"));
-    EXPECT_EQ(VKStatInfo::statInfoForPath(kRoot)->vessanVolumeID(), id);
-    VKUserDefaults::setStandardUserDefaultsFolder(QString());
     QStringList network;
     for (const QString &type :
          QStringList{"cifs", "smb3", "nfs4", "fuse.sshfs", "ext4", "vfat", "fuse"})
@@ -150,15 +131,13 @@ TEST(StatInfoRootVolume, EachGroupIsReadAtMostEveryTenSeconds)
     // clang-format on
     for (const auto &group : groups) {
         const QDateTime start = clock;
-        EXPECT_TRUE(group.stamp().isNull() || group.stamp() == start);
-        group.getter();
-        EXPECT_EQ(group.stamp(), start);
-        clock = start.addMSecs(10000); // exactly 10 s old: still fresh
-        group.getter();
-        EXPECT_EQ(group.stamp(), start);
-        clock = start.addMSecs(10001);
-        group.getter();
-        EXPECT_EQ(group.stamp(), clock);
+        QStringList stamps{group.stamp().isNull() ? "unread" : "read"};
+        for (const int age : {0, 10000, 10001}) { // exactly 10 s old is still fresh
+            clock = start.addMSecs(age);
+            group.getter();
+            stamps << QString::number(start.msecsTo(group.stamp()));
+        }
+        EXPECT_EQ(stamps, (QStringList{"unread", "0", "0", "10001"}));
         clock = clock.addSecs(60);
     }
 }
@@ -168,19 +147,18 @@ TEST(PathUtility, FolderLayout)
     VKTempDir dir;
     VKSearchPaths::TestingRoot root(dir.path());
     const QString support = dir.path() + QStringLiteral("/home/.local/share/Vessan/");
-    // clang-format off
-    const struct { std::function<QString()> folder; const char *expected; } cases[] = {
-        {&VKPathUtility::applicationSupportFolder, "Demo"}, {&VKPathUtility::cachesFolder, "Demo"},
-        {&VKPathUtility::libraryDataBasePath, "Demo/Demo.vddb"}, {&VKPathUtility::databaseBackupFolder, "Demo/Backup"},
-        {&VKPathUtility::logosFolder, "Demo/Logos"}, {&VKPathUtility::thumbnailsFolder, "Demo/Thumbnails"},
-        {&VKPathUtility::volumeIconCachesFolder, "Demo/VolumeIcons"},
-        {[] { return VKPathUtility::cacheImagePathWithVolumeUUID("1234-AB"); }, "Demo/VolumeIcons/1234-AB.jpg"},
-    };
-    // clang-format on
     EXPECT_EQ(VKPathUtility::libraryNameFromCurrentApplication(), u"VessanApplication");
     VKPathUtility::setLibraryNameFunction([] { return QStringLiteral("Demo"); });
-    for (const auto &c : cases)
-        EXPECT_EQ(c.folder(), support + c.expected);
+    using P = VKPathUtility;
+    QStringList folders = {P::cacheImagePathWithVolumeUUID("1234-AB")};
+    for (const auto folder : {&P::applicationSupportFolder, &P::cachesFolder,
+                              &P::libraryDataBasePath, &P::databaseBackupFolder, &P::logosFolder,
+                              &P::thumbnailsFolder, &P::volumeIconCachesFolder})
+        folders.append(folder());
+    EXPECT_EQ(
+        folders.replaceInStrings(support, "*/"),
+        (QStringList{"*/Demo/VolumeIcons/1234-AB.jpg", "*/Demo", "*/Demo", "*/Demo/Demo.vddb",
+                     "*/Demo/Backup", "*/Demo/Logos", "*/Demo/Thumbnails", "*/Demo/VolumeIcons"}));
     VKPathUtility::setLibraryNameFunction({});
     VKPathUtility::createBasicApplicationsPaths();
     for (const char *folder : {"Thumbnails", "Logos"})
@@ -198,13 +176,14 @@ TEST(PathUtility, CreateDirectoryAtPath)
     VKLogCapture log;
     const QString existing = dir.makeDir(QStringLiteral("existing"));
     const QString marker = dir.writeFile(QStringLiteral("existing/keep"));
-    const QString blocker = dir.writeFile(QStringLiteral("blocker"));
+    const QString blocked = dir.writeFile(QStringLiteral("blocker")) + "/sub/x";
     // clang-format off
     const struct { QString path; bool madeFolder; QString terminated; } cases[] = {
         {existing, true, {}}, {dir.writeFile("file", "data"), true, {}}, // replaced by a folder
         {dir.filePath("a/b/c"), true, {}},
-        {blocker + "/sub/x", false, "Could create directory at path " + blocker + "/sub/x|Not a directory"},
-        {"/proc/self/status", false, "Could not remove item at path /proc/self/status|Operation not permitted"},
+        {blocked, false, "Could create directory at path " + blocked + "|Not a directory"},
+        {"/proc/self/status", false,
+         "Could not remove item at path /proc/self/status|Operation not permitted"},
     };
     // clang-format on
     for (const auto &c : cases) {
@@ -212,9 +191,10 @@ TEST(PathUtility, CreateDirectoryAtPath)
         log.clear();
         VKPathUtility::createDirectoryAtPath(c.path);
         EXPECT_EQ(QFileInfo(c.path).isDir(), c.madeFolder) << c.path;
-        EXPECT_EQ(terminated, c.terminated.isEmpty() ? QStringList() : QStringList{c.terminated});
-        EXPECT_EQ(log.messages(), c.terminated.isEmpty() ? QStringList()
-                                                         : QStringList{c.terminated.section(u'|', 0, 0)});
+        // The message is logged, then the terminate function gets it with the reason.
+        const QString logged = c.terminated.section(u'|', 0, 0);
+        EXPECT_EQ(log.messages() + terminated,
+                  c.terminated.isEmpty() ? QStringList() : (QStringList{logged, c.terminated}));
     }
     EXPECT_TRUE(QFileInfo::exists(marker));
     VKPathUtility::setTerminateFunction(previous);
@@ -230,9 +210,9 @@ TEST(PathUtility, FailureEndsTheProcess)
     }
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("VK_TEST_TERMINATE_CHILD"), QStringLiteral("1"));
-    const VKProgramRun child = vkRunProgram(
-        QCoreApplication::applicationFilePath(),
-        {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")}, env);
+    const VKProgramRun child =
+        vkRunProgram(QCoreApplication::applicationFilePath(),
+                     {QStringLiteral("--gtest_filter=PathUtility.FailureEndsTheProcess")}, env);
     EXPECT_EQ(child.status, 1);
     EXPECT_TRUE(child.errors.endsWith("Could not remove item at path /proc/self/status (Operation "
                                       "not permitted)\n"))
@@ -240,66 +220,35 @@ TEST(PathUtility, FailureEndsTheProcess)
     EXPECT_FALSE(child.output.contains("still running"));
 }
 
-TEST(VolumeInfoCache, PathsOutsideMediaRootsBelongToTheRootVolume)
+TEST(VolumeInfoCache, RootVolumeRecordsMediaRootsAndThreads)
 {
     VKVolumeInfoCache *cache = VKVolumeInfoCache::sharedCache();
     ASSERT_NE(cache, nullptr);
-    EXPECT_TRUE(QFileInfo(cache->cachesFolder()).isDir());
-    EXPECT_TRUE(cache->cachesFolder().endsWith(u"/Vessan/Utilities/VolumeIcons"));
+    EXPECT_TRUE(QFileInfo(cachesFolder.path() + "/Vessan/Utilities/VolumeIcons").isDir());
     const std::shared_ptr<VKVolumeInfo> root = cache->volumeInfoForPath(kRoot);
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root->path(), kRoot);
     EXPECT_EQ(root->name(), VKStatInfo::statInfoForPath(kRoot)->volumeName());
-    for (const char *path : {"/home/ann/a.mov", "/does/not/exist", "relative/path", "/Volume"})
+    for (const char *path : {"/home/ann/a.mov", "relative/path", "/Volume"})
         EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), root) << path;
-    for (const char *path : {"/media/VK_NOT_MOUNTED/x", "/Volumes/VK_NOT_MOUNTED/x",
-                             "/run/media/ann/VK_NOT_MOUNTED", "/mnt/VK_NOT_MOUNTED"})
-        EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), nullptr) << path;
 
-    // Lookups while another thread reloads the table.
-    std::atomic<int> wrong{0};
-    QList<QThread *> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.append(QThread::create([cache, t, &wrong] {
-            for (int i = 0; i < 100; ++i) {
-                if (t == 0 && i % 10 == 0)
-                    cache->reloadVolumeInfos();
-                const auto info = cache->volumeInfoForPath(QStringLiteral("/home/ann/clip.mov"));
-                if (!info || info->path() != u"/")
-                    ++wrong;
-            }
-        }));
-        threads.last()->start();
-    }
-    for (QThread *thread : threads) {
-        EXPECT_TRUE(thread->wait(60000));
-        delete thread;
-    }
-    EXPECT_EQ(wrong.load(), 0);
-}
-
-TEST(VolumeInfoCache, PathRecords)
-{
-    const std::shared_ptr<VKVolumeInfo> root =
-        VKVolumeInfoCache::sharedCache()->volumeInfoForPath(kRoot);
+    // Path records on the root volume: "relative|directory|absolute", a null relative path "-".
     // clang-format off
-    const struct { const char *path; QString relative; bool isDirectory; const char *absolute; } cases[] = {
-        {"/home/ann/a.mov", "home/ann/a.mov", false, "/home/ann/a.mov"},
-        {"/home/ann/DCIM/", "home/ann/DCIM/", true, "/home/ann/DCIM"}, {"/", "", true, "/"},
-        {"clip.mov", QString(), false, "/"},
+    const struct { const char *path, *record; } cases[] = {
+        {"/home/ann/a.mov", "home/ann/a.mov|0|/home/ann/a.mov"},
+        {"/home/ann/DCIM/", "home/ann/DCIM/|1|/home/ann/DCIM"},
+        {"/", "|1|/"}, {"clip.mov", "-|0|/"},
     };
     // clang-format on
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.path);
         const std::shared_ptr<VKPath> path = VKPath::pathWithAbsoluteFilePath(c.path);
-        ASSERT_NE(path, nullptr);
-        EXPECT_EQ(path->volumeInfo(), root);
-        EXPECT_EQ(path->relativeFilePath(), c.relative);
-        EXPECT_EQ(path->relativeFilePath().isNull(), c.relative.isNull());
-        EXPECT_EQ(path->isDirectory(), c.isDirectory);
-        EXPECT_EQ(path->absoluteFilePath(), c.absolute);
+        ASSERT_NE(path, nullptr) << c.path;
+        EXPECT_EQ(path->volumeInfo(), root) << c.path;
+        const QString relative = path->relativeFilePath();
+        EXPECT_EQ((relative.isNull() ? "-" : relative) + u'|' +
+                      QString::number(path->isDirectory()) + u'|' + path->absoluteFilePath(),
+                  c.record);
     }
-    EXPECT_EQ(VKPath::pathWithAbsoluteFilePath(QStringLiteral("/media/VK_NOT_MOUNTED/a")), nullptr);
     // Upper case sorts first, a trailing slash makes no other path, no numeric order.
     const auto on = [&](const char *relative) {
         return VKPath::pathWithVolumeInfo(root, QString::fromLatin1(relative), false);
@@ -308,6 +257,30 @@ TEST(VolumeInfoCache, PathRecords)
          std::initializer_list<std::tuple<const char *, const char *, int>>{
              {"a/B", "a/a", -1}, {"a/b", "a/b/", 0}, {"a10", "a9", -1}, {"b", "a", 1}})
         EXPECT_EQ(on(a)->compare(*on(b)), order) << a << " " << b;
+
+    // Under a media root only a mounted volume answers (after reloading the table, which makes
+    // new objects).
+    for (const char *path : {"/media/VK_NOT_MOUNTED/x", "/Volumes/VK_NOT_MOUNTED/x",
+                             "/run/media/ann/VK_NOT_MOUNTED", "/mnt/VK_NOT_MOUNTED"})
+        EXPECT_EQ(cache->volumeInfoForPath(QString::fromLatin1(path)), nullptr) << path;
+    EXPECT_EQ(VKPath::pathWithAbsoluteFilePath(QStringLiteral("/media/VK_NOT_MOUNTED/a")), nullptr);
+
+    // Lookups while another thread reloads the table.
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([cache, t, &wrong] {
+            for (int i = 0; i < 100; ++i) {
+                if (t == 0 && i % 10 == 0)
+                    cache->reloadVolumeInfos();
+                const auto info = cache->volumeInfoForPath(QStringLiteral("/home/ann/clip.mov"));
+                if (!info || info->path() != u"/")
+                    ++wrong;
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 } // namespace
