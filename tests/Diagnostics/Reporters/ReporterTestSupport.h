@@ -1,5 +1,5 @@
 // Shared parts of the reporter tests: a private folder tree for the user's files, the report
-// server run as a process, and zip and journal helpers.
+// server run as a process, and a journal writer.
 #pragma once
 
 #include "Diagnostics/VKCrashReporter.h"
@@ -23,35 +23,6 @@
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
-#include <zip.h>
-
-// The entries of a zip archive held in memory: name to bytes.
-inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
-{
-    QMap<QString, QByteArray> entries;
-    zip_error_t error;
-    zip_error_init(&error);
-    zip_source_t *source = zip_source_buffer_create(archive.constData(), archive.size(), 0, &error);
-    zip_t *zip = source ? zip_open_from_source(source, ZIP_RDONLY, &error) : nullptr;
-    if (!zip) {
-        if (source)
-            zip_source_free(source);
-        zip_error_fini(&error);
-        return entries;
-    }
-    for (zip_int64_t i = 0; i < zip_get_num_entries(zip, 0); ++i) {
-        zip_stat_t stat;
-        zip_stat_index(zip, zip_uint64_t(i), 0, &stat);
-        QByteArray data(qsizetype(stat.size), '\0');
-        zip_file_t *file = zip_fopen_index(zip, zip_uint64_t(i), 0);
-        zip_fread(file, data.data(), stat.size);
-        zip_fclose(file);
-        entries.insert(QString::fromUtf8(stat.name), data);
-    }
-    zip_close(zip);
-    zip_error_fini(&error);
-    return entries;
-}
 
 // A stored report as one comparable list, a line per part in the order sent: a field with its
 // text, an attachment with the file name sent, an archive with its entries ("name=bytes", or

@@ -34,20 +34,6 @@ void post(const QString &name)
 
 } // namespace
 
-TEST(VKCrashReporterWindow, MissingDescriptionAnswersNothing)
-{
-    ReporterEnvironment env;
-    VKTempDir empty;
-    VKInterfaceDescription::setSearchFolder(empty.path());
-    VKLogCapture capture;
-    EXPECT_EQ(VKCrashReporter::crashReporter(), nullptr);
-    EXPECT_EQ(capture.messages(), QStringList({"Could not load nib named VKCrashReporter"}));
-    empty.writeFile("VKCrashReporter.ui", "<ui version=\"4.0\"><widget class=\"QWidget\"/></ui>");
-    capture.clear();
-    EXPECT_EQ(VKCrashReporter::crashReporter(), nullptr) << "a description without the outlets";
-    EXPECT_EQ(capture.messages(), QStringList({"Could not load nib named VKCrashReporter"}));
-}
-
 TEST(VKCrashReporterWindow, StackingForEachCombinationKeepsTheTopEdge)
 {
     ReporterEnvironment env;
@@ -392,21 +378,10 @@ TEST_F(CrashSendTest, RefusedConnectionTakesTheFailurePathThenTryAgain)
     EXPECT_FALSE(env.defaults()->stringArrayForKey(kVKSentCrashLogFilePaths).contains(newReport))
         << "nothing is marked sent after a failure";
 
-    // Trying again reaches the server without the crash reports, with everything else.
+    // Trying again reaches the server.
     VKReporter::setReportServerBaseURL(server->baseURL());
-    const auto form = send(reporter);
-    ASSERT_TRUE(form);
+    ASSERT_TRUE(send(reporter));
     EXPECT_EQ(progressText(), "Report sent, Thank you for your feedback!");
-    EXPECT_EQ(
-        crashAndRunLogParts(*form),
-        QStringList({"field CRASH_REPORTS_COUNT_ALL: 0", "field CRASH_REPORTS_COUNT_ATTACHED: 0",
-                     "field CRASH_REPORTS_COUNT_SENT: 0", "file RUN_LOGS_ATTACHMENT: RunLogs.zip",
-                     "archive RUN_LOGS_ATTACHMENT: ReporterHost_2026-01-02-100000_1.vqnLog=run "
-                     "one\n; ReporterHost_2026-01-02-110000_2.vqnLog=run two\n",
-                     "field RUN_LOGS_COUNT_ALL: 2", "field RUN_LOGS_COUNT_ATTACHED: 2",
-                     "field RUN_LOGS_COUNT_SENT: 0"}));
-    for (const char *field : {"SYSTEM_PROFILE_ATTACHMENT", "PREFERENCES_ATTACHMENT"})
-        EXPECT_EQ(form->archives.value(field).size(), 1) << field;
     EXPECT_EQ(env.usageEvents,
               QStringList({"termination.crash.send.failed", "termination.crash.send.success"}));
 }

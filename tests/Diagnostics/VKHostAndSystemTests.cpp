@@ -1,5 +1,6 @@
 #include "Diagnostics/VKHost.h"
 #include "Diagnostics/VKSystemInfo.h"
+#include "Diagnostics/VKSystemProfiler.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKUserDefaults.h"
 
@@ -9,11 +10,14 @@
 #include <QFile>
 #include <QIcon>
 #include <QImage>
+#include <QLocale>
 #include <QProcess>
 #include <QStandardPaths>
 
 #include <gtest/gtest.h>
 
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 namespace {
@@ -42,16 +46,31 @@ std::shared_ptr<VKBundle> plugInCopy(const VKTempDir &dir, const QString &fileNa
     return VKBundle::bundleWithPath(path);
 }
 
-class DefaultsFolder
+// The display value of each profile row by key.
+QMap<QString, QString> displayed(const QVariantList &rows)
 {
-public:
-    DefaultsFolder() { VKUserDefaults::setStandardUserDefaultsFolder(m_dir.path()); }
-    ~DefaultsFolder() { VKUserDefaults::setStandardUserDefaultsFolder(QString()); }
-    QString path() const { return m_dir.path(); }
+    QMap<QString, QString> values;
+    for (const QVariant &row : rows)
+        values.insert(row.toMap().value("key").toString(),
+                      row.toMap().value("displayValue").toString());
+    return values;
+}
 
-private:
-    VKTempDir m_dir;
-};
+// "key | display key | value | display value" of each row, texts in quotes; a row with other
+// entries too is marked.
+QStringList texts(const QVariantList &rows)
+{
+    QStringList list;
+    for (const QVariant &r : rows) {
+        const QVariantMap row = r.toMap();
+        QStringList cells{row.value("key").toString(), row.value("displayKey").toString()};
+        for (const QVariant &v : {row.value("value"), row.value("displayValue")})
+            cells << (v.metaType().id() == QMetaType::QString ? '"' + v.toString() + '"'
+                                                              : v.toString());
+        list << cells.join(" | ") + (row.size() == 4 ? "" : " (and more)");
+    }
+    return list;
+}
 
 } // namespace
 
@@ -93,41 +112,32 @@ TEST(VKHost, NamesAndVersionsFromTheDictionary)
     }
 }
 
-TEST(VKHost, BundleWithoutIdentifierIsReportedAndHasNoPreferences)
+// A bundle without identifier has no domain: its writes are lost, and logged. Another bundle's
+// defaults are written at once to a file of its own; the application's go to the standard ones.
+TEST(VKHost, PreferencesPerBundle)
 {
-    DefaultsFolder prefs;
+    VKTempDir dir, prefs;
+    VKUserDefaults::setStandardUserDefaultsFolder(prefs.path());
     const auto unnamed = framework("", "", "");
     ASSERT_TRUE(unnamed);
     VKLogCapture log;
-    VKHost host(unnamed);
-    ASSERT_EQ(log.messages(),
-              QStringList("Sparkle Error: the bundle being updated at " + unnamed->description() +
-                          " has no CFBundleIdentifier! This will cause preference read/write to "
-                          "not work properly."));
-    EXPECT_EQ(log.entries().first().prettyFunctionOutput, "-[VKHost initWithBundle:]");
-    log.clear();
-    host.setObject("value", "key");
-    EXPECT_TRUE(host.objectForUserDefaultsKey("key").isNull());
-    EXPECT_EQ(QDir(prefs.path()).entryList(QDir::Files), QStringList()) << "nothing written";
-    EXPECT_EQ(log.messages().size(), 1) << "the lost write is logged";
-
-    log.clear();
-    VKHost named(framework("com.vessan.tests.HostShown", "7", "{}"));
-    EXPECT_EQ(log.messages(), QStringList());
-}
-
-TEST(VKHost, PreferencesOfAnotherBundleAndOfTheApplication)
-{
-    DefaultsFolder prefs;
-    VKTempDir dir;
+    VKHost anonymous(unnamed);
     VKHost plugIn(plugInCopy(dir, "Prefs"));
     VKHost application;
+    anonymous.setObject("value", "key");
+    EXPECT_TRUE(anonymous.objectForUserDefaultsKey("key").isNull());
+    EXPECT_EQ(QDir(prefs.path()).entryList(QDir::Files), QStringList()) << "nothing written";
+    ASSERT_EQ(log.messages().size(), 2) << "the missing identifier and the lost write";
+    EXPECT_EQ(log.messages().first(),
+              "Sparkle Error: the bundle being updated at " + unnamed->description() +
+                  " has no CFBundleIdentifier! This will cause preference read/write to "
+                  "not work properly.");
+    EXPECT_EQ(log.entries().first().prettyFunctionOutput, "-[VKHost initWithBundle:]");
+
     EXPECT_TRUE(plugIn.boolForKey("Flag")) << "falls back to the dictionary's \"YES\"";
     EXPECT_FALSE(plugIn.boolForUserDefaultsKey("Flag"));
-
     plugIn.setBool(false, "Flag");
     const QString file = prefs.path() + "/com.vessan.tests.HostPlugIn.json";
-    ASSERT_TRUE(QFile::exists(file)) << "another bundle's defaults are written at once";
     EXPECT_EQ(VKUserDefaults(file).objectForKey("Flag"), QVariant(false));
     EXPECT_FALSE(plugIn.boolForKey("Flag")) << "the defaults value wins over the dictionary";
     EXPECT_TRUE(plugIn.boolForInfoDictionaryKey("Flag"));
@@ -139,9 +149,11 @@ TEST(VKHost, PreferencesOfAnotherBundleAndOfTheApplication)
     EXPECT_EQ(application.objectForKey("CFBundleIdentifier"),
               VKBundle::mainBundle()->bundleIdentifier())
         << "no defaults value: the dictionary's";
+    VKUserDefaults::setStandardUserDefaultsFolder(QString());
 }
 
-TEST(VKHost, RunningApplicationAndIcon)
+// The plug-in's own keys, its icon and profile; the running application's keys.
+TEST(VKHost, PlugInIconProfileAndTheRunningApplication)
 {
     VKTempDir dir;
     VKHost plugIn(plugInCopy(dir, "Iconic"));
@@ -150,6 +162,9 @@ TEST(VKHost, RunningApplicationAndIcon)
     EXPECT_EQ(plugIn.icon().availableSizes(), QList<QSize>({QSize(16, 16)}))
         << "\"HostIcon.png\" without the \"icns\" type";
     EXPECT_FALSE(plugIn.isRunningOnReadOnlyVolume());
+    const auto profile = displayed(plugIn.systemProfile());
+    EXPECT_EQ(QStringList({profile.value("appName"), profile.value("appVersion")}),
+              QStringList({"Iconic", "5"}));
 }
 
 TEST(VKHost, SystemVersionString)
@@ -164,7 +179,6 @@ TEST(VKHost, SystemVersionString)
         {"three parts", 10, 9, 5, QString("ignored"), "10.9.5"},
         {"zeros are parts", 12, 0, 0, std::nullopt, "12.0.0"},
         {"missing bug fix", 10, 10, std::nullopt, QString("10.10"), "10.10"},
-        {"missing major", std::nullopt, 1, 2, QString("odd"), "odd"},
         {"nothing at all", std::nullopt, std::nullopt, std::nullopt, std::nullopt, QString()},
     };
     for (const Case &c : cases) {
@@ -172,44 +186,122 @@ TEST(VKHost, SystemVersionString)
         EXPECT_TRUE(text == c.expected && text.isNull() == c.expected.isNull()) << c.name;
     }
 
+    // The same file read as a version string and as an OS version: 0 is not cached, a non-zero
+    // answer is until the file's path is set again.
     VKTempDir dir;
     struct FileCase
     {
         const char *name;
         const char *contents; // null: no file
         QString expected;
+        int osVersion;
     } files[] = {
-        {"three numbers", "VERSION_ID=\"10.9.5\"\n", "10.9.5"},
-        {"leading zeros read as numbers", "VERSION_ID=10.09.05\n", "10.9.5"},
-        {"one number", "VERSION_ID=\"12\"\n", "12"},
-        {"two numbers", "VERSION_ID=\"22.04\"\n", "22.04"},
-        {"words", "VERSION_ID=rolling.x.y\n", "rolling.x.y"},
-        {"no file", nullptr, QString()},
+        {"three numbers", "VERSION_ID=\"10.9.5\"\n", "10.9.5", 109},
+        {"leading zeros read as numbers", "VERSION_ID=10.09.05\n", "10.9.5", 0},
+        {"two numbers", "VERSION_ID=\"10.10\"\n", "10.10", 0},
+        {"words", "VERSION_ID=rolling.x.y\n", "rolling.x.y", 0},
+        {"no file", nullptr, QString(), 0},
     };
     for (const FileCase &c : files) {
         const QString path = dir.filePath(QString::fromLatin1(c.name));
         if (c.contents)
             dir.writeFile(c.name, c.contents);
         VKSystemInfo::setOSReleasePathForTesting(path);
+        EXPECT_EQ(VKSystemInfo::sharedInfo().osVersion(), c.osVersion) << c.name;
         EXPECT_EQ(VKHost::systemVersionString(), c.expected) << c.name;
+        dir.writeFile(c.name, "VERSION_ID=10.4\n");
+        EXPECT_EQ(VKSystemInfo::sharedInfo().osVersion(), c.osVersion ? c.osVersion : 104)
+            << c.name;
     }
     VKSystemInfo::setOSReleasePathForTesting(QString());
+    struct Release
+    {
+        const char *version;
+        int expected;
+    } releases[] = {{"10.9.5", 109}, {"10.10.1", 0}, {"10.2", 102}, {"10.1.5", 0}, {"9.10", 0}};
+    for (const Release &c : releases)
+        EXPECT_EQ(VKSystemInfo::osVersionForProductVersion(c.version), c.expected) << c.version;
 }
 
-TEST(VKHost, SystemProfileOfTheHost)
+TEST(VKSystemProfiler, RowsInOrderWithExactTexts)
 {
-    VKTempDir dir;
-    const QVariantList rows = VKHost(plugInCopy(dir, "Profiled")).systemProfile();
-    QVariantMap byKey;
-    for (const QVariant &row : rows)
-        byKey.insert(row.toMap().value("key").toString(), row.toMap().value("displayValue"));
-    EXPECT_EQ(byKey.value("appName"), QVariant("Profiled"));
-    EXPECT_EQ(byKey.value("appVersion"), QVariant("5"));
+    VKSystemFacts f;
+    f.systemVersionString = "12";
+    f.cpuType = 7;
+    f.cpu64Bit = 1;
+    f.cpuSubtype = 3;
+    f.model = "MacPro6,1";
+    f.cpuCount = 8;
+    f.languages = {"en-GB", "fi"};
+    f.cpuFrequencyMHz = 2400;
+    f.memoryMB = 16384;
+    const auto &profiler = VKSystemProfiler::sharedSystemProfiler();
+    EXPECT_EQ(
+        texts(profiler.systemProfileArray(f, "MyApp", "1.2")),
+        QStringList(
+            {"osVersion | OS Version | \"12\" | \"12\"", "cputype | CPU Type | 7 | \"Intel\"",
+             "cpu64bit | CPU is 64-Bit? | true | \"Yes\"",
+             "cpusubtype | CPU Subtype | 3 | \"Intel Core 2\"",
+             "model | Mac Model | \"MacPro6,1\" | \"Mac Pro (Late 2013)\"",
+             "ncpu | Number of CPUs | 8 | 8", "lang | Preferred Language | \"en-GB\" | \"en-GB\"",
+             "appName | Application Name | \"MyApp\" | \"MyApp\"",
+             "appVersion | Application Version | \"1.2\" | \"1.2\"",
+             "cpuFreqMHz | CPU Speed (GHz) | 2400 | 2.4", "ramMB | Memory (MB) | 16384 | 16384"}));
 
-    VKLogCapture log;
-    VKHost unnamed(framework("", "", ""));
-    EXPECT_TRUE(
-        vkRaisedBy([&] { (void)unnamed.systemProfile(); }).startsWith("SUNoVersionException|"));
+    struct Case
+    {
+        const char *name;
+        std::optional<qint32> type, is64, subtype;
+        QString typeText, subtypeText; // null type: no row
+    } cases[] = {
+        {"Intel 32-bit", 7, 0, 4, "Intel", "Intel Core"},
+        {"PowerPC G5", 18, 1, 100, "PowerPC", "G5"},
+        {"PowerPC G4 (10)", 18, 0, 10, "PowerPC", "G4"},
+        {"PowerPC G4 (11)", 18, 0, 11, "PowerPC", "G4"},
+        {"PowerPC 12", 18, 0, 12, "PowerPC", "Other"},
+        {"PowerPC G3", 18, 0, 9, "PowerPC", "G3"},
+        {"ARM64", 0x0100000C, 1, 2, "Unknown", "Other"},
+        {"type query failed", std::nullopt, 1, 100, QString(), "Other"},
+    };
+    for (const Case &c : cases) {
+        VKSystemFacts f;
+        f.cpuType = c.type;
+        f.cpu64Bit = c.is64;
+        f.cpuSubtype = c.subtype;
+        const auto rows = displayed(profiler.systemProfileArray(f, QString(), QString()));
+        EXPECT_EQ(rows.value("cputype"), c.typeText) << c.name;
+        EXPECT_EQ(rows.value("cpusubtype"), c.subtypeText) << c.name;
+    }
+    VKSystemFacts unheard;
+    unheard.model = "Unheard1,1";
+    EXPECT_EQ(texts(profiler.systemProfileArray(unheard, QString(), QString())),
+              QStringList{"model | Mac Model | \"Unheard1,1\" | \"Unheard1,1\""})
+        << "failed sources and null names leave rows out";
+}
+
+TEST(VKSystemProfiler, ThisMachine)
+{
+    const VKSystemFacts f = VKSystemFacts::current();
+    ASSERT_TRUE(f.cpuCount && f.memoryMB);
+    EXPECT_EQ(*f.cpuCount, sysconf(_SC_NPROCESSORS_ONLN));
+    struct sysinfo info
+    {
+    };
+    ASSERT_EQ(sysinfo(&info), 0);
+    EXPECT_EQ(*f.memoryMB, qint64(quint64(info.totalram) * info.mem_unit >> 20));
+    EXPECT_EQ(f.languages, QLocale().uiLanguages());
+    utsname name{};
+    ASSERT_EQ(uname(&name), 0);
+    if (QByteArray(name.machine) == "x86_64") {
+        EXPECT_EQ(f.cpuType, 7);
+        EXPECT_EQ(f.cpu64Bit, 1);
+    }
+    QFile dmi("/sys/class/dmi/id/product_name");
+    EXPECT_EQ(f.model.has_value(),
+              dmi.open(QIODevice::ReadOnly) && !dmi.readAll().trimmed().isEmpty());
+    const auto rows =
+        displayed(VKSystemProfiler::sharedSystemProfiler().systemProfileArray("MyApp", "1.0"));
+    EXPECT_EQ(rows.value("ncpu"), QString::number(*f.cpuCount));
 }
 
 // A read-only file system is mounted in a private mount namespace of a child process, which
