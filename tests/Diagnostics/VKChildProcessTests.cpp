@@ -4,7 +4,6 @@
 // folder in the environment.
 #include "Diagnostics/VKCrashHandler.h"
 #include "Diagnostics/VKCrashLogReader.h"
-#include "Diagnostics/VKCrashReportReader.h"
 #include "Diagnostics/VKHost.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKSearchPaths.h"
@@ -176,16 +175,9 @@ TEST(VKCrashHandler, EachFatalSignalLeavesAReportTheReadersUnderstand)
                         "test_Diagnostics  /\\S+/test_Diagnostics\n"));
         EXPECT_TRUE(report.contains("  libVessanUtilities.so"));
 
-        const auto combined = [](const QString &log) {
-            return "<crash_logs app_name:\"DiagProbe\">\n<crashLog>\n" + log +
-                   "</crashLog>\n</crash_logs>\n\n\n";
-        };
-        const QString stripped = report.left(images + 1);
-        EXPECT_EQ(VKCrashReportReader("DiagProbe", {}, true).combinedCrashLogString(),
-                  combined(stripped));
-        EXPECT_EQ(VKCrashReportReader("DiagProbe", {}, false).combinedCrashLogString(),
-                  combined(report));
-        EXPECT_EQ(VKCrashLogReader("DiagProbe", {}, true).recentLogString(), stripped);
+        // The readers find it and strip the section; their texts are checked on their own.
+        EXPECT_EQ(VKCrashLogReader("DiagProbe", {}, true).recentLogString(),
+                  report.left(images + 1));
     }
     VKUserDefaults::setStandardUserDefaultsFolder(QString());
     qunsetenv("VK_CHILD_TEST_FOLDER");

@@ -10,7 +10,6 @@
 #include <QFile>
 #include <QIcon>
 #include <QImage>
-#include <QLocale>
 
 #include <gtest/gtest.h>
 
@@ -130,7 +129,6 @@ TEST(VKHost, PreferencesPerBundle)
               "Sparkle Error: the bundle being updated at " + unnamed->description() +
                   " has no CFBundleIdentifier! This will cause preference read/write to "
                   "not work properly.");
-    EXPECT_EQ(log.entries().first().prettyFunctionOutput, "-[VKHost initWithBundle:]");
 
     EXPECT_TRUE(plugIn.boolForKey("Flag")) << "falls back to the dictionary's \"YES\"";
     EXPECT_FALSE(plugIn.boolForUserDefaultsKey("Flag"));
@@ -159,7 +157,6 @@ TEST(VKHost, PlugInIconProfileAndTheRunningApplication)
     EXPECT_FALSE(plugIn.isBackgroundApplication()) << "the running application's key counts";
     EXPECT_EQ(plugIn.icon().availableSizes(), QList<QSize>({QSize(16, 16)}))
         << "\"HostIcon.png\" without the \"icns\" type";
-    EXPECT_FALSE(plugIn.isRunningOnReadOnlyVolume());
     const auto profile = displayed(plugIn.systemProfile());
     EXPECT_EQ(QStringList({profile.value("appName"), profile.value("appVersion")}),
               QStringList({"Iconic", "5"}));
@@ -287,7 +284,6 @@ TEST(VKSystemProfiler, ThisMachine)
     };
     ASSERT_EQ(sysinfo(&info), 0);
     EXPECT_EQ(*f.memoryMB, qint64(quint64(info.totalram) * info.mem_unit >> 20));
-    EXPECT_EQ(f.languages, QLocale().uiLanguages());
     utsname name{};
     ASSERT_EQ(uname(&name), 0);
     if (QByteArray(name.machine) == "x86_64") {
@@ -297,7 +293,4 @@ TEST(VKSystemProfiler, ThisMachine)
     QFile dmi("/sys/class/dmi/id/product_name");
     EXPECT_EQ(f.model.has_value(),
               dmi.open(QIODevice::ReadOnly) && !dmi.readAll().trimmed().isEmpty());
-    const auto rows =
-        displayed(VKSystemProfiler::sharedSystemProfiler().systemProfileArray("MyApp", "1.0"));
-    EXPECT_EQ(rows.value("ncpu"), QString::number(*f.cpuCount));
 }

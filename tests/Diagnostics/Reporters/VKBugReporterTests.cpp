@@ -4,7 +4,6 @@
 #include "ReporterTestSupport.h"
 
 #include <QDesktopServices>
-#include <QFileDialog>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -114,9 +113,8 @@ TEST_F(BugReporterTest, RefusedThenTryAgainAndSent)
     EXPECT_EQ(reporter.sendButton()->text(), "Try again");
     EXPECT_TRUE(reporter.sendButton()->isEnabled() &&
                 reporter.openInMailClientButton()->isEnabled());
-    ASSERT_EQ(capture.messages().size(), 1);
-    EXPECT_TRUE(
-        capture.messages()[0].startsWith("Could not establish connection because of error "));
+    EXPECT_EQ(capture.messages().filter("Could not establish connection because of error ").size(),
+              1);
     EXPECT_FALSE(reporter.closeTimer());
 
     VKReporter::setReportServerBaseURL(server.baseURL());
@@ -167,28 +165,6 @@ TEST_F(BugReporterTest, MailTextAndLink)
                   QString(expected).replace('&', '+'));
     QDesktopServices::unsetUrlHandler("mailto");
     VKBugReporter::setSupportAddress(QString());
-}
-
-TEST_F(BugReporterTest, ChooserStartsOnTheDesktopAndTakesTheFirstFile)
-{
-    const QString desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
-    VKTempDir dir;
-    const QString file = dir.writeFile("take.txt", "x");
-    reporter.chooseAttachment(nullptr);
-    QFileDialog *dialog = nullptr;
-    ASSERT_TRUE(vkWaitUntil([&] {
-        dialog = reporter.reportWindow()->findChild<QFileDialog *>();
-        return dialog && dialog->isVisible();
-    }));
-    if (QFileInfo(desktop).isDir()) {
-        EXPECT_EQ(dialog->directory().absolutePath(), QDir(desktop).absolutePath());
-    }
-    EXPECT_EQ(dialog->fileMode(), QFileDialog::ExistingFile);
-    EXPECT_TRUE(dialog->testOption(QFileDialog::ReadOnly));
-    dialog->setDirectory(dir.path());
-    dialog->selectFile(file);
-    static_cast<QDialog *>(dialog)->accept();
-    EXPECT_EQ(reporter.reportAttachment(), file);
 }
 
 TEST(VKReporterWindows, MissingDescriptionLoadsNothing)

@@ -94,12 +94,9 @@ TEST(VKCrashReporterGathering, HardwareProfileFromTheProfilerProgram)
         QFile::remove(target);
         VKCrashReporter::setSystemProfilerCommand(c.program, c.arguments);
         const QStringList paths = reporter->systemProfilePaths();
-        if (c.expected.isEmpty()) {
-            EXPECT_TRUE(paths.isEmpty()) << c.name;
-        } else {
-            EXPECT_EQ(paths, QStringList({target})) << c.name;
-            EXPECT_EQ(VKReportServerProcess::read(target), c.expected) << c.name;
-        }
+        EXPECT_EQ(paths, c.expected.isEmpty() ? QStringList() : QStringList{target}) << c.name;
+        EXPECT_EQ(paths.isEmpty() ? QByteArray() : VKReportServerProcess::read(target), c.expected)
+            << c.name;
     }
 }
 
