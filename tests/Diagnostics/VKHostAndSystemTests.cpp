@@ -13,10 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/sysinfo.h>
-#include <sys/utsname.h>
-#include <unistd.h>
-
 namespace {
 
 const char kAnchor = 0;
@@ -272,25 +268,4 @@ TEST(VKSystemProfiler, RowsInOrderWithExactTexts)
     EXPECT_EQ(texts(profiler.systemProfileArray(unheard, QString(), QString())),
               QStringList{"model | Mac Model | \"Unheard1,1\" | \"Unheard1,1\""})
         << "failed sources and null names leave rows out";
-}
-
-TEST(VKSystemProfiler, ThisMachine)
-{
-    const VKSystemFacts f = VKSystemFacts::current();
-    ASSERT_TRUE(f.cpuCount && f.memoryMB);
-    EXPECT_EQ(*f.cpuCount, sysconf(_SC_NPROCESSORS_ONLN));
-    struct sysinfo info
-    {
-    };
-    ASSERT_EQ(sysinfo(&info), 0);
-    EXPECT_EQ(*f.memoryMB, qint64(quint64(info.totalram) * info.mem_unit >> 20));
-    utsname name{};
-    ASSERT_EQ(uname(&name), 0);
-    if (QByteArray(name.machine) == "x86_64") {
-        EXPECT_EQ(f.cpuType, 7);
-        EXPECT_EQ(f.cpu64Bit, 1);
-    }
-    QFile dmi("/sys/class/dmi/id/product_name");
-    EXPECT_EQ(f.model.has_value(),
-              dmi.open(QIODevice::ReadOnly) && !dmi.readAll().trimmed().isEmpty());
 }

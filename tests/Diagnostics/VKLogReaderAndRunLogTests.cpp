@@ -8,6 +8,7 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "DiagnosticsTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QFile>
@@ -38,14 +39,6 @@ protected:
     {
         return VKSearchPaths::libraryDirectory(VKSearchPathDomain::Local) + "/" + sub;
     }
-    static QString write(const QString &path, const QByteArray &contents = "log\n")
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(contents);
-        return path;
-    }
 };
 
 } // namespace
@@ -56,12 +49,12 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
     const QString runs = local("Logs/Vessan");
     for (const char *name : {"MyApp_2014-01-02-101010_host.crash", "MyApp.hang", "myapp.crash",
                              "MyApp_x.ips", "MyApp_x.spin", "Other.crash"})
-        write(reports + "/" + name);
+        writeFile(reports + "/" + name);
     for (const char *name : {"MyApp_1.vqnLog", "MyApp_2.vqnlog", "MyApp_3.vqnLog.gz", "MyApp"})
-        write(runs + "/" + name);
+        writeFile(runs + "/" + name);
     const QString var = tree.makeDir("varlog");
     for (const char *name : {"system.log", "system.log.0.gz", "system", "syslog", "System.log"})
-        write(var + "/" + name);
+        writeFile(var + "/" + name);
     VKSystemLogReader::setLogFolderForTesting(var);
 
     struct Case
@@ -94,14 +87,14 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
 TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString before = write(reports + "/MyApp_a.crash");
+    const QString before = writeFile(reports + "/MyApp_a.crash");
     const auto earliest = VKFileCreationDate::creationDate(before);
     if (!earliest)
         GTEST_SKIP() << "this file system keeps no birth times";
     // Wait on the clock, not a sleep, so the next file is born a millisecond later at least.
     ASSERT_TRUE(
         vkWaitUntil([&] { return QDateTime::currentDateTimeUtc() > earliest->addMSecs(2); }));
-    const QString after = write(reports + "/MyApp_b.crash");
+    const QString after = writeFile(reports + "/MyApp_b.crash");
     ASSERT_GT(*VKFileCreationDate::creationDate(after), *earliest);
 
     VKCrashLogReader first("MyApp", *earliest);
@@ -121,44 +114,34 @@ TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
     VKCrashReportReader reports2("MyApp", {}, false);
     EXPECT_EQ(reports2.unsentCrashLogFilePathsInDirectory(reports), QStringList{before});
 
-    const QString newer = write(reports + "/MyApp_c.crash");
+    const QString newer = writeFile(reports + "/MyApp_c.crash");
     EXPECT_EQ(first.unsentLogFilePaths(), QStringList{newer});
     // Run logs keep their own list.
     EXPECT_FALSE(VKRunLogReader("MyApp", {}).sentLogFilePaths());
 }
 
-TEST_F(LogReaderTest, ReaderWithoutKeyNeverRecords)
-{
-    write(user("MyApp.txt"));
-    VKLogReader reader("MyApp", QDateTime::currentDateTimeUtc().addYears(1));
-    EXPECT_EQ(reader.unsentLogFilePaths(), QStringList{user("MyApp.txt")});
-    reader.markUnsentLogsAsSent();
-    EXPECT_EQ(reader.unsentLogFilePaths().size(), 1);
-    EXPECT_FALSE(reader.sentLogFilePaths());
-}
-
 TEST_F(LogReaderTest, BadSentListsAndFoldersLoseNothing)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString a = write(reports + "/MyApp_a.crash");
+    const QString a = writeFile(reports + "/MyApp_a.crash");
     auto defaults = VKUserDefaults::standardUserDefaults();
     defaults->setObject(QVariantList{42, a, QVariantMap{{"k", 1}}}, kVKSentCrashLogFilePaths);
     VKCrashLogReader reader("MyApp", {});
     EXPECT_TRUE(reader.unsentLogFilePaths().isEmpty()) << "the string member still counts";
-    const QString b = write(reports + "/MyApp_b.crash");
+    const QString b = writeFile(reports + "/MyApp_b.crash");
     reader.markUnsentLogsAsSent();
     const QVariantList stored = defaults->arrayForKey(kVKSentCrashLogFilePaths);
     EXPECT_EQ(stored.size(), 4);
     EXPECT_TRUE(stored.contains(42) && stored.contains(b));
 
     defaults->setObject(QString("not a list"), "SentRunLogFilePaths");
-    write(user("Logs/Vessan/MyApp.vqnLog"));
+    writeFile(user("Logs/Vessan/MyApp.vqnLog"));
     VKRunLogReader runs("MyApp", {});
     EXPECT_EQ(runs.unsentLogFilePaths().size(), 1);
 
     // A report folder that is a file, and one that does not exist, contribute nothing.
     QDir(user("Logs")).removeRecursively();
-    write(user("Logs/DiagnosticReports"));
+    writeFile(user("Logs/DiagnosticReports"));
     EXPECT_TRUE(reader.allLogFilePaths().isEmpty());
     EXPECT_TRUE(VKCrashReportReader("MyApp", {}, false).combinedCrashLogString().isNull());
 }
@@ -167,9 +150,9 @@ TEST_F(LogReaderTest, CombinedTextOrderAndJunk)
 {
     const QString u = user("Logs/DiagnosticReports");
     const QString l = local("Logs/DiagnosticReports");
-    write(u + "/MyApp_2014-01-01.crash", "January\n");
-    write(l + "/MyApp_2014-02-01.crash", "February\n");
-    write(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
+    writeFile(u + "/MyApp_2014-01-01.crash", "January\n");
+    writeFile(l + "/MyApp_2014-02-01.crash", "February\n");
+    writeFile(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
     VKCrashReportReader reader("MyApp", {}, false);
     EXPECT_TRUE(VKCrashReportReader(QString(), {}, false).combinedCrashLogString().isNull());
     const QString text = reader.combinedCrashLogString();
@@ -209,9 +192,7 @@ TEST(VKCrashLogReaderStrip, Sections)
 
 TEST_F(LogReaderTest, HugeLogReadWithinTheLimit)
 {
-    const QString path = user("Logs/Vessan/MyApp_big.vqnLog");
-    write(path);
-    QFile f(path);
+    QFile f(writeFile(user("Logs/Vessan/MyApp_big.vqnLog")));
     ASSERT_TRUE(f.open(QIODevice::ReadWrite));
     ASSERT_TRUE(f.resize(200LL << 20)); // sparse: no 200 MB on disk
     f.seek(f.size() - 11);
@@ -255,7 +236,7 @@ TEST_F(LogReaderTest, StartingARunKeepsTheLastRunsAndFeedsTheReader)
     for (const char *other :
          {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
           "Run Tool_notes.vqnLog", "Run ToolX_2014-01-01-000000.vqnLog"})
-        write(folder + "/" + other, "");
+        writeFile(folder + "/" + other, "");
 
     const QDateTime t0(QDate(2014, 1, 3), QTime(10, 10, 10), Qt::UTC);
     for (int run = 0; run < 3; ++run) {

@@ -11,6 +11,7 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "../DiagnosticsTestSupport.h"
 #include "VKReportServerProcess.h"
 #include "VKTestSupport.h"
 
@@ -61,31 +62,22 @@ inline quint16 refusedPort()
 // means the program is missing (the caller skips).
 inline QString systemdJournalRemote()
 {
-    for (const char *path :
-         {"/lib/systemd/systemd-journal-remote", "/usr/lib/systemd/systemd-journal-remote"}) {
-        if (QFileInfo(QString::fromLatin1(path)).isExecutable())
-            return QString::fromLatin1(path);
-    }
-    return {};
+    return QStandardPaths::findExecutable("systemd-journal-remote",
+                                          {"/lib/systemd", "/usr/lib/systemd"});
 }
 
-struct JournalEntry
-{
-    qint64 seconds;
-    QString identifier;
-    QString message;
-};
-
-inline bool writeJournal(const QString &folder, const QList<JournalEntry> &entries)
+// Entries: seconds since the epoch, identifier, message.
+inline bool writeJournal(const QString &folder,
+                         const QList<std::tuple<qint64, QString, QString>> &entries)
 {
     QByteArray text;
     int monotonic = 1;
-    for (const JournalEntry &e : entries) {
-        text += "__REALTIME_TIMESTAMP=" + QByteArray::number(e.seconds * 1000000 + 500000) + "\n";
+    for (const auto &[seconds, identifier, message] : entries) {
+        text += "__REALTIME_TIMESTAMP=" + QByteArray::number(seconds * 1000000 + 500000) + "\n";
         text += "__MONOTONIC_TIMESTAMP=" + QByteArray::number(monotonic++) + "\n";
         text += "_BOOT_ID=0123456789abcdef0123456789abcdef\n";
-        text += "SYSLOG_IDENTIFIER=" + e.identifier.toUtf8() + "\n";
-        text += "MESSAGE=" + e.message.toUtf8() + "\n\n";
+        text += "SYSLOG_IDENTIFIER=" + identifier.toUtf8() + "\n";
+        text += "MESSAGE=" + message.toUtf8() + "\n\n";
     }
     QDir().mkpath(folder);
     QProcess process;
@@ -130,14 +122,6 @@ public:
     static std::shared_ptr<VKUserDefaults> defaults()
     {
         return VKUserDefaults::standardUserDefaults();
-    }
-    static QString write(const QString &path, const QByteArray &contents)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << path;
-        file.write(contents);
-        return path;
     }
 
     QStringList usageEvents;

@@ -15,8 +15,6 @@
 #include <QRegularExpression>
 #include <QWidget>
 
-#include <unistd.h>
-
 namespace {
 
 QStringList names(const QList<QWidget *> &views)
@@ -127,43 +125,6 @@ TEST(VKCrashReporterWindow, SetUpThenStackingForEachCombinationKeepsTheTopEdge)
     }
 }
 
-TEST(VKCrashReporterWindow, AutofillFromTheAccountAndEmail)
-{
-    ReporterEnvironment env;
-    auto reporter = VKCrashReporter::crashReporter();
-    ASSERT_TRUE(reporter);
-    VKTempDir dir;
-    const QByteArray savedEmail = qgetenv("EMAIL");
-    struct Case
-    {
-        const char *name;
-        QByteArray gecos;
-        QByteArray email;
-        QString expectedName;
-        QString expectedEmail;
-    } cases[] = {
-        {"no full name: one blank", "", "", " ", ""},
-        {"first name only keeps the blank", "Cher", "c@example.com", "Cher ", "c@example.com"},
-    };
-    for (const Case &c : cases) {
-        const QString passwd = dir.writeFile(
-            "passwd", "other:x:99999:99999:Somebody Else:/:/bin/sh\nme:x:" +
-                          QByteArray::number(getuid()) + ":0:" + c.gecos + ":/home/me:/bin/sh\n");
-        VKUserCard::setPasswordFileForTesting(passwd);
-        qputenv("EMAIL", c.email);
-        reporter->autofillUserInfo(nullptr);
-        EXPECT_EQ(reporter->reporterName(), c.expectedName) << c.name;
-        EXPECT_EQ(reporter->reporterEmailAddress(), c.expectedEmail) << c.name;
-        EXPECT_FALSE(reporter->reporterEmailAddress().isNull()) << c.name;
-    }
-    if (savedEmail.isEmpty())
-        qunsetenv("EMAIL");
-    else
-        qputenv("EMAIL", savedEmail);
-    EXPECT_TRUE(env.defaults()->stringForKey("crashReporterName").isNull())
-        << "not saved before a send";
-}
-
 TEST(VKCrashReporterLifecycle, EventsAtStartAndQuit)
 {
     struct Case
@@ -233,12 +194,12 @@ protected:
         reports = env.library() + "/Logs/DiagnosticReports/";
         logs = env.library() + "/Logs/Vessan/";
         sentReport =
-            env.write(reports + "ReporterHost_2026-01-01-101010_host.crash", "old crash\n");
+            writeFile(reports + "ReporterHost_2026-01-01-101010_host.crash", "old crash\n");
         newReport =
-            env.write(reports + "ReporterHost_2026-01-02-101010_host.crash", kNewReport.toUtf8());
-        env.write(reports + "Other_2026-01-02-101010_host.crash", "not ours\n");
-        env.write(logs + "ReporterHost_2026-01-02-100000_1.vqnLog", "run one\n");
-        env.write(logs + "ReporterHost_2026-01-02-110000_2.vqnLog", "run two\n");
+            writeFile(reports + "ReporterHost_2026-01-02-101010_host.crash", kNewReport.toUtf8());
+        writeFile(reports + "Other_2026-01-02-101010_host.crash", "not ours\n");
+        writeFile(logs + "ReporterHost_2026-01-02-100000_1.vqnLog", "run one\n");
+        writeFile(logs + "ReporterHost_2026-01-02-110000_2.vqnLog", "run two\n");
         env.defaults()->setObject(QStringList({sentReport, "/elsewhere/Other.crash"}),
                                   kVKSentCrashLogFilePaths);
         env.defaults()->synchronize();
@@ -319,7 +280,7 @@ TEST_F(CrashSendTest, EveryFieldArrivesThenNoCrashFieldsOnASecondSend)
     EXPECT_FALSE(reporter->reportWindow()->isVisible());
 
     // The same reporter again: no crash fields, only the run log that is new since.
-    env.write(logs + "ReporterHost_2026-01-03-110000_3.vqnLog", "three\n");
+    writeFile(logs + "ReporterHost_2026-01-03-110000_3.vqnLog", "three\n");
     const auto second = send(reporter);
     ASSERT_TRUE(second);
     EXPECT_EQ(
@@ -374,7 +335,7 @@ public:
 TEST_F(CrashSendTest, SubclassNamesAndExtraFields)
 {
     const QString helperReport =
-        env.write(reports + "HelperTool_2026-01-02-120000_host.crash", "helper crashed\n");
+        writeFile(reports + "HelperTool_2026-01-02-120000_host.crash", "helper crashed\n");
     auto suite = VKCrashReporter::create<SuiteCrashReporter>();
     ASSERT_TRUE(suite);
     EXPECT_EQ(suite->runLogReaders().size(), 2);

@@ -54,21 +54,6 @@ TEST(VKZipArchive, AnythingButReadableFilesLeavesNoArchive)
     }
 }
 
-TEST(VKUsageLogger, CountsPerKeyAndAStableIdentifier)
-{
-    ReporterEnvironment env;
-    auto &logger = VKUsageLogger::sharedUsageLogger();
-    for (const char *key : {"termination.crash", "termination.regular", "termination.crash"})
-        logger.logUsageForKey(key);
-    EXPECT_TRUE(VKUsageLogger::countsFilePath().startsWith(env.tree.path()));
-    EXPECT_EQ(VKUsageLogger::counts(),
-              (QHash<QString, qint64>{{"termination.crash", 2}, {"termination.regular", 1}}));
-    const QString id = logger.userIdentifier();
-    EXPECT_EQ(id.size(), 36);
-    VKUserDefaults::resetStandardUserDefaults();
-    EXPECT_EQ(logger.userIdentifier(), id) << "kept in the user defaults";
-}
-
 TEST(VKCrashReporterGathering, HardwareProfileFromTheProfilerProgram)
 {
     ReporterEnvironment env;
