@@ -1,5 +1,5 @@
 // Shared parts of the reporter tests: a private folder tree for the user's files, the report
-// server run as a process, and zip and journal helpers.
+// server run as a process, and a journal writer.
 #pragma once
 
 #include "Diagnostics/VKCrashReporter.h"
@@ -11,6 +11,7 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "../DiagnosticsTestSupport.h"
 #include "VKReportServerProcess.h"
 #include "VKTestSupport.h"
 
@@ -23,35 +24,6 @@
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
-#include <zip.h>
-
-// The entries of a zip archive held in memory: name to bytes.
-inline QMap<QString, QByteArray> unzip(const QByteArray &archive)
-{
-    QMap<QString, QByteArray> entries;
-    zip_error_t error;
-    zip_error_init(&error);
-    zip_source_t *source = zip_source_buffer_create(archive.constData(), archive.size(), 0, &error);
-    zip_t *zip = source ? zip_open_from_source(source, ZIP_RDONLY, &error) : nullptr;
-    if (!zip) {
-        if (source)
-            zip_source_free(source);
-        zip_error_fini(&error);
-        return entries;
-    }
-    for (zip_int64_t i = 0; i < zip_get_num_entries(zip, 0); ++i) {
-        zip_stat_t stat;
-        zip_stat_index(zip, zip_uint64_t(i), 0, &stat);
-        QByteArray data(qsizetype(stat.size), '\0');
-        zip_file_t *file = zip_fopen_index(zip, zip_uint64_t(i), 0);
-        zip_fread(file, data.data(), stat.size);
-        zip_fclose(file);
-        entries.insert(QString::fromUtf8(stat.name), data);
-    }
-    zip_close(zip);
-    zip_error_fini(&error);
-    return entries;
-}
 
 // A stored report as one comparable list, a line per part in the order sent: a field with its
 // text, an attachment with the file name sent, an archive with its entries ("name=bytes", or
@@ -90,31 +62,22 @@ inline quint16 refusedPort()
 // means the program is missing (the caller skips).
 inline QString systemdJournalRemote()
 {
-    for (const char *path :
-         {"/lib/systemd/systemd-journal-remote", "/usr/lib/systemd/systemd-journal-remote"}) {
-        if (QFileInfo(QString::fromLatin1(path)).isExecutable())
-            return QString::fromLatin1(path);
-    }
-    return {};
+    return QStandardPaths::findExecutable("systemd-journal-remote",
+                                          {"/lib/systemd", "/usr/lib/systemd"});
 }
 
-struct JournalEntry
-{
-    qint64 seconds;
-    QString identifier;
-    QString message;
-};
-
-inline bool writeJournal(const QString &folder, const QList<JournalEntry> &entries)
+// Entries: seconds since the epoch, identifier, message.
+inline bool writeJournal(const QString &folder,
+                         const QList<std::tuple<qint64, QString, QString>> &entries)
 {
     QByteArray text;
     int monotonic = 1;
-    for (const JournalEntry &e : entries) {
-        text += "__REALTIME_TIMESTAMP=" + QByteArray::number(e.seconds * 1000000 + 500000) + "\n";
+    for (const auto &[seconds, identifier, message] : entries) {
+        text += "__REALTIME_TIMESTAMP=" + QByteArray::number(seconds * 1000000 + 500000) + "\n";
         text += "__MONOTONIC_TIMESTAMP=" + QByteArray::number(monotonic++) + "\n";
         text += "_BOOT_ID=0123456789abcdef0123456789abcdef\n";
-        text += "SYSLOG_IDENTIFIER=" + e.identifier.toUtf8() + "\n";
-        text += "MESSAGE=" + e.message.toUtf8() + "\n\n";
+        text += "SYSLOG_IDENTIFIER=" + identifier.toUtf8() + "\n";
+        text += "MESSAGE=" + message.toUtf8() + "\n\n";
     }
     QDir().mkpath(folder);
     QProcess process;
@@ -159,14 +122,6 @@ public:
     static std::shared_ptr<VKUserDefaults> defaults()
     {
         return VKUserDefaults::standardUserDefaults();
-    }
-    static QString write(const QString &path, const QByteArray &contents)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << path;
-        file.write(contents);
-        return path;
     }
 
     QStringList usageEvents;

@@ -1,12 +1,14 @@
 #include "Diagnostics/VKCrashLogReader.h"
 #include "Diagnostics/VKCrashReportReader.h"
 #include "Diagnostics/VKFileCreationDate.h"
+#include "Diagnostics/VKRunLog.h"
 #include "Diagnostics/VKRunLogReader.h"
 #include "Diagnostics/VKSystemLogReader.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
+#include "DiagnosticsTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QFile>
@@ -37,19 +39,6 @@ protected:
     {
         return VKSearchPaths::libraryDirectory(VKSearchPathDomain::Local) + "/" + sub;
     }
-    static QString write(const QString &path, const QByteArray &contents = "log\n")
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(contents);
-        return path;
-    }
-    static QStringList sorted(QStringList l)
-    {
-        l.sort();
-        return l;
-    }
 };
 
 } // namespace
@@ -60,12 +49,12 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
     const QString runs = local("Logs/Vessan");
     for (const char *name : {"MyApp_2014-01-02-101010_host.crash", "MyApp.hang", "myapp.crash",
                              "MyApp_x.ips", "MyApp_x.spin", "Other.crash"})
-        write(reports + "/" + name);
+        writeFile(reports + "/" + name);
     for (const char *name : {"MyApp_1.vqnLog", "MyApp_2.vqnlog", "MyApp_3.vqnLog.gz", "MyApp"})
-        write(runs + "/" + name);
+        writeFile(runs + "/" + name);
     const QString var = tree.makeDir("varlog");
     for (const char *name : {"system.log", "system.log.0.gz", "system", "syslog", "System.log"})
-        write(var + "/" + name);
+        writeFile(var + "/" + name);
     VKSystemLogReader::setLogFolderForTesting(var);
 
     struct Case
@@ -88,22 +77,24 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
          VKSystemLogReader({}).allLogFilePaths(),
          {var + "/system.log", var + "/system.log.0.gz", var + "/system"}},
     };
-    for (const Case &c : cases)
-        EXPECT_EQ(sorted(c.got), sorted(c.expected)) << c.name;
+    for (const Case &c : cases) // in any order
+        EXPECT_EQ(QSet<QString>(c.got.cbegin(), c.got.cend()),
+                  QSet<QString>(c.expected.cbegin(), c.expected.cend()))
+            << c.name;
     EXPECT_EQ(VKSystemLogReader({}).applicationName(), "system");
 }
 
 TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString before = write(reports + "/MyApp_a.crash");
+    const QString before = writeFile(reports + "/MyApp_a.crash");
     const auto earliest = VKFileCreationDate::creationDate(before);
     if (!earliest)
         GTEST_SKIP() << "this file system keeps no birth times";
     // Wait on the clock, not a sleep, so the next file is born a millisecond later at least.
     ASSERT_TRUE(
         vkWaitUntil([&] { return QDateTime::currentDateTimeUtc() > earliest->addMSecs(2); }));
-    const QString after = write(reports + "/MyApp_b.crash");
+    const QString after = writeFile(reports + "/MyApp_b.crash");
     ASSERT_GT(*VKFileCreationDate::creationDate(after), *earliest);
 
     VKCrashLogReader first("MyApp", *earliest);
@@ -123,44 +114,34 @@ TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
     VKCrashReportReader reports2("MyApp", {}, false);
     EXPECT_EQ(reports2.unsentCrashLogFilePathsInDirectory(reports), QStringList{before});
 
-    const QString newer = write(reports + "/MyApp_c.crash");
+    const QString newer = writeFile(reports + "/MyApp_c.crash");
     EXPECT_EQ(first.unsentLogFilePaths(), QStringList{newer});
     // Run logs keep their own list.
     EXPECT_FALSE(VKRunLogReader("MyApp", {}).sentLogFilePaths());
 }
 
-TEST_F(LogReaderTest, ReaderWithoutKeyNeverRecords)
-{
-    write(user("MyApp.txt"));
-    VKLogReader reader("MyApp", QDateTime::currentDateTimeUtc().addYears(1));
-    EXPECT_EQ(reader.unsentLogFilePaths(), QStringList{user("MyApp.txt")});
-    reader.markUnsentLogsAsSent();
-    EXPECT_EQ(reader.unsentLogFilePaths().size(), 1);
-    EXPECT_FALSE(reader.sentLogFilePaths());
-}
-
 TEST_F(LogReaderTest, BadSentListsAndFoldersLoseNothing)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString a = write(reports + "/MyApp_a.crash");
+    const QString a = writeFile(reports + "/MyApp_a.crash");
     auto defaults = VKUserDefaults::standardUserDefaults();
     defaults->setObject(QVariantList{42, a, QVariantMap{{"k", 1}}}, kVKSentCrashLogFilePaths);
     VKCrashLogReader reader("MyApp", {});
     EXPECT_TRUE(reader.unsentLogFilePaths().isEmpty()) << "the string member still counts";
-    const QString b = write(reports + "/MyApp_b.crash");
+    const QString b = writeFile(reports + "/MyApp_b.crash");
     reader.markUnsentLogsAsSent();
     const QVariantList stored = defaults->arrayForKey(kVKSentCrashLogFilePaths);
     EXPECT_EQ(stored.size(), 4);
     EXPECT_TRUE(stored.contains(42) && stored.contains(b));
 
     defaults->setObject(QString("not a list"), "SentRunLogFilePaths");
-    write(user("Logs/Vessan/MyApp.vqnLog"));
+    writeFile(user("Logs/Vessan/MyApp.vqnLog"));
     VKRunLogReader runs("MyApp", {});
     EXPECT_EQ(runs.unsentLogFilePaths().size(), 1);
 
     // A report folder that is a file, and one that does not exist, contribute nothing.
     QDir(user("Logs")).removeRecursively();
-    write(user("Logs/DiagnosticReports"));
+    writeFile(user("Logs/DiagnosticReports"));
     EXPECT_TRUE(reader.allLogFilePaths().isEmpty());
     EXPECT_TRUE(VKCrashReportReader("MyApp", {}, false).combinedCrashLogString().isNull());
 }
@@ -169,9 +150,9 @@ TEST_F(LogReaderTest, CombinedTextOrderAndJunk)
 {
     const QString u = user("Logs/DiagnosticReports");
     const QString l = local("Logs/DiagnosticReports");
-    write(u + "/MyApp_2014-01-01.crash", "January\n");
-    write(l + "/MyApp_2014-02-01.crash", "February\n");
-    write(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
+    writeFile(u + "/MyApp_2014-01-01.crash", "January\n");
+    writeFile(l + "/MyApp_2014-02-01.crash", "February\n");
+    writeFile(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
     VKCrashReportReader reader("MyApp", {}, false);
     EXPECT_TRUE(VKCrashReportReader(QString(), {}, false).combinedCrashLogString().isNull());
     const QString text = reader.combinedCrashLogString();
@@ -211,9 +192,7 @@ TEST(VKCrashLogReaderStrip, Sections)
 
 TEST_F(LogReaderTest, HugeLogReadWithinTheLimit)
 {
-    const QString path = user("Logs/Vessan/MyApp_big.vqnLog");
-    write(path);
-    QFile f(path);
+    QFile f(writeFile(user("Logs/Vessan/MyApp_big.vqnLog")));
     ASSERT_TRUE(f.open(QIODevice::ReadWrite));
     ASSERT_TRUE(f.resize(200LL << 20)); // sparse: no 200 MB on disk
     f.seek(f.size() - 11);
@@ -223,4 +202,73 @@ TEST_F(LogReaderTest, HugeLogReadWithinTheLimit)
     EXPECT_EQ(reader.allLogFilePaths().size(), 1) << "listing reads nothing";
     reader.setMaximumLogStringSize(1 << 20);
     EXPECT_EQ(reader.recentLogString(), "last line\n");
+}
+
+TEST(VKRunLog, RunLogFileNames)
+{
+    const struct
+    {
+        const char *name;
+        const char *file;
+        bool expected;
+    } cases[] = {
+        {"without process number", "Grade_2014-01-02-101010.vqnLog", true},
+        {"with process number", "Grade_2014-01-02-101010_4711.vqnLog", true},
+        {"other extension", "Grade_2014-01-02-101010.log", false},
+        {"longer application name", "GradeX_2014-01-02-101010.vqnLog", false},
+        {"case differs", "grade_2014-01-02-101010.vqnLog", false},
+        {"short date", "Grade_2014-01-02-1010.vqnLog", false},
+        {"empty process number", "Grade_2014-01-02-101010_.vqnLog", false},
+        {"notes", "Grade_notes.vqnLog", false},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(VKRunLog::isRunLogFileName(c.file, "Grade"), c.expected) << c.name;
+    const QDateTime t0(QDate(2014, 1, 2), QTime(10, 10, 10), Qt::UTC);
+    EXPECT_EQ(VKRunLog::runLogFileName("MyApp", t0.toOffsetFromUtc(3600)),
+              "MyApp_2014-01-02-101010.vqnLog");
+}
+
+// Both ways of starting a run keep the last few runs, oldest out first, and leave other files
+// (notes, another application's runs) alone; the reader then finds the newest run.
+TEST_F(LogReaderTest, StartingARunKeepsTheLastRunsAndFeedsTheReader)
+{
+    const QString folder = VKRunLog::runLogDirectory();
+    for (const char *other :
+         {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
+          "Run Tool_notes.vqnLog", "Run ToolX_2014-01-01-000000.vqnLog"})
+        writeFile(folder + "/" + other, "");
+
+    const QDateTime t0(QDate(2014, 1, 3), QTime(10, 10, 10), Qt::UTC);
+    for (int run = 0; run < 3; ++run) {
+        QFile f(VKRunLog::prepareRunLogFile("Run Tool", t0.addSecs(run * 3600), 3));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray("run ") + QByteArray::number(run) + "\n");
+    }
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
+              QStringList({"Run ToolX_2014-01-01-000000.vqnLog",
+                           "Run Tool_2014-01-03-101010.vqnLog", "Run Tool_2014-01-03-111010.vqnLog",
+                           "Run Tool_2014-01-03-121010.vqnLog", "Run Tool_notes.vqnLog"}));
+    EXPECT_EQ(VKRunLogReader("Run Tool_2014", {}).recentLogString(), "run 2\n");
+
+    const auto sink = VKRunLog::startRunLog("Run Tool", 3);
+    ASSERT_TRUE(sink);
+    EXPECT_EQ(VKRunLog::startRunLog("Run Tool", 3), sink) << "one run log per process";
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name).count(), 4) << "two runs stay";
+    {
+        VKLogCapture capture; // replaces the sinks while alive
+        VKLogger::shared().addSink(sink);
+        VKLogger::info({"VKRunLogTest", "-[VKRunLogTest run]", nullptr}, "written by run %d", 3);
+    }
+    VKRunLog::stopRunLog();
+    VKLogger::info({"VKRunLogTest", "-[VKRunLogTest run]", nullptr}, "after the stop");
+
+    ASSERT_TRUE(QFile::exists(sink->filePath())) << sink->errorString();
+    EXPECT_TRUE(VKRunLog::isRunLogFileName(QFileInfo(sink->filePath()).fileName(), "Run Tool"));
+    const QString text = VKRunLogReader("Run Tool_2", {}).recentLogString();
+    EXPECT_TRUE(text.contains("-[VKRunLogTest run] VKRunLogTest ") &&
+                text.endsWith(": written by run 3\n"))
+        << text;
+    EXPECT_FALSE(text.contains("after the stop"));
+    EXPECT_NE(VKRunLog::startRunLog("Run Tool", 3), sink) << "a new run after the stop";
+    VKRunLog::stopRunLog();
 }
