@@ -15,8 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
-#include <QProcess>
 #include <QRegularExpression>
 
 namespace {
@@ -97,24 +95,19 @@ QString label(const std::shared_ptr<VKFilter> &filter)
     return filter->valueForKey("inputLabel").toString();
 }
 
-// "filter label:internal->external" of every export, sorted.
-QStringList exportsOf(const VKFilterChainWrapper &wrapper)
+// The graph as text: "source.key->target.key" per connection in order, then
+// "filter:internal->external" per export, sorted.
+QStringList graphOf(const VKFilterChainWrapper &wrapper)
 {
-    QStringList result;
-    for (const auto &c : wrapper.filterExportConnections())
-        result.append(label(c->exportingFilter()) + u':' + c->internalKey() + "->" +
-                      c->externalKey());
-    result.sort();
-    return result;
-}
-
-QStringList connectionsOf(const VKFilterChainWrapper &wrapper)
-{
-    QStringList result;
+    QStringList connections, exports;
     for (const auto &c : wrapper.filterConnections())
-        result.append(label(c->sourceFilter()) + u'.' + c->sourceKey() + "->" +
-                      label(c->targetFilter()) + u'.' + c->targetKey());
-    return result;
+        connections.append(label(c->sourceFilter()) + u'.' + c->sourceKey() + "->" +
+                           label(c->targetFilter()) + u'.' + c->targetKey());
+    for (const auto &c : wrapper.filterExportConnections())
+        exports.append(label(c->exportingFilter()) + u':' + c->internalKey() + "->" +
+                       c->externalKey());
+    exports.sort();
+    return connections + exports;
 }
 
 QString withoutPointers(QString text)
@@ -270,7 +263,7 @@ TEST(FilterChain, ExportRules)
             const QStringList parts = e.split(QRegularExpression(":|->"));
             w.exportKey(parts[1], filters[parts[0].back().digitValue()], parts[2]);
         }
-        EXPECT_EQ(exportsOf(w), c.expected);
+        EXPECT_EQ(graphOf(w), c.expected);
         EXPECT_EQ(label(w.outputConnection() ? w.outputConnection()->exportingFilter() : nullptr),
                   c.output);
         EXPECT_TRUE(w.exportedConnectionForExternalKey("outputImage").isEmpty());
@@ -281,19 +274,16 @@ TEST(FilterChain, ConcatenationConnectsNeighboursAndExportsParameters)
 {
     const QStringList firstFiltersKeys{"f0:inputLabel->inputLabel", "f0:inputOffset->inputOffset",
                                        "f0:inputScale->inputScale"};
+    const QStringList edges{"f0.outputImage->f1.inputImage", "f1.outputImage->f2.inputImage"};
     const struct
     {
         const char *name;
         int count;
-        QStringList connections;
-        QStringList exports;
+        QStringList graph;
     } cases[] = {
-        {"empty", 0, {}, {}},
-        {"one", 1, {}, firstFiltersKeys},
-        {"three: the first filter's parameters win",
-         3,
-         {"f0.outputImage->f1.inputImage", "f1.outputImage->f2.inputImage"},
-         firstFiltersKeys},
+        {"empty", 0, {}},
+        {"one", 1, firstFiltersKeys},
+        {"three: the first filter's parameters win", 3, edges + firstFiltersKeys},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -302,10 +292,8 @@ TEST(FilterChain, ConcatenationConnectsNeighboursAndExportsParameters)
             filters.append(testFilter(QStringLiteral("f%1").arg(i)));
         VKFilterChainWrapper w;
         w.concatenateFiltersFromArray(filters);
-        EXPECT_EQ(connectionsOf(w), c.connections);
-        EXPECT_EQ(exportsOf(w), c.exports);
+        EXPECT_EQ(graphOf(w), c.graph);
         EXPECT_FALSE(w.outputConnection());
-        EXPECT_FALSE(w.inputKeys().contains("inputImage"));
     }
 }
 
@@ -319,13 +307,8 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     w->exportKey("inputOffset", b, "lift");
     w->exportOutputImageKeyForFilter(b);
 
-    const auto sorted = [](QStringList keys) {
-        keys.sort();
-        return keys;
-    };
-    EXPECT_EQ(sorted(w->inputKeys()), QStringList({"gain", "gain2", "inputImage", "lift"}));
-    EXPECT_EQ(sorted(w->inputParameterKeys()), QStringList({"gain", "gain2", "lift"}));
-    EXPECT_EQ(w->outputKeys(), QStringList{"outputImage"});
+    EXPECT_EQ(w->inputKeys(), QStringList({"inputImage", "gain", "gain2", "lift"}));
+    EXPECT_EQ(w->inputParameterKeys(), QStringList({"gain", "gain2", "lift"}));
     const QVariantMap attributes = w->customAttributes();
     EXPECT_EQ(attributes.keys(), QStringList({"gain", "gain2", "inputImage", "lift"}));
     EXPECT_EQ(attributes["gain"].toMap()[VKAttributeMax].toDouble(), 8.0);
@@ -348,8 +331,7 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     EXPECT_EQ(w->valueForKey("gain").toDouble(), 1.0);
 
     // Copies are the wrapper itself.
-    auto copy = w->copy();
-    EXPECT_EQ(copy.get(), w.get());
+    EXPECT_EQ(w->copy().get(), w.get());
 }
 
 TEST(FilterChain, EvaluationFollowsConnectionOrder)
@@ -429,28 +411,26 @@ QString classOf(const QVariantList &objects, const QVariant &object)
         .toString();
 }
 
-// Lets `edit` change every object of `className` (every object when empty) in the archive.
-using Edit = std::function<void(const QVariantList &objects, QVariant &object)>;
-QByteArray edited(const QByteArray &data, const QString &className, const Edit &edit)
-{
-    QVariantMap root = VKPropertyList::propertyListWithData(data).toMap();
-    QVariantList objects = root["$objects"].toList();
-    for (QVariant &object : objects)
-        if (className.isEmpty() || classOf(objects, object) == className)
-            edit(objects, object);
-    root["$objects"] = objects;
-    return VKPropertyList::dataWithPropertyList(root, VKPropertyListFormat::Binary);
-}
-
-// Sets `key` of every object of `className` to what `value` makes of the table.
+// Sets `key` of every object of `className` to what `value` makes of the table of objects; an
+// invalid value removes the key.
 QByteArray withValue(const QByteArray &data, const QString &className, const char *key,
                      const std::function<QVariant(const QVariantList &objects)> &value)
 {
-    return edited(data, className, [&](const QVariantList &objects, QVariant &object) {
+    QVariantMap root = VKPropertyList::propertyListWithData(data).toMap();
+    QVariantList objects = root["$objects"].toList();
+    for (QVariant &object : objects) {
+        if (classOf(objects, object) != className)
+            continue;
         QVariantMap map = object.toMap();
-        map[key] = value(objects);
+        const QVariant v = value(objects);
+        if (v.isValid())
+            map[key] = v;
+        else
+            map.remove(key);
         object = map;
-    });
+    }
+    root["$objects"] = objects;
+    return VKPropertyList::dataWithPropertyList(root, VKPropertyListFormat::Binary);
 }
 
 } // namespace
@@ -474,9 +454,8 @@ TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
         restored->filterConnections().value(0)->targetFilter());
     ASSERT_TRUE(restoredInner);
     EXPECT_EQ(restored->outputConnection()->exportingFilter(), restoredInner);
-    EXPECT_EQ(exportsOf(*restored), exportsOf(*outer));
-    EXPECT_EQ(connectionsOf(*restoredInner), connectionsOf(*inner));
-    EXPECT_EQ(exportsOf(*restoredInner), exportsOf(*inner));
+    EXPECT_EQ(graphOf(*restored), graphOf(*outer));
+    EXPECT_EQ(graphOf(*restoredInner), graphOf(*inner));
     const auto edges = restoredInner->filterConnections();
     EXPECT_EQ(edges[0]->targetFilter(), edges[1]->sourceFilter());
     EXPECT_EQ(edges[1]->targetFilter(), restoredInner->outputConnection()->exportingFilter());
@@ -513,16 +492,13 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
             .toMap()
             .value("filterConnections");
     };
+    const auto seven = [](const QVariantList &) { return QVariant(7); };
     const struct
     {
         const char *name;
         QByteArray data;
         QString description = {}; // empty: any text
-        QString logged = {};
     } cases[] = {
-        {"truncated", good.left(good.size() - 9), "The data is not a keyed archive"},
-        {"header damaged", QByteArray(good).replace(0, 6, "xplist"),
-         "The data is not a keyed archive"},
         {"100 MB length field", huge},
         {"connections are an object",
          withValue(good, "VKFilterChainWrapper", "filterConnections",
@@ -532,9 +508,7 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          withValue(good, "VKFilterChainWrapper", "filterExportConnections", connectionsOfWrapper),
          "The set for key \"filterExportConnections\" holds something other than export "
          "connections"},
-        {"source key is a number",
-         withValue(good, "VKFilterConnection", "sourceKey",
-                   [](const QVariantList &) { return QVariant(7); }),
+        {"source key is a number", withValue(good, "VKFilterConnection", "sourceKey", seven),
          "The value for key \"sourceKey\" is not a string"},
         {"source filter is an export", withValue(good, "VKFilterConnection", "sourceFilter",
                                                  uidOfClass("VKFilterKeyExportConnection"))},
@@ -546,38 +520,22 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          withValue(good, "VKFilterKeyExportConnection", "filterClassNames", connectionsOfWrapper),
          "The value for key \"filterClassNames\" holds a member that is not a class name"},
         {"export without a filter",
-         edited(good, "VKFilterKeyExportConnection",
-                [](const QVariantList &, QVariant &object) {
-                    QVariantMap map = object.toMap();
-                    map.remove("exportingFilter");
-                    object = map;
-                }),
+         withValue(good, "VKFilterKeyExportConnection", "exportingFilter",
+                   [](const QVariantList &) { return QVariant(); }),
          "VKFilterKeyExportConnection has no value for key \"exportingFilter\""},
         {"filter values are no dictionary",
-         withValue(good, "ChainTestFilter", "VKFilterInputValues",
-                   [](const QVariantList &) { return QVariant(7); }),
+         withValue(good, "ChainTestFilter", "VKFilterInputValues", seven),
          "The filter's values in the archive are not a dictionary."},
         {"reference loop",
          withValue(good, "VKFilterConnection", "sourceFilter", uidOfClass("VKFilterChainWrapper")),
          "VKFilterChainWrapper refers back to itself through its filters"},
-        {"unknown class",
-         edited(good, {},
-                [](const QVariantList &, QVariant &object) {
-                    QVariantMap map = object.toMap();
-                    if (map.value("$classname") == "ChainTestFilter") {
-                        map["$classname"] = "GoneFilter";
-                        object = map;
-                    } else if (object == "ChainTestFilter") {
-                        object = "GoneFilter";
-                    }
-                }),
-         "Cannot decode an object of class \"GoneFilter\" for key \"sourceFilter\": the class is "
-         "unknown or not archivable",
-         "VFFilterFactory can't create filter GoneFilter, not loaded"},
+        // A name of the same length keeps the binary layout intact.
+        {"unknown class", QByteArray(good).replace("ChainTestFilter", "ChainGoneFilter"),
+         "Cannot decode an object of class \"ChainGoneFilter\" for key \"sourceFilter\": the "
+         "class is unknown or not archivable"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        VKLogCapture log;
         VKError error;
         EXPECT_FALSE(
             VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(c.data, &error));
@@ -586,16 +544,12 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
         if (!c.description.isEmpty()) {
             EXPECT_EQ(error.localizedDescription(), c.description);
         }
-        if (!c.logged.isEmpty()) {
-            EXPECT_TRUE(log.messages().contains(c.logged)) << log.messages().join('\n');
-        }
     }
 }
 
 // Exposure (GEGL), the Grade plug-in and levels (GEGL), concatenated, with every parameter set
 // through the wrapper. Then the same chain restored by a fresh process, which has to load
-// Grade.plugin from its Filters folder while decoding, renders the same pixels; a copy of that
-// program with no Filters folder beside it cannot make the Grade filter.
+// Grade.plugin from its Filters folder while decoding, renders the same pixels.
 TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
 {
     const auto exposure = VKFilterFactory::filterWithName("gegl:exposure");
@@ -626,36 +580,15 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     const QList<float> rendered = render(chain->outputImage());
     EXPECT_TRUE(vkNear(rendered, expected, 1e-6f));
 
+    // Beside the suite, "../Filters" holds Grade.plugin; the child prints what it renders.
     VKTempDir temp;
     const QStringList arguments{
         temp.writeFile("chain.archive", archive(chain)),
         temp.writeFile("pixels.raw", QByteArray(reinterpret_cast<const char *>(input.data()),
                                                 input.size() * qsizetype(sizeof(float)))),
         "2", "1", "Grade"};
-    const QString lonely = temp.makeDir("bin") + "/vkchain_restore";
-    ASSERT_TRUE(QFile::copy(vkTestBinaryPath("vkchain_restore"), lonely));
-    // Beside the suite, "../Filters" holds Grade.plugin.
-    for (const QString &program : {vkTestBinaryPath("vkchain_restore"), lonely}) {
-        SCOPED_TRACE(program);
-        QProcess child;
-        child.start(program, arguments);
-        ASSERT_TRUE(child.waitForFinished(60000));
-        const QString out = QString::fromUtf8(child.readAllStandardOutput());
-        const QString err = QString::fromUtf8(child.readAllStandardError());
-        if (program == lonely) {
-            EXPECT_EQ(child.exitCode(), 1);
-            EXPECT_TRUE(err.contains("VFFilterFactory can't create filter Grade, not loaded"))
-                << err;
-            EXPECT_TRUE(err.contains("error: Cannot decode an object of class \"Grade\"")) << err;
-            continue;
-        }
-        ASSERT_EQ(child.exitCode(), 0) << err;
-        const QStringList lines = out.split('\n', Qt::SkipEmptyParts);
-        ASSERT_EQ(lines.size(), 2) << out;
-        EXPECT_EQ(lines[0], "before: no after: yes");
-        QList<float> restored;
-        for (const QString &number : lines[1].split(' '))
-            restored.append(number.toFloat());
-        EXPECT_EQ(restored, rendered);
-    }
+    QString printed = "before: no after: yes\n";
+    for (qsizetype i = 0; i < rendered.size(); ++i)
+        printed += QString::asprintf(i ? " %.9g" : "%.9g", double(rendered[i]));
+    EXPECT_EQ(vkRunTestBinary("vkchain_restore", arguments), printed + "\nexit 0");
 }

@@ -46,7 +46,10 @@ QStringList strings(const QJsonValue &value)
     return list;
 }
 
-TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
+// Each folder is loaded, loaded a second time (after a failure that only clears the error;
+// otherwise it is a load), and asked for the same names: "Grade" is the provider's filter, not
+// the plug-in's; the provider cannot make "Unbuildable"; nobody has "NoSuchFilter".
+TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutableAndServesNames)
 {
     const QByteArray junk("this is no shared object\n");
     const struct
@@ -65,92 +68,61 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutable)
          {"NotProvided"},
          "NotProvided"},
         {"a file that fails to load", {{"Broken.plugin", ""}}, {"Broken"}, "Broken"},
-        {"an empty folder", {}, {}, {}},
+        {"no folder", {}, {}, {}},
     };
+    const QJsonObject made{{"Grade", "gegl:nop"},
+                           {"Unbuildable", QJsonValue::Null},
+                           {"gegl:exposure", "gegl:exposure"},
+                           {"NoSuchFilter", QJsonValue::Null}};
+    // The names are asked in sorted order.
+    const QStringList namesLog{
+        "VFFilterFactory can't create filter NoSuchFilter, not loaded",
+        "filter provider VKProbeFilterProvider should provide filter Unbuildable but can't"};
     for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
         VKTempDir dir;
-        dir.makeDir("Filters");
         for (auto it = c.files.cbegin(); it != c.files.cend(); ++it) {
             if (it.value().isEmpty())
                 dir.writeFile("Filters/" + it.key(), junk);
             else
                 ASSERT_TRUE(
-                    QFile::copy(builtPlugin(it.value()), dir.filePath("Filters/" + it.key())))
-                    << c.name;
+                    QFile::copy(builtPlugin(it.value()), dir.makeDir("Filters") + '/' + it.key()));
         }
-        const QJsonObject report = runProbe(dir, {});
+        const QJsonObject report = runProbe(dir, QStringList{"--again"} + made.keys());
         const QString folder = dir.filePath("bin") + "/../Filters";
-        EXPECT_EQ(report["folder"].toString(), folder) << c.name;
-        EXPECT_EQ(strings(report["singleFilterNames"]), c.singleNames) << c.name;
+        EXPECT_EQ(report["folder"].toString(), folder);
+        EXPECT_EQ(strings(report["singleFilterNames"]), c.singleNames);
         EXPECT_EQ(strings(report["filterNames"]),
-                  c.singleNames + QStringList({"Grade", "Unbuildable"}))
-            << c.name;
+                  c.singleNames + QStringList({"Grade", "Unbuildable"}));
+        EXPECT_EQ(report["made"].toObject(), made);
+        EXPECT_EQ(QJsonArray({report["againAnswered"], report["againError"], report["againKept"]}),
+                  QJsonArray({true, QJsonValue::Null, QJsonValue::Null}));
         const QJsonValue error = report["pluginLoadError"];
+        const QStringList log = strings(report["log"]);
         if (c.failedName.isEmpty()) {
-            EXPECT_TRUE(error.isNull()) << c.name;
-            EXPECT_EQ(strings(report["log"]), QStringList()) << c.name;
+            EXPECT_TRUE(error.isNull());
+            EXPECT_EQ(log, namesLog);
             continue;
         }
         const QString reason = "Failed loading Filters: (\n    \"Could not load Vessan filter " +
                                c.failedName + " from " + folder + "\"\n)";
-        EXPECT_EQ(error["domain"].toString(), "Vessan Error Domain") << c.name;
-        EXPECT_EQ(error["code"].toInt(-1), 0) << c.name;
-        EXPECT_EQ(error["reason"].toString(), reason) << c.name;
-        const QStringList log = strings(report["log"]);
+        EXPECT_EQ(QJsonArray({error["domain"], error["code"], error["reason"]}),
+                  QJsonArray({"Vessan Error Domain", 0, reason}));
         // The kept error is handed out by the providers' load too, so creation logs it twice.
-        ASSERT_EQ(log.size(), 2) << c.name;
+        ASSERT_EQ(log.size(), 4);
         EXPECT_TRUE(
             log[0].startsWith("VFFilterFactory init failed in loadImagePlugins with error:\n"))
-            << c.name;
+            << log[0];
         EXPECT_TRUE(
             log[1].startsWith("VFFilterFactory init failed in loadCompoundPlugins with error:\n"))
-            << c.name;
-        EXPECT_TRUE(log[0].contains(reason)) << c.name;
+            << log[1];
+        EXPECT_TRUE(log[0].contains(reason)) << log[0];
+        EXPECT_EQ(log.mid(2), namesLog);
     }
-}
-
-// A second load after a failure only clears the error; with no error kept it is a load, and a
-// missing folder is still no error.
-TEST(VKFilterFactory, ASecondLoadLeavesNoErrorBehind)
-{
-    for (const bool broken : {false, true}) {
-        VKTempDir dir;
-        if (broken)
-            dir.writeFile("Filters/Broken.plugin", "junk");
-        const QJsonObject report = runProbe(dir, {"--again"});
-        EXPECT_EQ(report["pluginLoadError"].isNull(), !broken);
-        EXPECT_EQ(strings(report["singleFilterNames"]),
-                  broken ? QStringList{"Broken"} : QStringList());
-        EXPECT_EQ(QJsonArray({report["againAnswered"], report["againError"], report["againKept"]}),
-                  QJsonArray({true, QJsonValue::Null, QJsonValue::Null}));
-    }
-}
-
-TEST(VKFilterFactory, NamesAreServedByProvidersThenByTheFramework)
-{
-    VKTempDir dir;
-    dir.makeDir("Filters");
-    ASSERT_TRUE(
-        QFile::copy(builtPlugin("Filters/Grade.plugin"), dir.filePath("Filters/Grade.plugin")));
-    const QJsonObject report =
-        runProbe(dir, {"Grade", "Unbuildable", "gegl:exposure", "NoSuchFilter"});
-    // "Grade" is the provider's filter, not the plug-in's.
-    EXPECT_EQ(report["made"].toObject(), QJsonObject({{"Grade", "gegl:nop"},
-                                                      {"Unbuildable", QJsonValue::Null},
-                                                      {"gegl:exposure", "gegl:exposure"},
-                                                      {"NoSuchFilter", QJsonValue::Null}}));
-    EXPECT_EQ(strings(report["log"]),
-              QStringList({"filter provider VKProbeFilterProvider should provide filter "
-                           "Unbuildable but can't",
-                           "VFFilterFactory can't create filter NoSuchFilter, not loaded"}));
 }
 
 TEST(VKFilterFactory, InThisProcessThePluginIsLoadedAndDefaultsAreSet)
 {
-    VKFilterFactory *factory = VKFilterFactory::sharedFactory();
-    EXPECT_EQ(factory, VKFilterFactory::sharedFactory());
-    EXPECT_EQ(factory->singleFilterNames(), QStringList{"Grade"});
-    EXPECT_TRUE(factory->pluginLoadError().isNull());
     const auto grade = VKFilterFactory::filterWithName("Grade");
     ASSERT_TRUE(grade);
     EXPECT_TRUE(grade->valueForKey("inputSlope").isValid()) << "setDefaults was sent";
@@ -158,7 +130,7 @@ TEST(VKFilterFactory, InThisProcessThePluginIsLoadedAndDefaultsAreSet)
     // A name whose file is missing is logged; a known name is not looked for.
     VKTempDir dir;
     VKLogCapture capture;
-    factory->loadFilters({"Ghost", "Grade"}, dir.path(), {"Grade"});
+    VKFilterFactory::sharedFactory()->loadFilters({"Ghost", "Grade"}, dir.path(), {"Grade"});
     EXPECT_EQ(capture.messages(), QStringList{"in " + dir.path() + " missing filterName Ghost"});
 }
 
