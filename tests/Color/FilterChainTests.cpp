@@ -11,10 +11,14 @@
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 #include "Foundation/VKPropertyList.h"
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 namespace {
@@ -525,8 +529,7 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
 }
 
 // Exposure (GEGL), the Grade plug-in and levels (GEGL), concatenated, with every parameter set
-// through the wrapper. Then the same chain restored by a fresh process, which has to load
-// Grade.plugin from its Filters folder while decoding, renders the same pixels.
+// through the wrapper; then restored by a fresh process.
 TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
 {
     const auto exposure = VKFilterFactory::filterWithName("gegl:exposure");
@@ -550,6 +553,7 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     };
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
         chain->setValueForKey(it.value(), it.key());
+    // The image the restoring process renders too.
     const QList<float> input{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 1.0f};
     setInput(*chain, input);
     // x * 2, then * slope + offset, then / 4 + 0.5.
@@ -558,14 +562,15 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     EXPECT_TRUE(vkNear(rendered, expected, 1e-6f));
 
     // Beside the suite, "../Filters" holds Grade.plugin; the child prints what it renders.
+    // A fresh process restores the chain, which loads Grade.plugin from the "../Filters" beside
+    // it on the way, and renders the same input.
     VKTempDir temp;
-    const QStringList arguments{
-        temp.writeFile("chain.archive", archive(chain)),
-        temp.writeFile("pixels.raw", QByteArray(reinterpret_cast<const char *>(input.data()),
-                                                input.size() * qsizetype(sizeof(float)))),
-        "2", "1", "Grade"};
-    QString printed = "before: no after: yes\n";
-    for (qsizetype i = 0; i < rendered.size(); ++i)
-        printed += QString::asprintf(i ? " %.9g" : "%.9g", double(rendered[i]));
-    EXPECT_EQ(vkRunTestBinary("vkchain_restore", arguments), printed + "\nexit 0");
+    const VKProgramRun run = vkRunProgram(vkTestBinaryPath("vkfilterprobe"),
+                                          {"--restore", temp.writeFile("c", archive(chain))});
+    QJsonArray pixels;
+    for (const float value : rendered)
+        pixels.append(double(value));
+    EXPECT_EQ(QJsonDocument::fromJson(run.output).object(),
+              QJsonObject({{"before", false}, {"after", true}, {"pixels", pixels}}))
+        << run.output.toStdString();
 }
