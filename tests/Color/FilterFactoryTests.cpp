@@ -1,7 +1,9 @@
-#include "Color/VKAbstractCompoundFilterProvider.h"
+// The filter factory: plug-in folders and names, each in a probe process of its own since
+// plug-ins load once per process, and the plug-in of this process.
 #include "Color/VKFilter.h"
 #include "Color/VKFilterFactory.h"
 
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <QCoreApplication>
@@ -10,7 +12,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -22,28 +23,20 @@ QString builtPlugin(const QString &relative)
                            relative);
 }
 
-// Lays out <tmp>/bin/vkfilterprobe and <tmp>/Filters with the given files, runs the probe from
-// there and answers its report.
+// Lays out <tmp>/bin/vkfilterprobe beside <tmp>/Filters, runs the probe from there and answers
+// its report.
 QJsonObject runProbe(const VKTempDir &dir, const QStringList &arguments)
 {
-    dir.makeDir("bin");
-    const QString probe = dir.filePath("bin/vkfilterprobe");
+    const QString probe = dir.makeDir("bin") + "/vkfilterprobe";
     QFile::link(vkTestBinaryPath("vkfilterprobe"), probe);
-    QProcess process;
-    process.start(probe, arguments);
-    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
-        ADD_FAILURE() << "probe failed: " << process.readAllStandardError().toStdString();
-        return {};
-    }
-    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+    const VKProgramRun run = vkRunProgram(probe, arguments);
+    EXPECT_EQ(run.status, 0) << run.errors.toStdString();
+    return QJsonDocument::fromJson(run.output).object();
 }
 
 QStringList strings(const QJsonValue &value)
 {
-    QStringList list;
-    for (const QJsonValue &v : value.toArray())
-        list.append(v.toString());
-    return list;
+    return value.toVariant().toStringList();
 }
 
 // Each folder is loaded, loaded a second time (after a failure that only clears the error;

@@ -81,9 +81,6 @@ TEST(VKTriple, RGBToHSV)
         // The candidate of the largest channel is 60 × (k + quotient) in double: an all-float
         // sum rounds this one a bit higher.
         {"doubleSum", {0.366f, 0.058f, 0.507f}, {0x1.8fde8cp-1f, 0x1.c56d92p-1f, 0x1.039582p-1f}},
-        {"doubleSumGreen",
-         {0.248f, 0.391f, 0.871f},
-         {0x1.41bf14p-1f, 0x1.6e37dap-1f, 0x1.bdf3b6p-1f}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -150,9 +147,6 @@ TEST(VKTriple, TTLBothWays)
         SCOPED_TRACE(c.name);
         EXPECT_TRUE(sameBits(VKTTLTriple(c.input.x, c.input.y, c.input.z).rgbTriple(), c.output));
     }
-    // Not inverses of each other.
-    const VKRGBTriple colour(0.2f, 0.4f, 0.6f);
-    EXPECT_FALSE(colour.ttlTriple().rgbTriple().isEqual(colour));
 }
 
 TEST(VKTriple, ARLBothWays)
@@ -278,10 +272,8 @@ TEST(VDAngleShiftValueTransformer, MirrorsAndShifts)
         {"noWrapBelowZero", 90, 500, false, -50},
         {"reverseWraps", 90, 90, true, 0},
         {"reverseOneTurnUp", 0, -360, true, 360},
-        // The reverse sums in double: in float these end one unit lower or higher.
+        // The reverse sums in double: in float this one ends one unit off.
         {"reverseInDouble", 170.457f, 62.045f, true, 0x1.b1a5ep+6f},
-        {"reverseInDouble2", 224.614f, 119.339f, true, 0x1.a51998p+6f},
-        {"reverseInDouble3", 39.403f, 85.837f, true, 0x1.3990e6p+8f},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -301,8 +293,6 @@ TEST(VKLog10ValueTransformer, NumbersAndTriples)
     const VKLog10ValueTransformer t;
     EXPECT_EQ(t.transformedValue(100).toFloat(), 2.0f);
     EXPECT_EQ(t.reverseTransformedValue(2).toFloat(), 100.0f);
-    EXPECT_EQ(t.transformedValue(0).toFloat(), -kInf);
-    EXPECT_TRUE(std::isnan(t.transformedValue(-1).toFloat()));
     EXPECT_EQ(t.transformedValue(100).metaType(), QMetaType::fromType<float>());
 
     // The triple keeps its class.
@@ -311,8 +301,6 @@ TEST(VKLog10ValueTransformer, NumbersAndTriples)
                          VKTripleClass::HSV, 2, 0, -kInf));
     EXPECT_TRUE(isTriple(tt.reverseTransformedValue(QVariant::fromValue(VKTTLTriple(2, 0, -1))),
                          VKTripleClass::TTL, 100, 1, 0x1.99999ap-4f));
-    EXPECT_TRUE(isTriple(tt.transformedValue(QVariant::fromValue(VKTriple(10, 10, 10))),
-                         VKTripleClass::Triple, 1, 1, 1));
 }
 
 TEST(VKColorValueTransformers, RGBToTTLAndReciprocal)
