@@ -25,23 +25,20 @@ namespace {
 
 QStringList g_rendered; // labels of the test filters, in the order their outputs were made
 
-// out = in * inputScale + inputOffset on red, green and blue.
+// out = in * inputScale on red, green and blue.
 class ChainTestFilter : public VKFilter
 {
 public:
-    explicit ChainTestFilter(const QString &label = {}, double scale = 1, double offset = 0)
+    explicit ChainTestFilter(const QString &label = {}, double scale = 1)
         : VKFilter(QStringLiteral("ChainTestFilter"))
     {
         declareInputKey("inputImage", {{VKAttributeType, VKAttributeTypeImage}});
         declareInputKey("inputScale", {{VKAttributeType, VKAttributeTypeDouble},
                                        {VKAttributeDefault, 1.0},
                                        {VKAttributeMax, 8.0}});
-        declareInputKey("inputOffset",
-                        {{VKAttributeType, VKAttributeTypeDouble}, {VKAttributeDefault, 0.0}});
         declareInputKey("inputLabel", {{VKAttributeType, VKAttributeTypeString}});
         setValueForKey(label, "inputLabel");
         setValueForKey(scale, "inputScale");
-        setValueForKey(offset, "inputOffset");
     }
     int defaultsSent = 0;
     void setDefaults() override
@@ -53,21 +50,19 @@ public:
     {
         g_rendered.append(inputValue("inputLabel").toString());
         const float scale = inputValue("inputScale").toFloat();
-        const float offset = inputValue("inputOffset").toFloat();
         return inputImage().imageByApplyingPointFunction([=](float *rgba, qint64 count) {
             for (qint64 i = 0; i < count; ++i)
                 for (int c = 0; c < 3; ++c)
-                    rgba[4 * i + c] = rgba[4 * i + c] * scale + offset;
+                    rgba[4 * i + c] *= scale;
         });
     }
 };
 
 VK_REGISTER_FILTER(ChainTestFilter, "ChainTestFilter")
 
-std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale = 1,
-                                            double offset = 0)
+std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale = 1)
 {
-    return std::make_shared<ChainTestFilter>(label, scale, offset);
+    return std::make_shared<ChainTestFilter>(label, scale);
 }
 
 // A 2x1 image: (0.25, 0.5, 1, 1) and (0, 0.125, 2, 1). The restoring probe renders it too.
@@ -144,9 +139,9 @@ TEST(FilterChain, EqualityQuirksOfExportsAndConnections)
     } cases[] = {
         {"export: same object", gain->isEqual(gain.get()), true},
         {"export: same filter and keys", gain->isEqual(repeat.get()), false},
-        {"export: other internal key", gain->isEqual(out(a, "inputOffset", "gain").get()), true},
-        {"export: other keys", gain->isEqual(out(a, "inputOffset", "lift").get()), false},
-        {"export: other filter", gain->isEqual(out(b, "inputOffset", "gain").get()), false},
+        {"export: other internal key", gain->isEqual(out(a, "inputLabel", "gain").get()), true},
+        {"export: other keys", gain->isEqual(out(a, "inputLabel", "lift").get()), false},
+        {"export: other filter", gain->isEqual(out(b, "inputLabel", "gain").get()), false},
         {"connection: same filters and keys", edge->isEqual(link(a, b, "inputImage").get()), true},
         {"connection: equal filter", edge->isEqual(link(twin, b, "inputImage").get()), false},
         {"connection: other target key", edge->isEqual(otherKey.get()), false},
@@ -212,15 +207,14 @@ TEST(FilterChain, NilParametersRaise)
 // then the graph as text, and the output's filter.
 TEST(FilterChain, ExportAndConcatenationRules)
 {
-    const char *firstFiltersKeys =
-        "f0:inputLabel->inputLabel f0:inputOffset->inputOffset f0:inputScale->inputScale";
+    const char *firstFiltersKeys = "f0:inputLabel->inputLabel f0:inputScale->inputScale";
     const struct
     {
         const char *name, *steps;
         QString graph;
         const char *output;
     } cases[] = {
-        {"first of a name wins", "f0:inputScale->gain f1:inputScale->gain f0:inputOffset->gain",
+        {"first of a name wins", "f0:inputScale->gain f1:inputScale->gain f0:inputLabel->gain",
          "f0:inputScale->gain", "none"},
         {"last output wins", "f0:outputImage->outputImage f1:outputImage->outputImage", "", "f1"},
         {"the output is not an input", "f0:inputImage->outputImage f1:inputImage->inputImage",
@@ -259,7 +253,7 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     w->exportInputImageKeyForFilter(a);
     w->exportKey("inputScale", a, "gain");
     w->exportKey("inputScale", b, "gain2");
-    w->exportKey("inputOffset", b, "lift");
+    w->exportKey("inputLabel", b, "lift");
     w->exportOutputImageKeyForFilter(b);
 
     // In no particular order.
@@ -293,11 +287,11 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
 
 TEST(FilterChain, EvaluationFollowsConnectionOrder)
 {
-    // (x * 2 + 0.5) * 4 - 1, then * 0.5 + 0 on RGB; alpha passes. Downstream first, b is read
+    // x * 2 * 4 * 0.5 on RGB; alpha passes. Downstream first, b is read
     // before a fed it: the first evaluation has nothing to show.
     for (const bool upstreamFirst : {true, false}) {
         SCOPED_TRACE(upstreamFirst);
-        auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), c = testFilter("c", 0.5);
+        auto a = testFilter("a", 2), b = testFilter("b", 4), c = testFilter("c", 0.5);
         VKFilterChainWrapper w;
         if (upstreamFirst) {
             w.concatenateFiltersFromArray({a, b, c});
@@ -313,7 +307,7 @@ TEST(FilterChain, EvaluationFollowsConnectionOrder)
         const QStringList order =
             upstreamFirst ? QStringList{"a", "b", "c"} : QStringList{"b", "a", "c"};
         const QList<float> pixels =
-            upstreamFirst ? QList<float>{1.5f, 2.5f, 4.5f, 1, 0.5f, 1.0f, 8.5f, 1} : QList<float>{};
+            upstreamFirst ? QList<float>{1, 2, 4, 1, 0, 0.5f, 8, 1} : QList<float>{};
         EXPECT_EQ(g_rendered, order);
         EXPECT_EQ(render(out), pixels);
     }
@@ -469,19 +463,15 @@ TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
     chain->exportInputImageKeyForFilter(exposure);
     chain->exportOutputImageKeyForFilter(inner);
     const QVariantMap parameters{
-        {"exposure", 1.0},
-        {"inputSlope", QVariant::fromValue(VKRGBTriple(0.5f, 1, 2))},
-        {"inputOffset", QVariant::fromValue(VKRGBTriple(0.25f, 0, -0.5f))},
-        {"in-low", 0.0},
-        {"in-high", 4.0},
-        {"out-low", 0.5},
-        {"out-high", 1.5},
+        {"exposure", 1.0}, {"inputSlope", QVariant::fromValue(VKRGBTriple(0.5f, 1, 2))},
+        {"in-low", 0.0},   {"in-high", 4.0},
+        {"out-low", 0.5},  {"out-high", 1.5},
     };
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
         chain->setValueForKey(it.value(), it.key());
     setInput(*chain);
-    // x * 2, then * slope + offset, then / 4 + 0.5.
-    const QList<float> expected{0.625f, 0.75f, 1.375f, 1.0f, 0.5625f, 0.5625f, 2.375f, 1.0f};
+    // x * 2, then * slope, then / 4 + 0.5.
+    const QList<float> expected{0.5625f, 0.75f, 1.5f, 1, 0.5f, 0.5625f, 2.5f, 1};
     const QList<float> rendered = render(chain->outputImage());
     EXPECT_TRUE(vkNear(rendered, expected, 1e-6f));
 

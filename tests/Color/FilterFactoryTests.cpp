@@ -56,10 +56,6 @@ TEST(VKFilterFactory, LoadsTheFiltersFolderOfTheExecutableAndServesNames)
          {{"Grade.plugin", "Filters/Grade.plugin"}, {"notes.txt", ""}},
          {"Grade"},
          {}},
-        {"a plug-in that does not provide its filter",
-         {{"NotProvided.plugin", "FilterPlugins/NotProvided.plugin"}},
-         {"NotProvided"},
-         "NotProvided"},
         {"a file that fails to load", {{"Broken.plugin", ""}}, {"Broken"}, "Broken"},
         {"no folder", {}, {}, {}},
     };

@@ -34,52 +34,51 @@ VKImage twoPixels()
     return VKImage::imageWithFloatPixels(kPixels, 2, 1);
 }
 
-TEST(VKImage, PixelsComeBackAsTheyWentIn)
-{
-    const struct
-    {
-        const char *name;
-        QRect rect;
-        QList<float> expected;
-    } cases[] = {
-        {"whole image", QRect(0, 0, 2, 1), QList<float>(kPixels, kPixels + 8)},
-        {"second pixel only", QRect(1, 0, 1, 1), {0.5f, 0.125f, 1.0f, 0.5f}},
-        {"outside is transparent black", QRect(2, 0, 1, 1), {0, 0, 0, 0}},
-        {"a rectangle across the edge", QRect(-1, 0, 2, 1), {0, 0, 0, 0, 0.25f, 0.25f, 0.25f, 1}},
-    };
-    const VKImage image = twoPixels();
-    EXPECT_EQ(image.extent(), QRect(0, 0, 2, 1));
-    for (const auto &c : cases)
-        EXPECT_TRUE(vkNear(image.floatPixels(c.rect), c.expected)) << c.name;
-    // Rows padded with four junk floats each are read by their stride.
-    const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
-    const VKImage rows = VKImage::imageWithFloatPixels(padded, 1, 2, 8 * sizeof(float));
-    EXPECT_TRUE(vkNear(rows.floatPixels(QRect(0, 0, 1, 2)), {1, 0, 0, 1, 0, 1, 0, 1}));
-}
-
-TEST(VKImage, NothingToMakeOrRenderAnswersNull)
+TEST(VKImage, PixelsComeBackAsTheyWentInAndNothingComesOfNothing)
 {
     const float one[4] = {1, 1, 1, 1};
+    // Rows padded with four junk floats each are read by their stride.
+    const float padded[16] = {1, 0, 0, 1, 9, 9, 9, 9, 0, 1, 0, 1, 9, 9, 9, 9};
+    const QRect first(0, 0, 1, 1);
     const struct
     {
         const char *name;
         VKImage image;
+        QRect rect;
+        QList<float> expected = {}; // empty: a null image
     } cases[] = {
-        {"no pixels", VKImage::imageWithFloatPixels(nullptr, 1, 1)},
-        {"zero width", VKImage::imageWithFloatPixels(one, 0, 1)},
-        {"negative height", VKImage::imageWithFloatPixels(one, 1, -1)},
-        {"null QImage", VKImage::imageWithQImage(QImage())},
-        {"unknown generator", VKImage::imageWithOperation(QStringLiteral("gegl:no-such-op"))},
-        {"unknown operation", twoPixels().imageByApplyingOperation(QStringLiteral("vk:none"))},
+        {"whole image", twoPixels(), QRect(0, 0, 2, 1), QList<float>(kPixels, kPixels + 8)},
+        {"second pixel only", twoPixels(), QRect(1, 0, 1, 1), {0.5f, 0.125f, 1.0f, 0.5f}},
+        {"outside is transparent black", twoPixels(), QRect(2, 0, 1, 1), {0, 0, 0, 0}},
+        {"a rectangle across the edge",
+         twoPixels(),
+         QRect(-1, 0, 2, 1),
+         {0, 0, 0, 0, 0.25f, 0.25f, 0.25f, 1}},
+        {"rows by their stride",
+         VKImage::imageWithFloatPixels(padded, 1, 2, 8 * sizeof(float)),
+         QRect(0, 0, 1, 2),
+         {1, 0, 0, 1, 0, 1, 0, 1}},
+        {"no pixels", VKImage::imageWithFloatPixels(nullptr, 1, 1), first},
+        {"zero width", VKImage::imageWithFloatPixels(one, 0, 1), first},
+        {"negative height", VKImage::imageWithFloatPixels(one, 1, -1), first},
+        {"null QImage", VKImage::imageWithQImage(QImage()), first},
+        {"unknown generator", VKImage::imageWithOperation(QStringLiteral("gegl:no-such-op")),
+         first},
+        {"unknown operation", twoPixels().imageByApplyingOperation(QStringLiteral("vk:none")),
+         first},
         {"operation on the null image",
-         VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop"))},
+         VKImage().imageByApplyingOperation(QStringLiteral("gegl:nop")), first},
     };
-    for (const auto &c : cases)
-        EXPECT_TRUE(c.image.isNull()) << c.name;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.image.isNull(), c.expected.isEmpty());
+        EXPECT_TRUE(vkNear(c.image.floatPixels(c.rect), c.expected));
+    }
+    EXPECT_EQ(twoPixels().extent(), QRect(0, 0, 2, 1));
     float out[4];
-    EXPECT_FALSE(VKImage().renderFloatPixels(QRect(0, 0, 1, 1), out));
+    EXPECT_FALSE(VKImage().renderFloatPixels(first, out));
     EXPECT_FALSE(twoPixels().renderFloatPixels(QRect(0, 0, 0, 1), out));
-    EXPECT_TRUE(twoPixels().renderImage(QRect(0, 0, 1, 1), QImage::Format_Mono).isNull());
+    EXPECT_TRUE(twoPixels().renderImage(first, QImage::Format_Mono).isNull());
 }
 
 TEST(VKImage, QImagesAreSRGBEncodedAndFloatImagesLinear)
@@ -158,7 +157,7 @@ TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
     EXPECT_FALSE(VKFilter::isFilterNameKnown("Exposure"));
 }
 
-TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
+TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAskedAndArchivesNameIt)
 {
     const struct
     {
@@ -213,6 +212,20 @@ TEST(VKOperationFilter, OutputFollowsTheValuesSetAtTheTimeItWasAsked)
     EXPECT_FALSE(filter->outputImage().isNull());
     filter->setValueForKey(QVariant(), VKFilterInputImageKey);
     EXPECT_FALSE(filter->valueForKey(VKFilterOutputImageKey).isValid()) << "no input image";
+
+    // Archives name the operation; one naming an operation GEGL lacks fails.
+    filter->setValueForKey(1.5, "exposure");
+    VKError error;
+    const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(filter, &error);
+    const auto restored = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
+    ASSERT_TRUE(restored) << error.description();
+    EXPECT_EQ(restored->name(), "gegl:exposure");
+    EXPECT_EQ(restored->valueForKey("exposure").toDouble(), 1.5);
+    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(
+        QByteArray(data).replace("gegl:exposure", "gegl:exposurX"), &error));
+    EXPECT_EQ(error.code(), 4864);
+    EXPECT_EQ(error.localizedDescription(),
+              "The archive holds a filter \"gegl:exposurX\" that cannot be made.");
 }
 
 class CountingFilter : public VKFilter
@@ -262,27 +275,6 @@ TEST(VKFilter, RegisteredFiltersAreMadeByNameAndArchiveTheirValues)
     VKClassRegistry::unregisterClass("VKCountingTestFilter");
 }
 
-TEST(VKOperationFilter, ArchivesNameTheOperationAndBadOnesFail)
-{
-    const auto filter = VKFilter::filterWithName(QStringLiteral("gegl:exposure"));
-    filter->setValueForKey(1.5, "exposure");
-    VKError error;
-    const QByteArray data = VKKeyedArchiver::archivedDataWithRootObject(filter, &error);
-    const auto restored = VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(data, &error);
-    ASSERT_TRUE(restored) << error.description();
-    EXPECT_EQ(restored->name(), "gegl:exposure");
-    EXPECT_EQ(restored->valueForKey("exposure").toDouble(), 1.5);
-
-    // The same archive naming an operation GEGL lacks fails with an error.
-    QByteArray renamed = data;
-    renamed.replace("gegl:exposure", "gegl:exposurX");
-    VKError failure;
-    EXPECT_FALSE(VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilter>(renamed, &failure));
-    EXPECT_EQ(failure.code(), 4864);
-    EXPECT_EQ(failure.localizedDescription(),
-              "The archive holds a filter \"gegl:exposurX\" that cannot be made.");
-}
-
 // Linear values 0.2, 0.4 and 0.8 with alpha 0.5.
 const float kPixel[4] = {0.2f, 0.4f, 0.8f, 0.5f};
 
@@ -302,7 +294,6 @@ TEST(VKGradingFilters, PixelsMatchTheArithmeticByHand)
     } cases[] = {
         {exposure, "defaults to nothing", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
         {exposure, "one stop up", {{"inputEV", 1.0}}, {0.4f, 0.8f, 1.6f, 0.5f}},
-        {exposure, "two stops down", {{"inputEV", -2}}, {0.05f, 0.1f, 0.2f, 0.5f}},
         {exposure, "beyond ten stops clamps", {{"inputEV", 40.0}}, {204.8f, 409.6f, 819.2f, 0.5f}},
         {balance, "a neutral balance changes nothing", {}, {0.2f, 0.4f, 0.8f, 0.5f}},
         // Tint 0.25, temperature 0.6: the cast is (0.0475, 0.0325, 0.04), which green divides.
