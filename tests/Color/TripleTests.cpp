@@ -66,9 +66,11 @@ struct ConversionCase
 
 } // namespace
 
-TEST(VKTriple, RGBToHSV)
+// Each conversion bit for bit: HSV by sector, with clamps, NaNs and rounding pinned; TTL both
+// ways, which are not inverses of each other.
+TEST(VKTriple, ConversionsBitForBit)
 {
-    const ConversionCase cases[] = {
+    const ConversionCase toHSV[] = {
         {"red", {1, 0, 0}, {0, 1, 1}},
         {"grey", {0.5f, 0.5f, 0.5f}, {0, 0, 0.5f}},
         {"black", {0, 0, 0}, {0, 0, 0}},
@@ -82,16 +84,7 @@ TEST(VKTriple, RGBToHSV)
         // sum rounds this one a bit higher.
         {"doubleSum", {0.366f, 0.058f, 0.507f}, {0x1.8fde8cp-1f, 0x1.c56d92p-1f, 0x1.039582p-1f}},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        const VKHSVTriple hsv = VKRGBTriple(c.input.x, c.input.y, c.input.z).hsvTriple();
-        EXPECT_TRUE(sameBits(hsv, c.output, VKTripleClass::HSV));
-    }
-}
-
-TEST(VKTriple, HSVToRGBSectorsAndClamps)
-{
-    const ConversionCase cases[] = {
+    const ConversionCase hsvToRGB[] = {
         {"hue0", {0, 1, 1}, {1, 0, 0}},
         {"hueSixth", {1.0f / 6, 1, 1}, {1, 1, 0}},
         {"hueThird", {1.0f / 3, 1, 1}, {0, 1, 0x1p-24f}},
@@ -113,26 +106,14 @@ TEST(VKTriple, HSVToRGBSectorsAndClamps)
          {0.639f, 0.372f, 0.548f},
          {0x1.606748p-2f, 0x1.830e42p-2f, 0x1.189374p-1f}},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_TRUE(sameBits(VKHSVTriple(c.input.x, c.input.y, c.input.z).rgbTriple(), c.output));
-    }
-}
-
-TEST(VKTriple, TTLBothWays)
-{
     const ConversionCase toTTL[] = {
-        {"black", {0, 0, 0}, {0.5f, 0.5f, 0x1.99999cp-7f}},
+        {"blackToTTL", {0, 0, 0}, {0.5f, 0.5f, 0x1.99999cp-7f}},
         {"clampedAtTop", {1, 1, 1}, {0.5f, 0.5f, 0x1.99988ep-6f}},
         {"clampedAtBottom", {-1, -1, -1}, {0.5f, 0.5f, 0x1.0c6f7ap-22f}},
-        {"colour", {0.2f, 0.4f, 0.6f}, {0.5625f, 0x1.a5a648p-2f, 0x1.8de512p-6f}},
+        {"colourToTTL", {0.2f, 0.4f, 0.6f}, {0.5625f, 0x1.a5a648p-2f, 0x1.8de512p-6f}},
         {"nanPassesTheClamp", {kNaN, 0, 0}, {kNaN, kNaN, kNaN}},
     };
-    for (const auto &c : toTTL) {
-        SCOPED_TRACE(c.name);
-        EXPECT_TRUE(sameBits(VKRGBTriple(c.input.x, c.input.y, c.input.z).ttlTriple(), c.output));
-    }
-    const ConversionCase toRGB[] = {
+    const ConversionCase ttlToRGB[] = {
         {"zeroGivesOffset", {0, 0, 0}, {0x1.99999ap-6f, 0x1.99999ap-6f, 0x1.99999ap-6f}},
         {"clampedAtOne", {1, 1, 100}, {0x1.99999ap-6f, 1, 0x1.99999ap-6f}},
         {"clampedAtZero", {0, 0, -100}, {0x1.99999ap-6f, 0x1.99999ap-6f, 0}},
@@ -140,10 +121,16 @@ TEST(VKTriple, TTLBothWays)
         // (1 - x) in double carries the blue product in double; all in float it differs.
         {"doubleBlue", {0.489f, 0.039f, 0.668f}, {0x1.f0d864p-6f, 0x1.ed16d0p-6f, 0x1.3fed36p-3f}},
     };
-    for (const auto &c : toRGB) {
-        SCOPED_TRACE(c.name);
-        EXPECT_TRUE(sameBits(VKTTLTriple(c.input.x, c.input.y, c.input.z).rgbTriple(), c.output));
-    }
+    const auto check = [](const auto &cases, auto convert) {
+        for (const ConversionCase &c : cases) {
+            SCOPED_TRACE(c.name);
+            EXPECT_TRUE(sameBits(convert(VKTriple(c.input.x, c.input.y, c.input.z)), c.output));
+        }
+    };
+    check(toHSV, [](const VKTriple &t) { return VKRGBTriple(t.x(), t.y(), t.z()).hsvTriple(); });
+    check(hsvToRGB, [](const VKTriple &t) { return VKHSVTriple(t.x(), t.y(), t.z()).rgbTriple(); });
+    check(toTTL, [](const VKTriple &t) { return VKRGBTriple(t.x(), t.y(), t.z()).ttlTriple(); });
+    check(ttlToRGB, [](const VKTriple &t) { return VKTTLTriple(t.x(), t.y(), t.z()).rgbTriple(); });
 }
 
 TEST(VKTriple, ARLBothWays)
