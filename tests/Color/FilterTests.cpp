@@ -11,7 +11,6 @@
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 
-#include "ColorTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QColor>
@@ -25,6 +24,21 @@
 #include <thread>
 
 namespace {
+
+// The same number of values, each within `tolerance` of the expected one.
+::testing::AssertionResult vkNear(const QList<float> &actual, const QList<float> &expected,
+                                  float tolerance = 1e-5f)
+{
+    if (actual.size() != expected.size())
+        return ::testing::AssertionFailure()
+               << actual.size() << " values, expected " << expected.size();
+    for (qsizetype i = 0; i < actual.size(); ++i) {
+        if (std::fabs(actual[i] - expected[i]) > tolerance)
+            return ::testing::AssertionFailure()
+                   << "value " << i << ": " << actual[i] << " expected " << expected[i];
+    }
+    return ::testing::AssertionSuccess();
+}
 
 // A 2x1 image: a mid grey pixel and a coloured one with half alpha.
 const float kPixels[8] = {0.25f, 0.25f, 0.25f, 1.0f, 0.5f, 0.125f, 1.0f, 0.5f};
@@ -102,7 +116,7 @@ TEST(VKImage, QImagesAreSRGBEncodedAndFloatImagesLinear)
 TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
 {
     const int size = 256;
-    QList<float> pixels(size * size * 4, 0.25f);
+    const QList<float> pixels(size * size * 4, 0.25f);
     const VKImage source = VKImage::imageWithFloatPixels(pixels.constData(), size, size);
     std::atomic<qint64> seen{0};
     const VKImage doubled = source.imageByApplyingPointFunction([&seen](float *rgba, qint64 n) {
@@ -112,22 +126,19 @@ TEST(VKImage, PointFunctionsRunOnStraightLinearPixelsFromManyThreads)
     });
     // The recipe runs nothing until rendered, and each render runs it again.
     EXPECT_EQ(seen.load(), 0);
-    std::vector<std::thread> threads;
+    QList<float> expected = pixels;
+    for (qsizetype i = 0; i < expected.size(); i += 4)
+        expected[i] = 0.5f;
     std::atomic<int> wrong{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            const QList<float> out = doubled.floatPixels(QRect(0, 0, size, size));
-            for (qsizetype i = 0; i < out.size(); i += 4) {
-                if (out[i] != 0.5f || out[i + 1] != 0.25f)
-                    ++wrong;
-            }
-        });
-    }
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(
+            [&] { wrong += doubled.floatPixels(QRect(0, 0, size, size)) != expected; });
     for (std::thread &t : threads)
         t.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_GE(seen.load(), qint64(size) * size);
-    EXPECT_TRUE(vkNear(source.floatPixels(QRect(0, 0, 1, 1)), {0.25f, 0.25f, 0.25f, 0.25f}));
+    EXPECT_EQ(source.floatPixels(QRect(0, 0, size, size)), pixels);
 }
 
 TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
@@ -137,7 +148,6 @@ TEST(VKOperationFilter, KeysAndAttributesComeFromTheOperation)
     EXPECT_EQ(filter->className(), QStringLiteral("VKOperationFilter"));
     EXPECT_EQ(filter->inputKeys(), QStringList({"inputImage", "black-level", "exposure"}));
     EXPECT_EQ(filter->inputParameterKeys(), QStringList({"black-level", "exposure"}));
-    EXPECT_EQ(filter->outputKeys(), QStringList({"outputImage"}));
     const QVariantMap exposure = filter->customAttributes().value("exposure").toMap();
     EXPECT_EQ(exposure.value(VKAttributeType).toString(), VKAttributeTypeDouble);
     EXPECT_EQ(exposure.value(VKAttributeDefault).toDouble(), 0.0);

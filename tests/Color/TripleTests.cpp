@@ -131,10 +131,6 @@ TEST(VKTriple, ConversionsBitForBit)
     check(hsvToRGB, [](const VKTriple &t) { return VKHSVTriple(t.x(), t.y(), t.z()).rgbTriple(); });
     check(toTTL, [](const VKTriple &t) { return VKRGBTriple(t.x(), t.y(), t.z()).ttlTriple(); });
     check(ttlToRGB, [](const VKTriple &t) { return VKTTLTriple(t.x(), t.y(), t.z()).rgbTriple(); });
-}
-
-TEST(VKTriple, ARLBothWays)
-{
     // A value of 0 has the level -inf; hues are not wrapped: an angle of 450 gives 1.25.
     EXPECT_TRUE(sameBits(VKHSVTriple(0.25f, 0.5f, 0).arlTriple(), {90, 0.5f, -kInf}));
     EXPECT_TRUE(sameBits(VKARLTriple(450, 0.5f, -1).hsvTriple(), {1.25f, 0.5f, 0x1.99999ap-4f}));
@@ -149,13 +145,8 @@ TEST(VKTriple, ClampArithmeticAndExtremes)
         const char *name;
         float value, minimum, maximum, expected;
     } clamps[] = {
-        {"above", 2, 0, 1, 1},
-        {"below", -1, 0, 1, 0},
-        {"inside", 0.5f, 0, 1, 0.5f},
-        {"upperFirst", 0.5f, 1, 0, 0},
-        {"bothBroken", -5, 1, 0, 1},
-        {"nan", kNaN, 0, 1, kNaN},
-        {"nanBound", 0.5f, kNaN, 1, 0.5f},
+        {"above", 2, 0, 1, 1},       {"below", -1, 0, 1, 0},    {"upperFirst", 0.5f, 1, 0, 0},
+        {"bothBroken", -5, 1, 0, 1}, {"nan", kNaN, 0, 1, kNaN}, {"nanBound", 0.5f, kNaN, 1, 0.5f},
     };
     for (const auto &c : clamps) {
         SCOPED_TRACE(c.name);
@@ -263,30 +254,19 @@ TEST(VDAngleShiftValueTransformer, MirrorsAndShifts)
     }
 }
 
-TEST(VKLog10ValueTransformer, NumbersAndTriples)
+TEST(VKColorValueTransformers, LogarithmsTTLAndReciprocalsKeepTheClass)
 {
-    const VKLog10ValueTransformer t;
-    EXPECT_EQ(t.transformedValue(100).toFloat(), 2.0f);
-    EXPECT_EQ(t.reverseTransformedValue(2).toFloat(), 100.0f);
-    EXPECT_EQ(t.transformedValue(100).metaType(), QMetaType::fromType<float>());
-
-    // The triple keeps its class.
-    const VKLog10TripleValueTransformer tt;
-    EXPECT_TRUE(isTriple(tt.transformedValue(QVariant::fromValue(VKHSVTriple(100, 1, 0))),
+    const QVariant two = VKLog10ValueTransformer().transformedValue(100);
+    EXPECT_EQ(two.metaType(), QMetaType::fromType<float>());
+    EXPECT_EQ(two.toFloat(), 2.0f);
+    EXPECT_EQ(VKLog10ValueTransformer().reverseTransformedValue(2).toFloat(), 100.0f);
+    const VKLog10TripleValueTransformer log10;
+    EXPECT_TRUE(isTriple(log10.transformedValue(QVariant::fromValue(VKHSVTriple(100, 1, 0))),
                          VKTripleClass::HSV, 2, 0, -kInf));
-    EXPECT_TRUE(isTriple(tt.reverseTransformedValue(QVariant::fromValue(VKTTLTriple(2, 0, -1))),
+    EXPECT_TRUE(isTriple(log10.reverseTransformedValue(QVariant::fromValue(VKTTLTriple(2, 0, -1))),
                          VKTripleClass::TTL, 100, 1, 0x1.99999ap-4f));
-}
-
-TEST(VKColorValueTransformers, RGBToTTLAndReciprocal)
-{
-    const VKRGBToTTLTripleValueTransformer ttl;
-    EXPECT_TRUE(isTriple(ttl.transformedValue(rgb(0, 0, 0)), VKTripleClass::TTL, 0.5f, 0.5f,
-                         0x1.99999cp-7f));
-    EXPECT_TRUE(
-        isTriple(ttl.reverseTransformedValue(QVariant::fromValue(VKTTLTriple(0.5f, 0.5f, 1))),
-                 VKTripleClass::RGB, 0.125f, 0.125f, 0.125f));
-
+    EXPECT_TRUE(isTriple(VKRGBToTTLTripleValueTransformer().transformedValue(rgb(0, 0, 0)),
+                         VKTripleClass::TTL, 0.5f, 0.5f, 0x1.99999cp-7f));
     const VKRGBFlippedToRGBTripleValue flipped;
     EXPECT_TRUE(
         isTriple(flipped.transformedValue(rgb(0.5f, 0, -4)), VKTripleClass::RGB, 2, kInf, -0.25f));
@@ -309,11 +289,6 @@ TEST(VKColorValueTransformers, ARLWheels)
     } cases[] = {
         {"greyHasNoRadius", plain, {0.3f, 0.3f, 0.3f}, {0, 0, 0x1.333334p-2f}, {}},
         {"radiusDoubled", plain, {0.8f, 0.5f, 0.6f}, {340, 0x1.333334p+0f, 0x1.99999ap-1f}, {}},
-        {"roundingOnTheWayBack",
-         plain,
-         {0.2f, 0.4f, 0.6f},
-         {210, 0x1.99999cp+0f, 0x1.333334p-1f},
-         {0x1.999998p-3f, 0x1.99999cp-2f, 0x1.333334p-1f}},
         {"whiteLevelZero", logarithmic, {1, 1, 1}, {0, 0, 0}, {}},
         {"tenthLevelMinusOne",
          logarithmic,
