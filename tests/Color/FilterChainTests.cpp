@@ -284,7 +284,7 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     EXPECT_EQ(w->valueForKey("gain").toDouble(), 1.0);
 }
 
-TEST(FilterChain, EvaluationFollowsConnectionOrder)
+TEST(FilterChain, EvaluationFollowsConnectionOrderWithinTheGraph)
 {
     // x * 2 * 4 * 0.5 on RGB; alpha passes. Downstream first, b is read
     // before a fed it: the first evaluation has nothing to show.
@@ -310,13 +310,11 @@ TEST(FilterChain, EvaluationFollowsConnectionOrder)
         EXPECT_EQ(g_rendered, order);
         EXPECT_EQ(render(out), pixels);
     }
-}
 
-TEST(FilterChain, AGraphThatContainsItsWrapperRaisesWhenEvaluated)
-{
+    // A graph that contains its wrapper raises instead. It refers to the wrapper without owning
+    // it, so nothing leaks.
     auto w = std::make_shared<VKFilterChainWrapper>();
     auto a = testFilter("a");
-    // The graph refers to its wrapper without owning it, so nothing leaks.
     const std::shared_ptr<VKFilter> self(std::shared_ptr<VKFilter>(), w.get());
     w->connectObject(self, "outputImage", a, "inputImage");
     w->exportOutputImageKeyForFilter(a);

@@ -340,8 +340,6 @@ TEST(VKColorValueTransformers, WrongKindsGiveNothingAndNamesRegister)
     // Triples of another model are the wrong kind too.
     const QVariant hsv = QVariant::fromValue(VKHSVTriple(1, 1, 1));
     EXPECT_FALSE(VKRGBToTTLTripleValueTransformer().transformedValue(hsv).isValid());
-    EXPECT_FALSE(
-        VKRGBToTTLTripleValueTransformer().reverseTransformedValue(rgb(1, 1, 1)).isValid());
     EXPECT_FALSE(VKRGBToARLTripleValueTransformer().reverseTransformedValue(hsv).isValid());
     EXPECT_FALSE(VKRGBFlippedToRGBTripleValue().transformedValue(hsv).isValid());
 }
