@@ -5,7 +5,6 @@
 // decodes a filter chain before anything else touches the factory, and renders a 2x1 image,
 // (0.25, 0.5, 1, 1) and (0, 0.125, 2, 1), through it.
 #include "Color/VKAbstractCompoundFilterProvider.h"
-#include "Color/VKFilter.h"
 #include "Color/VKFilterChainWrapper.h"
 #include "Color/VKFilterFactory.h"
 #include "Color/VKImage.h"

@@ -5,9 +5,7 @@
 #include "Color/VKFilterFactory.h"
 #include "Color/VKGradingFilters.h"
 #include "Color/VKImage.h"
-#include "Color/VKOperationFilter.h"
 #include "Color/VKTriple.h"
-#include "Foundation/VKException.h"
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 

@@ -18,18 +18,13 @@ namespace {
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-struct Expected
-{
-    float x, y, z;
-};
-
 quint32 bits(float v)
 {
     return std::bit_cast<quint32>(v);
 }
 
 // Bit for bit, except that any NaN matches a NaN; of class `cls` when one is given.
-::testing::AssertionResult sameBits(const std::optional<VKTriple> &actual, const Expected &expected,
+::testing::AssertionResult sameBits(const std::optional<VKTriple> &actual, const VKTriple &expected,
                                     std::optional<VKTripleClass> cls = {})
 {
     if (!actual)
@@ -37,7 +32,7 @@ quint32 bits(float v)
     if (cls && actual->tripleClass() != *cls)
         return ::testing::AssertionFailure() << "class " << actual->className().toStdString();
     const float a[3] = {actual->x(), actual->y(), actual->z()};
-    const float e[3] = {expected.x, expected.y, expected.z};
+    const float e[3] = {expected.x(), expected.y(), expected.z()};
     for (int i = 0; i < 3; ++i) {
         if (std::isnan(e[i]) ? !std::isnan(a[i]) : bits(a[i]) != bits(e[i]))
             return ::testing::AssertionFailure()
@@ -60,8 +55,8 @@ QVariant rgb(float r, float g, float b)
 struct ConversionCase
 {
     const char *name;
-    Expected input;
-    Expected output;
+    VKTriple input;
+    VKTriple output;
 };
 
 } // namespace
@@ -124,7 +119,7 @@ TEST(VKTriple, ConversionsBitForBit)
     const auto check = [](const auto &cases, auto convert) {
         for (const ConversionCase &c : cases) {
             SCOPED_TRACE(c.name);
-            EXPECT_TRUE(sameBits(convert(VKTriple(c.input.x, c.input.y, c.input.z)), c.output));
+            EXPECT_TRUE(sameBits(convert(c.input), c.output));
         }
     };
     check(toHSV, [](const VKTriple &t) { return VKRGBTriple(t.x(), t.y(), t.z()).hsvTriple(); });
@@ -181,7 +176,6 @@ TEST(VKTriple, TolerantEqualityFollowsTheClass)
         {"subclassOfPlain", VKTriple(0.5f, 0.5f, 0.5f), base, true},
         {"plainIsNoRGB", base, VKTriple(0.5f, 0.5f, 0.5f), false},
         {"nanNeverEqual", VKRGBTriple(kNaN, 0, 0), VKRGBTriple(kNaN, 0, 0), false},
-        {"infinities", VKRGBTriple(kInf, 0, 0), VKRGBTriple(kInf, 0, 0), false},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
