@@ -281,8 +281,8 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
 
 TEST(FilterChain, EvaluationFollowsConnectionOrderWithinTheGraph)
 {
-    // x * 2 * 4 * 0.5 on RGB; alpha passes. Downstream first, b is read
-    // before a fed it: the first evaluation has nothing to show.
+    // x * 2 * 4 * 0.5 on RGB; alpha passes. Downstream first, b is read before a fed it: the
+    // first evaluation has nothing to show.
     for (const bool upstreamFirst : {true, false}) {
         SCOPED_TRACE(upstreamFirst);
         auto a = testFilter("a", 2), b = testFilter("b", 4), c = testFilter("c", 0.5);
