@@ -5,37 +5,37 @@
 #include "Color/VKFilterFactory.h"
 #include "Color/VKImage.h"
 #include "Color/VKTriple.h"
-#include "ColorTestSupport.h"
-#include "Foundation/VKClassRegistry.h"
-#include "Foundation/VKException.h"
 #include "Foundation/VKKeyedArchiver.h"
 #include "Foundation/VKKeyedUnarchiver.h"
 #include "Foundation/VKPropertyList.h"
+#include "VKTestProcess.h"
 #include "VKTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <QFile>
-#include <QProcess>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 namespace {
 
 QStringList g_rendered; // labels of the test filters, in the order their outputs were made
 
-// out = in * inputScale + inputOffset on red, green and blue.
+// out = in * inputScale on red, green and blue.
 class ChainTestFilter : public VKFilter
 {
 public:
-    ChainTestFilter() : VKFilter(QStringLiteral("ChainTestFilter"))
+    explicit ChainTestFilter(const QString &label = {}, double scale = 1)
+        : VKFilter(QStringLiteral("ChainTestFilter"))
     {
         declareInputKey("inputImage", {{VKAttributeType, VKAttributeTypeImage}});
         declareInputKey("inputScale", {{VKAttributeType, VKAttributeTypeDouble},
                                        {VKAttributeDefault, 1.0},
                                        {VKAttributeMax, 8.0}});
-        declareInputKey("inputOffset",
-                        {{VKAttributeType, VKAttributeTypeDouble}, {VKAttributeDefault, 0.0}});
         declareInputKey("inputLabel", {{VKAttributeType, VKAttributeTypeString}});
+        setValueForKey(label, "inputLabel");
+        setValueForKey(scale, "inputScale");
     }
     int defaultsSent = 0;
     void setDefaults() override
@@ -47,39 +47,27 @@ public:
     {
         g_rendered.append(inputValue("inputLabel").toString());
         const float scale = inputValue("inputScale").toFloat();
-        const float offset = inputValue("inputOffset").toFloat();
         return inputImage().imageByApplyingPointFunction([=](float *rgba, qint64 count) {
             for (qint64 i = 0; i < count; ++i)
                 for (int c = 0; c < 3; ++c)
-                    rgba[4 * i + c] = rgba[4 * i + c] * scale + offset;
+                    rgba[4 * i + c] *= scale;
         });
     }
 };
 
-} // namespace
-
 VK_REGISTER_FILTER(ChainTestFilter, "ChainTestFilter")
 
-namespace {
-
-std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale = 1,
-                                            double offset = 0)
+std::shared_ptr<ChainTestFilter> testFilter(const QString &label, double scale = 1)
 {
-    auto filter = std::make_shared<ChainTestFilter>();
-    filter->setDefaults();
-    filter->defaultsSent = 0;
-    filter->setValueForKey(label, "inputLabel");
-    filter->setValueForKey(scale, "inputScale");
-    filter->setValueForKey(offset, "inputOffset");
-    return filter;
+    return std::make_shared<ChainTestFilter>(label, scale);
 }
 
-// One 2x1 image: (0.25, 0.5, 1, 1) and (0, 0.125, 2, 0.5).
-const QList<float> kInput{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 0.5f};
+// A 2x1 image: (0.25, 0.5, 1, 1) and (0, 0.125, 2, 1). The restoring probe renders it too.
+const QList<float> kInput{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 1.0f};
 
-void setInput(VKFilter &filter, const QList<float> &pixels = kInput)
+void setInput(VKFilter &filter)
 {
-    filter.setValueForKey(QVariant::fromValue(VKImage::imageWithFloatPixels(pixels.data(), 2, 1)),
+    filter.setValueForKey(QVariant::fromValue(VKImage::imageWithFloatPixels(kInput.data(), 2, 1)),
                           "inputImage");
 }
 
@@ -92,29 +80,24 @@ QString label(const std::shared_ptr<VKFilter> &filter)
 {
     if (!filter)
         return QStringLiteral("none");
-    if (std::dynamic_pointer_cast<VKFilterChainWrapper>(filter))
-        return QStringLiteral("chain");
+    if (!filter->inputKeys().contains("inputLabel"))
+        return filter->name();
     return filter->valueForKey("inputLabel").toString();
 }
 
-// "filter label:internal->external" of every export, sorted.
-QStringList exportsOf(const VKFilterChainWrapper &wrapper)
+// The graph as text: "source.key->target.key" per connection in order, then
+// "filter:internal->external" per export, sorted.
+QStringList graphOf(const VKFilterChainWrapper &wrapper)
 {
-    QStringList result;
-    for (const auto &c : wrapper.filterExportConnections())
-        result.append(label(c->exportingFilter()) + u':' + c->internalKey() + "->" +
-                      c->externalKey());
-    result.sort();
-    return result;
-}
-
-QStringList connectionsOf(const VKFilterChainWrapper &wrapper)
-{
-    QStringList result;
+    QStringList connections, exports;
     for (const auto &c : wrapper.filterConnections())
-        result.append(label(c->sourceFilter()) + u'.' + c->sourceKey() + "->" +
-                      label(c->targetFilter()) + u'.' + c->targetKey());
-    return result;
+        connections.append(label(c->sourceFilter()) + u'.' + c->sourceKey() + "->" +
+                           label(c->targetFilter()) + u'.' + c->targetKey());
+    for (const auto &c : wrapper.filterExportConnections())
+        exports.append(label(c->exportingFilter()) + u':' + c->internalKey() + "->" +
+                       c->externalKey());
+    exports.sort();
+    return connections + exports;
 }
 
 QString withoutPointers(QString text)
@@ -129,59 +112,43 @@ QString address(const void *object)
 
 } // namespace
 
-TEST(FilterChain, ExportConnectionEqualityKeepsItsQuirk)
-{
-    auto a = testFilter("a"), b = testFilter("b");
-    const auto make = [](const std::shared_ptr<VKFilter> &f, const char *in, const char *out) {
-        return VKFilterKeyExportConnection::exportConnectionFromFilter(f, in, out);
-    };
-    auto base = make(a, "inputScale", "gain");
-    const struct
-    {
-        const char *name;
-        std::shared_ptr<VKFilterKeyExportConnection> other;
-        bool equal;
-    } cases[] = {
-        {"same object", base, true},
-        {"same filter and keys", make(a, "inputScale", "gain"), false},
-        {"other internal key, same external key", make(a, "inputOffset", "gain"), true},
-        {"other internal and external key", make(a, "inputOffset", "lift"), false},
-        {"equal filter of another object", make(b, "inputOffset", "gain"), false},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(base->isEqual(c.other.get()), c.equal);
-        EXPECT_EQ(c.other->isEqual(base.get()), c.equal);
-    }
-    // Repeats land in one bucket and still both stay in a set.
-    EXPECT_EQ(base->hash(), cases[1].other->hash());
-    EXPECT_EQ((VKFilterKeyExportConnectionSet{{base}, {cases[1].other}, {base}}).size(), 2);
-}
-
-TEST(FilterChain, ConnectionEqualityUsesFilterIdentity)
+// Exports are equal when they differ in their internal key only, or are the same object;
+// connections when their filters are the same objects and their keys equal.
+TEST(FilterChain, EqualityQuirksOfExportsAndConnections)
 {
     auto a = testFilter("a"), b = testFilter("b"), twin = testFilter("a");
-    const auto make = [](const std::shared_ptr<VKFilter> &s, const std::shared_ptr<VKFilter> &t,
+    const auto out = [](const std::shared_ptr<VKFilter> &f, const char *in, const char *name) {
+        return VKFilterKeyExportConnection::exportConnectionFromFilter(f, in, name);
+    };
+    const auto link = [](const std::shared_ptr<VKFilter> &s, const std::shared_ptr<VKFilter> &t,
                          const char *targetKey) {
         return VKFilterConnection::connectionFromFilter(s, "outputImage", t, targetKey);
     };
-    auto base = make(a, b, "inputImage");
+    const auto gain = out(a, "inputScale", "gain"), repeat = out(a, "inputScale", "gain");
+    const auto edge = link(a, b, "inputImage"), otherKey = link(a, b, "inputScale"),
+               swapped = link(b, a, "inputImage");
     const struct
     {
         const char *name;
-        std::shared_ptr<VKFilterConnection> other;
-        bool equal;
+        bool equal, expected;
     } cases[] = {
-        {"same filters and keys", make(a, b, "inputImage"), true},
-        {"equal but other source object", make(twin, b, "inputImage"), false},
-        {"other target key", make(a, b, "inputScale"), false},
-        {"filters swapped", make(b, a, "inputImage"), false},
+        {"export: same object", gain->isEqual(gain.get()), true},
+        {"export: same filter and keys", gain->isEqual(repeat.get()), false},
+        {"export: other internal key", gain->isEqual(out(a, "inputLabel", "gain").get()), true},
+        {"export: other keys", gain->isEqual(out(a, "inputLabel", "lift").get()), false},
+        {"export: other filter", gain->isEqual(out(b, "inputLabel", "gain").get()), false},
+        {"connection: same filters and keys", edge->isEqual(link(a, b, "inputImage").get()), true},
+        {"connection: equal filter", edge->isEqual(link(twin, b, "inputImage").get()), false},
+        {"connection: other target key", edge->isEqual(otherKey.get()), false},
+        {"connection: filters swapped", edge->isEqual(swapped.get()), false},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(base->isEqual(c.other.get()), c.equal) << c.name;
-    // The hash ignores keys and direction.
-    EXPECT_EQ(base->hash(), cases[2].other->hash());
-    EXPECT_EQ(base->hash(), cases[3].other->hash());
+        EXPECT_EQ(c.equal, c.expected) << c.name;
+    // Repeated exports land in one bucket and still both stay in a set; connection hashes
+    // ignore keys and direction.
+    EXPECT_EQ(gain->hash(), repeat->hash());
+    EXPECT_EQ((VKFilterKeyExportConnectionSet{{gain}, {repeat}, {gain}}).size(), 2);
+    EXPECT_EQ(QList<size_t>({otherKey->hash(), swapped->hash()}), QList<size_t>(2, edge->hash()));
 }
 
 TEST(FilterChain, DescriptionsShowAddressesClassesAndKeys)
@@ -192,17 +159,13 @@ TEST(FilterChain, DescriptionsShowAddressesClassesAndKeys)
               "0x <VKFilterChainWrapper> - connections: (\n), exports: {(\n)}");
     wrapper->connectObject(a, "outputImage", b, "inputImage");
     wrapper->exportKey("inputScale", b, "gain");
-    const auto connection = wrapper->filterConnections().first();
-    const auto exported = wrapper->filterExportConnections().first();
     const QString connectionText =
-        address(connection.get()) +
+        address(wrapper->filterConnections().first().get()) +
         " <VKFilterConnection> - sourceKey: outputImage sourceFilter: ChainTestFilter, targetKey: "
         "inputImage targetFilter: ChainTestFilter";
-    const QString exportText = address(exported.get()) +
+    const QString exportText = address(wrapper->filterExportConnections().first().get()) +
                                " <VKFilterKeyExportConnection> - internalKey: inputScale "
                                "externalKey: gain, filter: ChainTestFilter";
-    EXPECT_EQ(connection->description(), connectionText);
-    EXPECT_EQ(exported->description(), exportText);
     EXPECT_EQ(wrapper->description(),
               address(wrapper.get()) + " <VKFilterChainWrapper> - connections: (\n    " +
                   connectionText + "\n), exports: {(\n    " + exportText + "\n)}");
@@ -235,77 +198,45 @@ TEST(FilterChain, NilParametersRaise)
     EXPECT_EQ(vkRaisedBy([&] { w.exportKey("inputScale", a, ""); }), "no exception");
 }
 
-TEST(FilterChain, ExportRules)
+// Steps export a key ("f0:inputScale->gain") or concatenate the first N filters ("concat:N");
+// then the graph as text, and the output's filter.
+TEST(FilterChain, ExportAndConcatenationRules)
 {
-    // Exports made in order, as "filter:internal->external"; then what stays, and the output's
-    // filter.
+    const char *firstFiltersKeys = "f0:inputLabel->inputLabel f0:inputScale->inputScale";
     const struct
     {
-        const char *name;
-        QStringList exports, expected;
-        QString output;
+        const char *name, *steps;
+        QString graph;
+        const char *output;
     } cases[] = {
-        {"first of a name wins",
-         {"f0:inputScale->gain", "f1:inputScale->gain", "f0:inputOffset->gain"},
-         {"f0:inputScale->gain"},
-         "none"},
-        {"last output wins",
-         {"f0:outputImage->outputImage", "f1:outputImage->outputImage"},
-         {},
-         "f1"},
-        {"the output is not an input",
-         {"f0:inputImage->outputImage", "f1:inputImage->inputImage"},
-         {"f1:inputImage->inputImage"},
-         "f0"},
-        {"one key under two names",
-         {"f0:inputScale->gain", "f0:inputScale->exposure"},
-         {"f0:inputScale->exposure", "f0:inputScale->gain"},
+        {"first of a name wins", "f0:inputScale->gain f1:inputScale->gain f0:inputLabel->gain",
+         "f0:inputScale->gain", "none"},
+        {"last output wins", "f0:outputImage->outputImage f1:outputImage->outputImage", "", "f1"},
+        {"the output is not an input", "f0:inputImage->outputImage f1:inputImage->inputImage",
+         "f1:inputImage->inputImage", "f0"},
+        {"one key under two names", "f0:inputScale->gain f0:inputScale->exposure",
+         "f0:inputScale->exposure f0:inputScale->gain", "none"},
+        {"concatenating none", "concat:0", "", "none"},
+        {"concatenating one", "concat:1", firstFiltersKeys, "none"},
+        {"concatenating three: the first filter's parameters win", "concat:3",
+         QString("f0.outputImage->f1.inputImage f1.outputImage->f2.inputImage ") + firstFiltersKeys,
          "none"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const QList<std::shared_ptr<VKFilter>> filters{testFilter("f0"), testFilter("f1")};
+        const QList<std::shared_ptr<VKFilter>> filters{testFilter("f0"), testFilter("f1"),
+                                                       testFilter("f2")};
         VKFilterChainWrapper w;
-        for (const QString &e : c.exports) {
-            const QStringList parts = e.split(QRegularExpression(":|->"));
-            w.exportKey(parts[1], filters[parts[0].back().digitValue()], parts[2]);
+        for (const QString &step : QString(c.steps).split(' ')) {
+            const QStringList parts = step.split(QRegularExpression(":|->"));
+            if (parts[0] == "concat")
+                w.concatenateFiltersFromArray(filters.mid(0, parts[1].toInt()));
+            else
+                w.exportKey(parts[1], filters[parts[0].back().digitValue()], parts[2]);
         }
-        EXPECT_EQ(exportsOf(w), c.expected);
+        EXPECT_EQ(graphOf(w), c.graph.split(' ', Qt::SkipEmptyParts));
         EXPECT_EQ(label(w.outputConnection() ? w.outputConnection()->exportingFilter() : nullptr),
                   c.output);
-        EXPECT_TRUE(w.exportedConnectionForExternalKey("outputImage").isEmpty());
-    }
-}
-
-TEST(FilterChain, ConcatenationConnectsNeighboursAndExportsParameters)
-{
-    const QStringList firstFiltersKeys{"f0:inputLabel->inputLabel", "f0:inputOffset->inputOffset",
-                                       "f0:inputScale->inputScale"};
-    const struct
-    {
-        const char *name;
-        int count;
-        QStringList connections;
-        QStringList exports;
-    } cases[] = {
-        {"empty", 0, {}, {}},
-        {"one", 1, {}, firstFiltersKeys},
-        {"three: the first filter's parameters win",
-         3,
-         {"f0.outputImage->f1.inputImage", "f1.outputImage->f2.inputImage"},
-         firstFiltersKeys},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        QList<std::shared_ptr<VKFilter>> filters;
-        for (int i = 0; i < c.count; ++i)
-            filters.append(testFilter(QStringLiteral("f%1").arg(i)));
-        VKFilterChainWrapper w;
-        w.concatenateFiltersFromArray(filters);
-        EXPECT_EQ(connectionsOf(w), c.connections);
-        EXPECT_EQ(exportsOf(w), c.exports);
-        EXPECT_FALSE(w.outputConnection());
-        EXPECT_FALSE(w.inputKeys().contains("inputImage"));
     }
 }
 
@@ -316,16 +247,16 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     w->exportInputImageKeyForFilter(a);
     w->exportKey("inputScale", a, "gain");
     w->exportKey("inputScale", b, "gain2");
-    w->exportKey("inputOffset", b, "lift");
+    w->exportKey("inputLabel", b, "lift");
     w->exportOutputImageKeyForFilter(b);
 
-    const auto sorted = [](QStringList keys) {
-        keys.sort();
-        return keys;
-    };
-    EXPECT_EQ(sorted(w->inputKeys()), QStringList({"gain", "gain2", "inputImage", "lift"}));
-    EXPECT_EQ(sorted(w->inputParameterKeys()), QStringList({"gain", "gain2", "lift"}));
-    EXPECT_EQ(w->outputKeys(), QStringList{"outputImage"});
+    // In no particular order.
+    QStringList parameters = w->inputKeys();
+    EXPECT_EQ(QSet<QString>(parameters.cbegin(), parameters.cend()),
+              QSet<QString>({"gain", "gain2", "inputImage", "lift"}));
+    parameters.removeOne("inputImage");
+    EXPECT_EQ(w->inputParameterKeys(), parameters) << "in the order of the input keys";
+
     const QVariantMap attributes = w->customAttributes();
     EXPECT_EQ(attributes.keys(), QStringList({"gain", "gain2", "inputImage", "lift"}));
     EXPECT_EQ(attributes["gain"].toMap()[VKAttributeMax].toDouble(), 8.0);
@@ -346,19 +277,15 @@ TEST(FilterChain, KeysValuesAndDefaultsGoThroughExports)
     EXPECT_EQ(a->defaultsSent, 2);
     EXPECT_EQ(b->defaultsSent, 2);
     EXPECT_EQ(w->valueForKey("gain").toDouble(), 1.0);
-
-    // Copies are the wrapper itself.
-    auto copy = w->copy();
-    EXPECT_EQ(copy.get(), w.get());
 }
 
-TEST(FilterChain, EvaluationFollowsConnectionOrder)
+TEST(FilterChain, EvaluationFollowsConnectionOrderWithinTheGraph)
 {
-    // (x * 2 + 0.5) * 4 - 1, then * 0.5 + 0 on RGB; alpha passes. Downstream first, b is read
-    // before a fed it: the first evaluation has nothing to show.
+    // x * 2 * 4 * 0.5 on RGB; alpha passes. Downstream first, b is read before a fed it: the
+    // first evaluation has nothing to show.
     for (const bool upstreamFirst : {true, false}) {
         SCOPED_TRACE(upstreamFirst);
-        auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), c = testFilter("c", 0.5);
+        auto a = testFilter("a", 2), b = testFilter("b", 4), c = testFilter("c", 0.5);
         VKFilterChainWrapper w;
         if (upstreamFirst) {
             w.concatenateFiltersFromArray({a, b, c});
@@ -373,19 +300,16 @@ TEST(FilterChain, EvaluationFollowsConnectionOrder)
         const VKImage out = w.outputImage();
         const QStringList order =
             upstreamFirst ? QStringList{"a", "b", "c"} : QStringList{"b", "a", "c"};
-        const QList<float> pixels = upstreamFirst
-                                        ? QList<float>{1.5f, 2.5f, 4.5f, 1, 0.5f, 1.0f, 8.5f, 0.5f}
-                                        : QList<float>{};
+        const QList<float> pixels =
+            upstreamFirst ? QList<float>{1, 2, 4, 1, 0, 0.5f, 8, 1} : QList<float>{};
         EXPECT_EQ(g_rendered, order);
         EXPECT_EQ(render(out), pixels);
     }
-}
 
-TEST(FilterChain, AGraphThatContainsItsWrapperRaisesWhenEvaluated)
-{
+    // A graph that contains its wrapper raises instead. It refers to the wrapper without owning
+    // it, so nothing leaks.
     auto w = std::make_shared<VKFilterChainWrapper>();
     auto a = testFilter("a");
-    // The graph refers to its wrapper without owning it, so nothing leaks.
     const std::shared_ptr<VKFilter> self(std::shared_ptr<VKFilter>(), w.get());
     w->connectObject(self, "outputImage", a, "inputImage");
     w->exportOutputImageKeyForFilter(a);
@@ -395,19 +319,6 @@ TEST(FilterChain, AGraphThatContainsItsWrapperRaisesWhenEvaluated)
 }
 
 namespace {
-
-// a -> b -> c, the image in at a and out of c, and each filter's scale under its own name.
-std::shared_ptr<VKFilterChainWrapper> archivableChain(const QString &longName = "gainC")
-{
-    auto a = testFilter("a", 2, 0.5), b = testFilter("b", 4, -1), c = testFilter("c", 0.5);
-    auto w = std::make_shared<VKFilterChainWrapper>();
-    w->concatenateFiltersFromArray({a, b, c});
-    w->exportKey("inputScale", b, "gainB");
-    w->exportKey("inputScale", c, longName);
-    w->exportInputImageKeyForFilter(a);
-    w->exportOutputImageKeyForFilter(c);
-    return w;
-}
 
 QByteArray archive(const std::shared_ptr<VKCoding> &root)
 {
@@ -429,74 +340,39 @@ QString classOf(const QVariantList &objects, const QVariant &object)
         .toString();
 }
 
-// Lets `edit` change every object of `className` (every object when empty) in the archive.
-using Edit = std::function<void(const QVariantList &objects, QVariant &object)>;
-QByteArray edited(const QByteArray &data, const QString &className, const Edit &edit)
+// Sets `key` of every object of `className` to what `value` makes of the table of objects; an
+// invalid value removes the key.
+QByteArray withValue(const QByteArray &data, const QString &className, const char *key,
+                     const std::function<QVariant(const QVariantList &objects)> &value)
 {
     QVariantMap root = VKPropertyList::propertyListWithData(data).toMap();
     QVariantList objects = root["$objects"].toList();
-    for (QVariant &object : objects)
-        if (className.isEmpty() || classOf(objects, object) == className)
-            edit(objects, object);
+    for (QVariant &object : objects) {
+        if (classOf(objects, object) != className)
+            continue;
+        QVariantMap map = object.toMap();
+        const QVariant v = value(objects);
+        if (v.isValid())
+            map[key] = v;
+        else
+            map.remove(key);
+        object = map;
+    }
     root["$objects"] = objects;
     return VKPropertyList::dataWithPropertyList(root, VKPropertyListFormat::Binary);
 }
 
-// Sets `key` of every object of `className` to what `value` makes of the table.
-QByteArray withValue(const QByteArray &data, const QString &className, const char *key,
-                     const std::function<QVariant(const QVariantList &objects)> &value)
-{
-    return edited(data, className, [&](const QVariantList &objects, QVariant &object) {
-        QVariantMap map = object.toMap();
-        map[key] = value(objects);
-        object = map;
-    });
-}
-
 } // namespace
-
-// A chain inside a chain, with filters shared by several edges and exports: the restored graph
-// is the same graph (one object per filter) and renders the same pixels.
-TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
-{
-    auto inner = archivableChain();
-    auto pre = testFilter("pre");
-    auto outer = std::make_shared<VKFilterChainWrapper>();
-    outer->concatenateFiltersFromArray({pre, inner});
-    outer->exportInputImageKeyForFilter(pre);
-    outer->exportOutputImageKeyForFilter(inner);
-
-    VKError error;
-    const auto restored =
-        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(archive(outer), &error);
-    ASSERT_TRUE(restored) << error.localizedDescription();
-    const auto restoredInner = std::dynamic_pointer_cast<VKFilterChainWrapper>(
-        restored->filterConnections().value(0)->targetFilter());
-    ASSERT_TRUE(restoredInner);
-    EXPECT_EQ(restored->outputConnection()->exportingFilter(), restoredInner);
-    EXPECT_EQ(exportsOf(*restored), exportsOf(*outer));
-    EXPECT_EQ(connectionsOf(*restoredInner), connectionsOf(*inner));
-    EXPECT_EQ(exportsOf(*restoredInner), exportsOf(*inner));
-    const auto edges = restoredInner->filterConnections();
-    EXPECT_EQ(edges[0]->targetFilter(), edges[1]->sourceFilter());
-    EXPECT_EQ(edges[1]->targetFilter(), restoredInner->outputConnection()->exportingFilter());
-
-    for (const auto &w : {outer, restored}) {
-        setInput(*w);
-        w->setValueForKey(1.0, "gainC");
-        EXPECT_EQ(render(w->outputImage()),
-                  QList<float>({3.0f, 5.0f, 9.0f, 1, 1.0f, 2.0f, 17.0f, 0.5f}));
-    }
-}
 
 TEST(FilterChain, HostileArchivesFailWithAnError)
 {
-    const QByteArray good = archive(archivableChain());
-    // A name long enough that its length takes four bytes, which are then made to say 100 MB.
-    QByteArray huge = archive(archivableChain(QString(70000, u'x')));
-    const qsizetype at = huge.indexOf(QByteArray("\x5f\x12\x00\x01\x11\x70", 6));
-    ASSERT_GE(at, 0);
-    huge.replace(at, 6, QByteArray("\x5f\x12\x06\x40\x00\x00", 6));
+    // a -> b -> c, the image in at a and out of c.
+    auto a = testFilter("a"), b = testFilter("b"), c = testFilter("c");
+    auto w = std::make_shared<VKFilterChainWrapper>();
+    w->concatenateFiltersFromArray({a, b, c});
+    w->exportInputImageKeyForFilter(a);
+    w->exportOutputImageKeyForFilter(c);
+    const QByteArray good = archive(w);
 
     // A reference to the first object of a class, and the wrapper's to its connections.
     const auto uidOfClass = [](const char *className) {
@@ -513,17 +389,13 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
             .toMap()
             .value("filterConnections");
     };
+    const auto seven = [](const QVariantList &) { return QVariant(7); };
     const struct
     {
         const char *name;
         QByteArray data;
-        QString description = {}; // empty: any text
-        QString logged = {};
+        QString description;
     } cases[] = {
-        {"truncated", good.left(good.size() - 9), "The data is not a keyed archive"},
-        {"header damaged", QByteArray(good).replace(0, 6, "xplist"),
-         "The data is not a keyed archive"},
-        {"100 MB length field", huge},
         {"connections are an object",
          withValue(good, "VKFilterChainWrapper", "filterConnections",
                    uidOfClass("VKFilterKeyExportConnection")),
@@ -532,71 +404,41 @@ TEST(FilterChain, HostileArchivesFailWithAnError)
          withValue(good, "VKFilterChainWrapper", "filterExportConnections", connectionsOfWrapper),
          "The set for key \"filterExportConnections\" holds something other than export "
          "connections"},
-        {"source key is a number",
-         withValue(good, "VKFilterConnection", "sourceKey",
-                   [](const QVariantList &) { return QVariant(7); }),
+        {"source key is a number", withValue(good, "VKFilterConnection", "sourceKey", seven),
          "The value for key \"sourceKey\" is not a string"},
-        {"source filter is an export", withValue(good, "VKFilterConnection", "sourceFilter",
-                                                 uidOfClass("VKFilterKeyExportConnection"))},
-        {"output is a connection", withValue(good, "VKFilterChainWrapper", "outputConnection",
-                                             uidOfClass("VKFilterConnection"))},
-        {"class names are an object", withValue(good, "VKFilterConnection", "filterClassNames",
-                                                uidOfClass("VKFilterChainWrapper"))},
         {"class names hold objects",
          withValue(good, "VKFilterKeyExportConnection", "filterClassNames", connectionsOfWrapper),
          "The value for key \"filterClassNames\" holds a member that is not a class name"},
         {"export without a filter",
-         edited(good, "VKFilterKeyExportConnection",
-                [](const QVariantList &, QVariant &object) {
-                    QVariantMap map = object.toMap();
-                    map.remove("exportingFilter");
-                    object = map;
-                }),
+         withValue(good, "VKFilterKeyExportConnection", "exportingFilter",
+                   [](const QVariantList &) { return QVariant(); }),
          "VKFilterKeyExportConnection has no value for key \"exportingFilter\""},
         {"filter values are no dictionary",
-         withValue(good, "ChainTestFilter", "VKFilterInputValues",
-                   [](const QVariantList &) { return QVariant(7); }),
+         withValue(good, "ChainTestFilter", "VKFilterInputValues", seven),
          "The filter's values in the archive are not a dictionary."},
         {"reference loop",
          withValue(good, "VKFilterConnection", "sourceFilter", uidOfClass("VKFilterChainWrapper")),
          "VKFilterChainWrapper refers back to itself through its filters"},
-        {"unknown class",
-         edited(good, {},
-                [](const QVariantList &, QVariant &object) {
-                    QVariantMap map = object.toMap();
-                    if (map.value("$classname") == "ChainTestFilter") {
-                        map["$classname"] = "GoneFilter";
-                        object = map;
-                    } else if (object == "ChainTestFilter") {
-                        object = "GoneFilter";
-                    }
-                }),
-         "Cannot decode an object of class \"GoneFilter\" for key \"sourceFilter\": the class is "
-         "unknown or not archivable",
-         "VFFilterFactory can't create filter GoneFilter, not loaded"},
+        // A name of the same length keeps the binary layout intact.
+        {"unknown class", QByteArray(good).replace("ChainTestFilter", "ChainGoneFilter"),
+         "Cannot decode an object of class \"ChainGoneFilter\" for key \"sourceFilter\": the "
+         "class is unknown or not archivable"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        VKLogCapture log;
         VKError error;
         EXPECT_FALSE(
             VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(c.data, &error));
         EXPECT_EQ(error.domain(), VQErrorDomainVessanUtilities);
-        EXPECT_FALSE(error.localizedDescription().isEmpty());
-        if (!c.description.isEmpty()) {
-            EXPECT_EQ(error.localizedDescription(), c.description);
-        }
-        if (!c.logged.isEmpty()) {
-            EXPECT_TRUE(log.messages().contains(c.logged)) << log.messages().join('\n');
-        }
+        EXPECT_EQ(error.localizedDescription(), c.description);
     }
 }
 
-// Exposure (GEGL), the Grade plug-in and levels (GEGL), concatenated, with every parameter set
-// through the wrapper. Then the same chain restored by a fresh process, which has to load
-// Grade.plugin from its Filters folder while decoding, renders the same pixels; a copy of that
-// program with no Filters folder beside it cannot make the Grade filter.
-TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
+// Exposure (GEGL), then a chain inside the chain: the Grade plug-in and levels (GEGL), with every
+// parameter set through the outer wrapper. Restored here it is the same graph, one object per
+// filter, and renders the same pixels; so it does in a fresh process, which loads Grade.plugin
+// from the "../Filters" beside it on the way.
+TEST(FilterChain, ArchivedChainsRestoreTheSameGraphAndPixels)
 {
     const auto exposure = VKFilterFactory::filterWithName("gegl:exposure");
     const auto grade = VKFilterFactory::filterWithName("Grade");
@@ -604,58 +446,50 @@ TEST(FilterChain, GradingChainPixelsSurviveAFreshProcess)
     ASSERT_TRUE(exposure && levels) << "GEGL lacks exposure or levels";
     ASSERT_TRUE(grade) << "Grade.plugin was not loaded from "
                        << VKFilterFactory::filtersFolderPath();
+    auto inner = std::make_shared<VKFilterChainWrapper>();
+    inner->concatenateFiltersFromArray({grade, levels});
+    inner->exportInputImageKeyForFilter(grade);
+    inner->exportOutputImageKeyForFilter(levels);
     auto chain = std::make_shared<VKFilterChainWrapper>();
-    chain->concatenateFiltersFromArray({exposure, grade, levels});
+    chain->concatenateFiltersFromArray({exposure, inner});
     chain->exportInputImageKeyForFilter(exposure);
-    chain->exportOutputImageKeyForFilter(levels);
+    chain->exportOutputImageKeyForFilter(inner);
     const QVariantMap parameters{
-        {"exposure", 1.0},
-        {"inputSlope", QVariant::fromValue(VKRGBTriple(0.5f, 1, 2))},
-        {"inputOffset", QVariant::fromValue(VKRGBTriple(0.25f, 0, -0.5f))},
-        {"in-low", 0.0},
-        {"in-high", 4.0},
-        {"out-low", 0.5},
-        {"out-high", 1.5},
+        {"exposure", 1.0}, {"inputSlope", QVariant::fromValue(VKRGBTriple(0.5f, 1, 2))},
+        {"in-low", 0.0},   {"in-high", 4.0},
+        {"out-low", 0.5},  {"out-high", 1.5},
     };
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
         chain->setValueForKey(it.value(), it.key());
-    const QList<float> input{0.25f, 0.5f, 1.0f, 1.0f, 0.0f, 0.125f, 2.0f, 1.0f};
-    setInput(*chain, input);
-    // x * 2, then * slope + offset, then / 4 + 0.5.
-    const QList<float> expected{0.625f, 0.75f, 1.375f, 1.0f, 0.5625f, 0.5625f, 2.375f, 1.0f};
+    setInput(*chain);
+    // x * 2, then * slope, then / 4 + 0.5.
+    const QList<float> expected{0.5625f, 0.75f, 1.5f, 1, 0.5f, 0.5625f, 2.5f, 1};
     const QList<float> rendered = render(chain->outputImage());
-    EXPECT_TRUE(vkNear(rendered, expected, 1e-6f));
+    EXPECT_EQ(rendered, expected);
+
+    VKError error;
+    const QByteArray data = archive(chain);
+    const auto restored =
+        VKKeyedUnarchiver::unarchivedObjectOfClass<VKFilterChainWrapper>(data, &error);
+    ASSERT_TRUE(restored) << error.localizedDescription();
+    const auto restoredInner = std::dynamic_pointer_cast<VKFilterChainWrapper>(
+        restored->filterConnections().value(0)->targetFilter());
+    ASSERT_TRUE(restoredInner);
+    EXPECT_EQ(restored->outputConnection()->exportingFilter(), restoredInner);
+    EXPECT_EQ(graphOf(*restored), graphOf(*chain));
+    EXPECT_EQ(graphOf(*restoredInner), graphOf(*inner));
+    EXPECT_EQ(restoredInner->filterConnections().value(0)->targetFilter(),
+              restoredInner->outputConnection()->exportingFilter());
+    setInput(*restored);
+    EXPECT_EQ(render(restored->outputImage()), rendered);
 
     VKTempDir temp;
-    const QStringList arguments{
-        temp.writeFile("chain.archive", archive(chain)),
-        temp.writeFile("pixels.raw", QByteArray(reinterpret_cast<const char *>(input.data()),
-                                                input.size() * qsizetype(sizeof(float)))),
-        "2", "1", "Grade"};
-    const QString lonely = temp.makeDir("bin") + "/vkchain_restore";
-    ASSERT_TRUE(QFile::copy(vkTestBinaryPath("vkchain_restore"), lonely));
-    // Beside the suite, "../Filters" holds Grade.plugin.
-    for (const QString &program : {vkTestBinaryPath("vkchain_restore"), lonely}) {
-        SCOPED_TRACE(program);
-        QProcess child;
-        child.start(program, arguments);
-        ASSERT_TRUE(child.waitForFinished(60000));
-        const QString out = QString::fromUtf8(child.readAllStandardOutput());
-        const QString err = QString::fromUtf8(child.readAllStandardError());
-        if (program == lonely) {
-            EXPECT_EQ(child.exitCode(), 1);
-            EXPECT_TRUE(err.contains("VFFilterFactory can't create filter Grade, not loaded"))
-                << err;
-            EXPECT_TRUE(err.contains("error: Cannot decode an object of class \"Grade\"")) << err;
-            continue;
-        }
-        ASSERT_EQ(child.exitCode(), 0) << err;
-        const QStringList lines = out.split('\n', Qt::SkipEmptyParts);
-        ASSERT_EQ(lines.size(), 2) << out;
-        EXPECT_EQ(lines[0], "before: no after: yes");
-        QList<float> restored;
-        for (const QString &number : lines[1].split(' '))
-            restored.append(number.toFloat());
-        EXPECT_EQ(restored, rendered);
-    }
+    const VKProgramRun run =
+        vkRunProgram(vkTestBinaryPath("vkfilterprobe"), {"--restore", temp.writeFile("c", data)});
+    QJsonArray pixels;
+    for (const float value : rendered)
+        pixels.append(double(value));
+    EXPECT_EQ(QJsonDocument::fromJson(run.output).object(),
+              QJsonObject({{"before", false}, {"after", true}, {"pixels", pixels}}))
+        << run.output.toStdString();
 }

@@ -1,19 +1,10 @@
-// The test plug-in "Grade": slope and offset per channel, out = in * slope + offset.
+// The test plug-in "Grade": a slope per channel, out = in * slope.
 #include "Color/VKFilter.h"
 #include "Color/VKImage.h"
 #include "Color/VKTriple.h"
 
 #include <QObject>
 #include <QtPlugin>
-
-namespace {
-
-VKTriple tripleOr(const QVariant &value, VKTriple fallback)
-{
-    return VKTriple::fromVariant(value).value_or(fallback);
-}
-
-} // namespace
 
 class GradeFilter : public VKFilter
 {
@@ -24,20 +15,17 @@ public:
         declareInputKey(QStringLiteral("inputSlope"),
                         {{VKAttributeType, VKAttributeTypeTriple},
                          {VKAttributeDefault, QVariant::fromValue(VKRGBTriple(1, 1, 1))}});
-        declareInputKey(QStringLiteral("inputOffset"),
-                        {{VKAttributeType, VKAttributeTypeTriple},
-                         {VKAttributeDefault, QVariant::fromValue(VKRGBTriple(0, 0, 0))}});
     }
 
     VKImage outputImage() override
     {
-        const VKTriple s = tripleOr(inputValue(QStringLiteral("inputSlope")), VKTriple(1, 1, 1));
-        const VKTriple o = tripleOr(inputValue(QStringLiteral("inputOffset")), VKTriple(0, 0, 0));
-        return inputImage().imageByApplyingPointFunction([s, o](float *p, qint64 n) {
+        const VKTriple s = VKTriple::fromVariant(inputValue(QStringLiteral("inputSlope")))
+                               .value_or(VKTriple(1, 1, 1));
+        return inputImage().imageByApplyingPointFunction([s](float *p, qint64 n) {
             for (qint64 i = 0; i < n; ++i, p += 4) {
-                p[0] = p[0] * s.x() + o.x();
-                p[1] = p[1] * s.y() + o.y();
-                p[2] = p[2] * s.z() + o.z();
+                p[0] *= s.x();
+                p[1] *= s.y();
+                p[2] *= s.z();
             }
         });
     }
