@@ -139,10 +139,15 @@ TEST(PropertyList, WhatIsNoPropertyListFailsToRead)
 {
     const QByteArray binary = VKPropertyList::dataWithPropertyList(
         QVariantMap{{"a", QVariantList{1, 2, 3}}}, VKPropertyListFormat::Binary);
+    // A string whose four-byte length field is then made to say 100 MB.
+    QByteArray huge =
+        VKPropertyList::dataWithPropertyList(QString(70000, u'x'), VKPropertyListFormat::Binary);
+    huge.replace(QByteArray("\x5f\x12\x00\x01\x11\x70", 6),
+                 QByteArray("\x5f\x12\x06\x40\x00\x00", 6));
     // clang-format off
     const struct { const char *name; QByteArray data; } cases[] = {
         {"empty", QByteArray()}, {"text", "hello"}, {"binary magic only", "bplist00"},
-        {"truncated binary", binary.left(binary.size() - 10)},
+        {"truncated binary", binary.left(binary.size() - 10)}, {"100 MB length field", huge},
         {"unclosed xml", "<?xml version=\"1.0\"?><plist><dict><key>a</key>"},
         {"NUL in an xml key", "<plist><dict><key>a&#x00;b</key><true/></dict></plist>"},
         // {"a\0b": 1}: libplist asserts on such a key.
