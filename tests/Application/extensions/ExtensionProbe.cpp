@@ -6,37 +6,36 @@
 #include "Application/VKApplication.h"
 #include "Application/VKExtensionRegistry.h"
 #include "Application/VKPrint.h"
+#include "Application/VKResponder.h"
 #include "Foundation/VKApplicationLifecycle.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKException.h"
 #include "Foundation/VKNotificationCenter.h"
 
-#include "RegistryTestService.h"
-
 #include <QTimer>
 
 int vkRegistryFrameworkMarker();
 
-class VKRegistryMainService : public VKRegistryTestService
+class VKRegistryMainService : public VKResponder
 {
 public:
-    QString origin() const override { return QStringLiteral("main"); }
+    VKRegistryMainService() { setObjectName(QStringLiteral("main")); }
 };
-VK_REGISTER_CLASS(VKRegistryMainService, VKRegistryTestService)
+VK_REGISTER_CLASS(VKRegistryMainService, VKResponder)
 
 namespace {
 
-// "role: class name|class found|origin of a new object|fresh|the declaration's Note", with "-"
-// for nothing.
+// "role: class name|class found|name of a new object|fresh|the declaration's Note", with "-" for
+// nothing.
 QString describeRole(const QString &role)
 {
     const auto info = VKExtensionRegistry::classForRole(role);
-    const auto first = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
-    const auto second = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
+    const auto first = VKExtensionRegistry::instanceForRole<VKResponder>(role);
+    const auto second = VKExtensionRegistry::instanceForRole<VKResponder>(role);
     const auto declared = VKExtensionRegistry::sharedRegistry().extensionInfoForRole(role);
     QStringList facets{VKExtensionRegistry::classNameForRole(role), info ? info->name : QString(),
-                       first ? first->origin() : QString(),
+                       first ? first->objectName() : QString(),
                        first && second && first != second ? "fresh" : QString(),
                        declared ? declared->value(QStringLiteral("Note")).toString() : QString()};
     for (QString &facet : facets)
