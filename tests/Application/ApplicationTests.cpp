@@ -33,14 +33,37 @@ std::shared_ptr<VKApplicationConfiguration> configurationWith(const Options &opt
     return std::make_shared<VKApplicationConfiguration>("usage: tool", "bye", options);
 }
 
-// Every kind of entry, in lookup order: a null entry and entries with null identifiers first, an
-// empty identifier that catches the lone dashes, and "-o" twice (the first wins).
+// Options and parameters read from a file: entries that are not dictionaries, unknown keys and
+// identifiers that are not text are left out; the parameter type is a number, never a type name.
+const char *const optionsFile = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
+<key>options</key><array>
+  <dict><key>longIdentifier</key><string>loud</string><key>shortIdentifier</key><string>L</string>
+    <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
+  <string>not a dictionary</string>
+  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>Q</string></dict>
+</array>
+<key>parameters</key><array>
+  <dict><key>longIdentifier</key><string>frames</string><key>shortIdentifier</key><string>f</string>
+    <key>usageDescription</key><string>Frames.</string><key>parameterType</key><integer>1</integer>
+    <key>parameterName</key><string>n</string></dict>
+  <dict><key>longIdentifier</key><string>speed</string><key>parameterType</key><string>2</string></dict>
+  <dict><key>longIdentifier</key><string>name</string><key>parameterType</key><string>float</string></dict>
+  <dict><key>longIdentifier</key><string>yes</string><key>parameterType</key><true/></dict>
+  <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
+</array><key>unknown</key><true/></dict></plist>)";
+
+// Every kind of entry, in lookup order: a null entry and entries with null identifiers first, the
+// file's parameters then its options, an empty identifier that catches the lone dashes, "-o"
+// twice (the first wins), and subclasses.
 Options toolOptions()
 {
     Options options{nullptr, std::make_shared<VKApplicationOptionConfiguration>(),
                     std::make_shared<VKApplicationOptionConfiguration>(QString(), "q", ""),
                     P::parameterConfigurationWithLongIdentifier(
                         QString(), "p", "", VKApplicationParameterTypeString, "")};
+    VKTempDir dir;
+    options += VKApplication::applicationConfigurationFromFileAtPath(
+        dir.writeFile("tool.plist", optionsFile));
     options += VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
         {"verbose", "v", "Talk more.", "", "", "stdin", QString(), "ignored"});
     // clang-format off
@@ -135,8 +158,8 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
         {"a value is never an option", {"--out", "--verbose", "-o", "-v", "tail"}, "'tail' |  | out=QString(-v)"},
         {"numbers by type, derived classes by kind", {"--count", "-5", "-r", "-7.5x", "-l", "12", "-t", "3x"},
          " |  | count=int(-5) level=QString(12) rate=float(-7.5) tagged=int(3)"},
-        {"leading numbers only, 32 bits", {"-c", "-99999999999", "-r", "1e3", "--level", ""},
-         " |  | count=int(-2147483648) level=QString() rate=float(1000)"},
+        {"types read from the file", {"-f", "7", "--speed", "1.5", "--name", "1.5", "--yes", "1.5", "--no", "1.5", "-L"},
+         " | 'loud' | frames=int(7) name=QString(1.5) no=QString(1.5) speed=float(1.5) yes=int(1)"},
         {"a parameter as the last token is dropped, even without a long identifier",
          {"file", "-v", "-p"}, "'file' | 'verbose' | "},
         {"empty tokens and values", {"", "--out", "", ""}, "'' '' |  | out=QString()"},
@@ -147,16 +170,18 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
     // clang-format on
     for (const auto &c : cases)
         EXPECT_EQ(parsed(c.tokens), c.result) << c.name;
-    // Without a configuration every token is an argument; a null identifier finds nothing.
+    // Without a configuration every token is an argument.
     EXPECT_EQ(VKApplication::parseRawArguments({"-v"}, nullptr)->arguments(), QStringList{"-v"});
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier(QString(), toolOptions()), nullptr);
 }
 
-TEST(ApplicationUsage, ListsExactClassesOnlyInOrder)
+TEST(ApplicationConfiguration, UsageListsExactClassesOnlyInOrder)
 {
     EXPECT_EQ(VKApplication::usageText(configurationWith(toolOptions())).toUtf8(),
               QByteArray("usage: tool\n\nOPTIONS\n"
                          "\t-, --\n\t\t\n\n\t-q, --\n\t\t\n\n\t-p, -- <>\n\t\t\n\n"
+                         "\t-f, --frames <n>\n\t\tFrames.\n\n\t-, --speed <>\n\t\t\n\n"
+                         "\t-, --name <>\n\t\t\n\n\t-, --yes <>\n\t\t\n\n\t-, --no <>\n\t\t\n\n"
+                         "\t-L, --loud\n\t\tMehr \xe2\x80\x93 bitte.\n\n\t-Q, --\n\t\t\n\n"
                          "\t-v, --verbose\n\t\tTalk more.\n\n\t-, --\n\t\tstdin\n\n"
                          "\t-o, --out <file>\n\t\tOutput file.\n\n"
                          "\t-c, --count <n>\n\t\tHow many.\n\n"
@@ -166,74 +191,31 @@ TEST(ApplicationUsage, ListsExactClassesOnlyInOrder)
                          "\nbye\n"));
     // No header for an empty list; a header for a list of hidden classes only.
     using C = VKApplicationConfiguration;
-    const std::pair<std::shared_ptr<C>, QString> cases[] = {
-        {std::make_shared<C>("usage: x", "end", Options{}), "usage: x\n\n\nend\n"},
-        {nullptr, "\n\n\n\n"},
-        {std::make_shared<C>(
-             "", "",
-             Options{std::make_shared<Sub<VKApplicationOptionConfiguration>>("a", "b", "c")}),
-         "\n\nOPTIONS\n\n\n"},
-    };
-    for (const auto &[configuration, text] : cases)
-        EXPECT_EQ(VKApplication::usageText(configuration), text);
+    const auto hidden = std::make_shared<Sub<VKApplicationOptionConfiguration>>("a", "b", "c");
+    EXPECT_EQ(VKApplication::usageText(std::make_shared<C>("usage: x", "end", Options{})),
+              "usage: x\n\n\nend\n");
+    EXPECT_EQ(VKApplication::usageText(std::make_shared<C>("", "", Options{hidden})),
+              "\n\nOPTIONS\n\n\n");
 }
 
-TEST(ApplicationConfigurationLists, GroupsMustBeComplete)
+TEST(ApplicationConfiguration, ListsInCodeMustBeCompleteFilesMustBeDictionariesOfLists)
 {
     using A = VKApplication;
     const QString three =
         "NSInvalidArgumentException|number of variable arguments must be a multiple of 3";
-    const QString five = QString(three).replace(u'3', u'5');
-    // clang-format off
-    const std::pair<std::function<void()>, QString> cases[] = {
-        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"}); }, three},
-        {[] { A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({"a", "b", "c", "int", "n", "x", "y", "z", "float"}); }, five},
-        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({}); }, "no exception"},
-    };
-    // clang-format on
-    for (const auto &[call, raised] : cases)
-        EXPECT_EQ(vkRaisedBy(call), raised);
-}
-
-TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
-{
-    // Parameters come first whatever the order in the file; entries that are not dictionaries,
-    // unknown keys and values that are not strings (as identifiers) are left out; the type is a
-    // number, never a type name.
-    const char *xml = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
-<key>options</key><array>
-  <dict><key>longIdentifier</key><string>verbose</string><key>shortIdentifier</key><string>v</string>
-    <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
-  <string>not a dictionary</string>
-  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>q</string></dict>
-</array>
-<key>parameters</key><array>
-  <dict><key>longIdentifier</key><string>count</string><key>shortIdentifier</key><string>c</string>
-    <key>usageDescription</key><string>How many.</string><key>parameterType</key><integer>1</integer>
-    <key>parameterName</key><string>n</string></dict>
-  <dict><key>longIdentifier</key><string>rate</string><key>parameterType</key><string>2</string></dict>
-  <dict><key>longIdentifier</key><string>name</string><key>parameterType</key><string>float</string></dict>
-  <dict><key>longIdentifier</key><string>scale</string><key>parameterType</key><real>2.9</real></dict>
-  <dict><key>longIdentifier</key><string>yes</string><key>parameterType</key><true/></dict>
-  <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
-</array><key>unknown</key><true/></dict></plist>)";
-    VKTempDir dir;
-    const Options options =
-        VKApplication::applicationConfigurationFromFileAtPath(dir.writeFile("tool.plist", xml));
-    EXPECT_EQ(VKApplication::usageText(configurationWith(options)),
-              QString::fromUtf8("usage: tool\n\nOPTIONS\n\t-c, --count <n>\n\t\tHow many.\n\n"
-                                "\t-, --rate <>\n\t\t\n\n\t-, --name <>\n\t\t\n\n"
-                                "\t-, --scale <>\n\t\t\n\n\t-, --yes <>\n\t\t\n\n"
-                                "\t-, --no <>\n\t\t\n\n\t-v, --verbose\n\t\tMehr – bitte.\n\n"
-                                "\t-q, --\n\t\t\n\n\nbye\n"));
-    // Values read by each type; the missing short identifiers are null, so "-" finds nothing.
-    EXPECT_EQ(parsed({"--rate", "1.5", "--name", "1.5", "--scale", "1.5", "--yes", "1.5", "--no",
-                      "1.5", "-", "-c", "7"},
-                     options),
-              "'-' |  | count=int(7) name=QString(1.5) no=QString(1.5) rate=float(1.5) "
-              "scale=float(1.5) yes=int(1)");
+    EXPECT_EQ(vkRaisedBy([] {
+                  A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"});
+              }),
+              three);
+    EXPECT_EQ(vkRaisedBy([] {
+                  A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                      {"a", "b", "c", "int", "n", "x", "y", "z", "float"});
+              }),
+              QString(three).replace(u'3', u'5'));
+    EXPECT_TRUE(A::optionsWithLongIdentifierShortIdentifierAndUsage({}).isEmpty());
 
     // Files that are no dictionary of lists, and paths without a file, give nothing.
+    VKTempDir dir;
     const QByteArray header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
     // clang-format off
     const QString paths[] = {
@@ -244,16 +226,15 @@ TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
     };
     // clang-format on
     for (const QString &path : paths)
-        EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(path).isEmpty()) << path;
+        EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(path).isEmpty()) << path;
 }
 
 TEST(ApplicationArguments, DescriptionAndEquality)
 {
     const QStringList args{"a b", "c"};
     const VKApplicationArguments arguments(args, {{"rate", 2.5f}, {"out", "x.txt"}}, {"verbose"});
-    EXPECT_EQ(arguments.description(),
-              "Arguments: (\n    \"a b\",\n    c\n) \n\n Parameters: {\n    out = x.txt;\n"
-              "    rate = 2.5;\n} \n\n Options: (\n    verbose\n)");
+    EXPECT_EQ(VKApplicationArguments({"a"}, {{"n", 1}}, {}).description(),
+              "Arguments: (\n    a\n) \n\n Parameters: {\n    n = 1;\n} \n\n Options: (\n)");
 
     // Numbers compare by value, not by type; the other object may be of the receiver's class or
     // of any class below it, at any depth.

@@ -151,9 +151,6 @@ TEST(Enum, ElementsValuesEqualityAndDescriptions)
         EXPECT_EQ(b->isEqual(a.get()), equal) << first << "|" << second;
     }
 
-    const auto plain = VKEnumElement::sourceWithIdentifier({}, {}, {});
-    EXPECT_EQ(plain->description(),
-              "<VKEnumElement: " + address(plain.get()) + "> \"(null)\" (null)");
     const auto list = VKTestRateEnum::elements();
     EXPECT_EQ(rates->description(), "<VKTestRateEnum: " + address(rates.get()) + ">{\n" +
                                         "\t<VKTestValueElement: " + address(list[0].get()) +

@@ -1,6 +1,6 @@
-// Commands along the responder chain: which objects answer a command, the state notifications of
-// action targets, the discovery and linking of targets at launch, and a real window whose command
-// actions follow the targets and the focused text field.
+// Commands along the responder chain, in a real window: the discovery and linking of action
+// targets at launch, which objects answer a command, the state notifications of the targets and
+// the command actions that follow them and the focused text field.
 #include "Application/VKActionDispatch.h"
 #include "Application/VKActionTarget.h"
 #include "Application/VKCommandAction.h"
@@ -82,90 +82,6 @@ QString chain(const VKResponder *responder)
     return names.join(u' ');
 }
 
-TEST(Responder, AnswersCommandsByNameDeclarationAndValidity)
-{
-    // clang-format off
-    const struct { const char *name; bool valid; QString command; bool expected; } cases[] = {
-        {"declared and valid", true, "showHelp", true},
-        {"declared but invalid is invisible", false, "showHelp", false},
-        {"an undeclared command answers while invalid", false, "deleteLater", true},
-        {"signal is no command", true, "announced", false},
-        {"protected method is no command", true, "hidden", false},
-        {"method taking a string is no command", true, "takesText", false},
-        {"empty", true, "", false},
-    };
-    // clang-format on
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(VDActionTargetHelp("T", c.valid).respondsToSelector(c.command), c.expected);
-    }
-}
-
-TEST(ActionTarget, PostsOnChangesOfValidityAndOfTheObservedValuesOnly)
-{
-    auto a = std::make_shared<VKObservable>(), b = std::make_shared<VKObservable>();
-    auto target = std::make_unique<VDActionTargetHelp>("T", false);
-    VKLogCapture log;
-    // Each step's name, then the announcements and posts it caused.
-    QStringList events;
-    const auto posts = VKNotificationCenter::defaultCenter().addObserver(
-        &events, VKActionTargetStateCouldHaveBeenChangedNotification, nullptr,
-        [&](const VKNotification &n) {
-            QStringList names(n.object().commandNames().cbegin(), n.object().commandNames().cend());
-            names.sort(); // the object is the set of names, not the target
-            events << "post " + names.join(u',') + (n.object().identity() ? " target" : "");
-        });
-    target->observe(kValid, VKKeyValueObservingOptionOld | VKKeyValueObservingOptionNew,
-                    [&](VKObservable *, const QString &, const VKKeyValueChange &change) {
-                        events << "valid " + change.oldValue.toString() + ">" +
-                                      change.newValue.toString();
-                    });
-    target->observe(
-        "invokeControlValidationObservers", 0,
-        [&](VKObservable *, const QString &, const VKKeyValueChange &) { events << "dictionary"; });
-    const auto bump = [](VKObservable &object, const QString &key) {
-        object.changeValueForKey(key, [] {});
-    };
-    // An observation the target did not ask for.
-    const auto stray = [&](VKObservable &object, const QString &key) {
-        object.addObserver(target.get(), key);
-        bump(object, key);
-        object.removeObserver(target.get(), key);
-    };
-    // clang-format off
-    const std::pair<const char *, std::function<void()>> steps[] = {
-        {"same", [&] { target->setValid(false); }},
-        {"changed", [&] { target->setValid(true); }},
-        {"same by key", [&] { target->setValueForKey(true, kValid); }},
-        {"changed by key", [&] { target->setValueForKey(false, kValid); }},
-        {"observe a", [&] { target->setInvokeControlValidationObservers({{"count", a}}); bump(*a, "count"); }},
-        {"replace a by b", [&] { target->setInvokeControlValidationObservers({{"count", b}}); bump(*a, "count"); bump(*b, "count"); }},
-        {"listed object, other key", [&] { stray(*b, "other"); }},
-        {"other object, listed key", [&] { stray(*a, "count"); }},
-        {"target gone", [&] { target.reset(); bump(*b, "count"); }},
-    };
-    // clang-format on
-    for (const auto &[name, step] : steps) {
-        events << name;
-        step();
-    }
-    VKNotificationCenter::defaultCenter().removeObservation(posts);
-    EXPECT_EQ(events,
-              (QStringList{"same", "changed", "post shared,showHelp", "valid false>true",
-                           "same by key", "changed by key", "post shared,showHelp",
-                           "valid true>false", "observe a", "dictionary", "post shared,showHelp",
-                           "replace a by b", "dictionary", "post shared,showHelp",
-                           "listed object, other key", "other object, listed key", "target gone"}));
-    EXPECT_FALSE(b->hasObserversForKey("count"));
-    const auto noObserver = [](const char *key, const void *object) {
-        return QString::asprintf("No observer found for keyPath %s of object <VKObservable: %p>",
-                                 key, object);
-    };
-    EXPECT_EQ(log.messages(),
-              QStringList({noObserver("other", b.get()), noObserver("count", a.get())}));
-    EXPECT_EQ(log.entries().value(1).level, VKLogLevel::Error);
-}
-
 // A window with a command of its own.
 class Window : public QWidget
 {
@@ -175,7 +91,7 @@ public:
     Q_INVOKABLE void windowCommand(QObject *sender) { record("Window", "windowCommand", sender); }
 };
 
-TEST(Dispatch, LaunchLinksTheTargetsAndTheActionsFollowThemAndTheFocusedField)
+TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedField)
 {
     VKActionDispatch dispatch;
     // A text field, a read-only one and a button, and one command action per command name.
@@ -184,13 +100,23 @@ TEST(Dispatch, LaunchLinksTheTargetsAndTheActionsFollowThemAndTheFocusedField)
     readOnly->setReadOnly(true);
     auto *button = new QPushButton("Button", &window);
     QList<VKCommandAction *> actions;
-    for (const char *command : {"showHelp", "sendFeedback", "shared", "windowCommand", "none"})
+    for (const char *command : {"showHelp", "sendFeedback", "shared", "windowCommand", "none",
+                                "announced", "hidden", "takesText", ""})
         actions << new VKCommandAction(command, command, &window);
-    const auto enabled = [&] {
+    // Each command action's state, then the state notifications since the last look.
+    QStringList posted;
+    const auto posts = VKNotificationCenter::defaultCenter().addObserver(
+        &posted, VKActionTargetStateCouldHaveBeenChangedNotification, nullptr,
+        [&](const VKNotification &n) {
+            QStringList names(n.object().commandNames().cbegin(), n.object().commandNames().cend());
+            names.sort(); // the object is the set of names, not the target
+            posted << names.join(u',') + (n.object().identity() ? " and a target" : "");
+        });
+    const auto look = [&] {
         QString states;
         for (VKCommandAction *action : actions)
             states += action->isEnabled() ? '1' : '0';
-        return states;
+        return states + " " + std::exchange(posted, {}).join(u' ');
     };
     window.show();
     window.activateWindow();
@@ -199,7 +125,7 @@ TEST(Dispatch, LaunchLinksTheTargetsAndTheActionsFollowThemAndTheFocusedField)
     button->setFocus();
     ASSERT_TRUE(vkWaitUntil([&] { return QApplication::focusWidget() == button; }));
     // Before launch only the window's own command has a target.
-    EXPECT_EQ(enabled(), "00010");
+    EXPECT_EQ(look(), "000100000 ");
 
     // Without targets, linking cuts the dispatcher's old next responder.
     VKResponder stale;
@@ -207,29 +133,59 @@ TEST(Dispatch, LaunchLinksTheTargetsAndTheActionsFollowThemAndTheFocusedField)
     dispatch.updateResponders();
     EXPECT_EQ(dispatch.nextResponder(), nullptr);
 
+    // Signals, protected methods and methods that take text are no commands.
     ASSERT_TRUE(VKApplicationLifecycle::attachToApplication());
-    ASSERT_TRUE(vkWaitUntil([&] { return enabled() == "10110"; })) << enabled();
+    ASSERT_TRUE(vkWaitUntil([&] { return look().startsWith("101100000"); }));
     const QString targets = "actiontests::VDActionTargetHelp actiontests::VHActionTargetFeedback";
     EXPECT_EQ(chain(VKResponder::applicationResponder()),
               "VKResponder VKActionDispatch " + targets);
     const auto responders = dispatch.allResponders();
     VKActionTarget *help = responders[0].get(), *feedback = responders[1].get();
 
-    // Each step's states, in the order showHelp sendFeedback shared windowCommand none.
+    auto a = std::make_shared<VKObservable>(), b = std::make_shared<VKObservable>();
+    const auto bump = [](VKObservable &object, const QString &key) {
+        object.changeValueForKey(key, [] {});
+    };
+    // An observation the target did not ask for.
+    const auto stray = [&](VKObservable &object, const QString &key) {
+        object.addObserver(help, key);
+        bump(object, key);
+        object.removeObserver(help, key);
+    };
+    VKLogCapture log;
+    // Each step, then the states in the order of the commands and the notifications.
     // clang-format off
     const std::tuple<const char *, std::function<void()>, QString> steps[] = {
-        {"feedback becomes valid", [&] { feedback->setValid(true); }, "11110"},
-        {"help becomes invalid; feedback still has shared", [&] { help->setValid(false); }, "01110"},
-        {"help valid again", [&] { help->setValid(true); }, "11110"},
-        {"editing text disables the targets' commands", [&] { edit->setFocus(); }, "00010"},
-        {"a read-only field is not being edited", [&] { readOnly->setFocus(); }, "11110"},
+        {"feedback becomes valid", [&] { feedback->setValid(true); }, "111100000 sendFeedback,shared"},
+        {"the same validity again", [&] { feedback->setValid(true); }, "111100000 "},
+        {"help becomes invalid, by key; feedback still has shared",
+         [&] { help->setValueForKey(false, kValid); }, "011100000 shared,showHelp"},
+        {"help valid again", [&] { help->setValid(true); }, "111100000 shared,showHelp"},
+        {"a change that help observes", [&] { help->setInvokeControlValidationObservers({{"count", a}}); bump(*a, "count"); },
+         "111100000 shared,showHelp"},
+        {"only what help observes now", [&] { help->setInvokeControlValidationObservers({{"count", b}}); bump(*a, "count"); bump(*b, "count"); },
+         "111100000 shared,showHelp"},
+        {"observations help did not ask for", [&] { stray(*b, "other"); stray(*a, "count"); }, "111100000 "},
+        {"a target gone observes nothing", [&] {
+             VDActionTargetHelp("Gone", false).setInvokeControlValidationObservers({{"count", a}}); bump(*a, "count");
+         }, "111100000 "},
+        {"editing text disables the targets' commands", [&] { edit->setFocus(); }, "000100000 "},
+        {"a read-only field is not being edited", [&] { readOnly->setFocus(); }, "111100000 "},
     };
     // clang-format on
-    for (const auto &[name, change, states] : steps) {
+    for (const auto &[name, change, expected] : steps) {
         SCOPED_TRACE(name);
         change();
-        EXPECT_EQ(enabled(), states);
+        EXPECT_EQ(look(), expected);
     }
+    VKNotificationCenter::defaultCenter().removeObservation(posts);
+    const auto noObserver = [](const char *key, const void *object) {
+        return QString::asprintf("No observer found for keyPath %s of object <VKObservable: %p>",
+                                 key, object);
+    };
+    EXPECT_EQ(log.messages(),
+              QStringList({noObserver("other", b.get()), noObserver("count", a.get())}));
+    EXPECT_EQ(log.entries().value(1).level, VKLogLevel::Error);
 
     performed.clear();
     for (VKCommandAction *action : actions)

@@ -1,8 +1,8 @@
 // A tool on the application frame, run by the tests as a separate process: only a process of its
 // own makes and ends its application and reads the extension registry afresh. It embeds its own
 // ":/Info.plist" with roles and links a framework that declares more. It prints the lifecycle
-// notifications, its usage for --help, then loads the plug-ins given as arguments and prints what
-// the shared registry answers; it finishes from a timer with the exit code given by --exit.
+// notifications and its usage, then loads the plug-ins given as arguments and prints what the
+// shared registry answers; it finishes from a timer with the exit code given by --exit.
 #include "Application/VKApplication.h"
 #include "Application/VKExtensionRegistry.h"
 #include "Application/VKPrint.h"
@@ -55,13 +55,9 @@ QString report()
         return lines.join(u'\n');
     } catch (const VKException &exception) {
         // The registry was not made: the next use tries again and fails the same way.
-        QString again = QStringLiteral("made");
-        try {
-            VKExtensionRegistry::classNameForRole(QStringLiteral("SharedRole"));
-        } catch (const VKException &second) {
-            again = second.reason();
-        }
-        return exception.name() + u'|' + exception.reason() + "\nagain: " + again;
+        static bool again = false;
+        const QString text = exception.name() + u'|' + exception.reason();
+        return std::exchange(again, true) ? text : text + "\nagain: " + report();
     }
 }
 
@@ -70,18 +66,16 @@ class Probe : public VKApplicationDelegate
 public:
     static std::shared_ptr<VKApplicationConfiguration> applicationConfiguration()
     {
-        auto list = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-            {"help", "h", "Print this text."});
-        list += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-            {"exit", "x", "Exit code.", "int", "code"});
-        return std::make_shared<VKApplicationConfiguration>("usage: probe", "(100% honest)", list);
+        return std::make_shared<VKApplicationConfiguration>(
+            "usage: probe", "(100% honest)",
+            VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                {"exit", "x", "Exit code.", "int", "code"}));
     }
 
     void application(VKApplication &application,
                      const std::shared_ptr<VKApplicationArguments> &arguments) override
     {
-        if (arguments->options().contains(QStringLiteral("help")))
-            application.printUsage();
+        application.printUsage();
         for (const QString &path : arguments->arguments())
             VKBundle::loadPlugInAtPath(path);
         VKPrint(QStringLiteral("%@"), report());
