@@ -174,7 +174,7 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
     EXPECT_EQ(VKApplication::parseRawArguments({"-v"}, nullptr)->arguments(), QStringList{"-v"});
 }
 
-TEST(ApplicationConfiguration, UsageListsExactClassesOnlyInOrder)
+TEST(ApplicationConfiguration, FromCodeAndFilesWithItsUsageListingExactClassesOnlyInOrder)
 {
     EXPECT_EQ(VKApplication::usageText(configurationWith(toolOptions())).toUtf8(),
               QByteArray("usage: tool\n\nOPTIONS\n"
@@ -196,10 +196,8 @@ TEST(ApplicationConfiguration, UsageListsExactClassesOnlyInOrder)
               "usage: x\n\n\nend\n");
     EXPECT_EQ(VKApplication::usageText(std::make_shared<C>("", "", Options{hidden})),
               "\n\nOPTIONS\n\n\n");
-}
 
-TEST(ApplicationConfiguration, ListsInCodeMustBeCompleteFilesMustBeDictionariesOfLists)
-{
+    // Lists in code must be complete; a missing file, or one whose lists are none, gives nothing.
     using A = VKApplication;
     const QString three =
         "NSInvalidArgumentException|number of variable arguments must be a multiple of 3";
@@ -213,20 +211,14 @@ TEST(ApplicationConfiguration, ListsInCodeMustBeCompleteFilesMustBeDictionariesO
               }),
               QString(three).replace(u'3', u'5'));
     EXPECT_TRUE(A::optionsWithLongIdentifierShortIdentifierAndUsage({}).isEmpty());
-
-    // Files that are no dictionary of lists, and paths without a file, give nothing.
     VKTempDir dir;
-    const QByteArray header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
-    // clang-format off
-    const QString paths[] = {
-        dir.writeFile("garbage", "this is not a property list at all"),
-        dir.writeFile("array-root", header + "<array><dict><key>longIdentifier</key><string>a</string></dict></array></plist>"),
-        dir.writeFile("wrong-types", header + "<dict><key>options</key><string>a</string><key>parameters</key><dict/></dict></plist>"),
-        dir.filePath("missing"), dir.path(), QString(),
-    };
-    // clang-format on
-    for (const QString &path : paths)
-        EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(path).isEmpty()) << path;
+    EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(dir.filePath("missing")).isEmpty());
+    EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(
+                    dir.writeFile("none.plist",
+                                  R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">
+<dict><key>options</key>
+<string>a</string><key>parameters</key><dict/></dict></plist>)"))
+                    .isEmpty());
 }
 
 TEST(ApplicationArguments, DescriptionAndEquality)
@@ -307,59 +299,52 @@ TEST(ApplicationRun, WaitsUntilFinishedFromAnyThreadLettingQueuedCallsRunFirst)
     EXPECT_TRUE(vkWaitUntil([&] { return order.size() == 2; }));
 }
 
-TEST(ApplicationRun, RunsThatEndWithoutFinishingLeaveADefinedState)
+TEST(ApplicationRun, EndsInADefinedStateAndTheEntryFunctionAnswersTheLow32BitsOrLogs)
 {
     const VKApplicationDelegateClass nothing(
         "Nothing", [] { return std::shared_ptr<VKApplicationDelegate>(); }, nullptr);
-    // What the application holds afterwards, and what the entry function logs.
+    QByteArray program("tool"), count("--count"), seven("7"), name("Grüß"), empty(""),
+        invalid("a\xff");
+    char *argv[] = {program.data(), count.data(),   seven.data(), name.data(),
+                    empty.data(),   invalid.data(), nullptr};
+    const QStringList arguments{"--count", "7", QString::fromUtf8("Grüß"), "", "a\uFFFD"};
+    // What the application holds after a run with the arguments, and what the entry function
+    // answers and logs with them.
     // clang-format off
-    const struct { const char *name; std::function<void()> raise; QString held, logged; } cases[] = {
-        {"no delegate", nullptr, "Created 0 none 0",
+    const struct { const char *name; Script script; QString held; int result; QString logged; } cases[] = {
+        {"finished with (7 << 32) | 3 arguments",
+         [](auto &app, auto &parsed) { finish(app, parsed.parameters().value("count").toLongLong() << 32 | parsed.arguments().size()); },
+         "Finished 1 delegate 30064771075", 3, ""},
+        {"no delegate", nullptr, "Created 0 none 0 threw", 1,
          "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
-        {"the library's exception", [] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
-         "Finished 1 delegate 1", "NSInvalidArgumentException stopped the run: bad input 4"},
-        {"a standard exception", [] { throw std::runtime_error("disk full"); },
-         "Finished 1 delegate 1", "an exception stopped the run: disk full"},
-        {"an exception of another type", [] { throw 42; },
-         "Finished 1 delegate 1", "an exception of unknown type stopped the run"},
+        {"the library's exception", [](auto &app, auto &) { app.setExitCode(7); VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
+         "Finished 1 delegate 1 threw", 1, "NSInvalidArgumentException stopped the run: bad input 4"},
+        {"a standard exception", [](auto &app, auto &) { app.setExitCode(7); throw std::runtime_error("disk full"); },
+         "Finished 1 delegate 1 threw", 1, "an exception stopped the run: disk full"},
+        {"an exception of another type", [](auto &app, auto &) { app.setExitCode(7); throw 42; },
+         "Finished 1 delegate 1 threw", 1, "an exception of unknown type stopped the run"},
     };
     // clang-format on
-    QByteArray program("tool");
-    char *argv[] = {program.data(), nullptr};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const auto delegateClass = !c.raise ? nothing : scripted([&](VKApplication &app, auto &) {
-            app.setExitCode(7);
-            c.raise();
-        });
+        const auto delegateClass = c.script ? scripted(c.script) : nothing;
         VKApplication application;
-        EXPECT_ANY_THROW(application.runWithDelegateClass(delegateClass, {}));
-        EXPECT_EQ(held(application), c.held);
-        // The entry function reports each and answers 1.
+        QString threw;
+        try {
+            application.runWithDelegateClass(delegateClass, arguments);
+        } catch (...) {
+            threw = " threw";
+        }
+        EXPECT_EQ(held(application) + threw, c.held);
         VKLogCapture log;
-        EXPECT_EQ(VKRunApplicationWithDelegateClass(delegateClass, 1, argv), 1);
-        ASSERT_EQ(log.entries().size(), 1);
-        EXPECT_EQ(log.entries()[0].prettyFunctionOutput + ": " + log.messages()[0],
-                  "VKRunApplicationWithDelegateClass: " + c.logged);
+        EXPECT_EQ(VKRunApplicationWithDelegateClass(delegateClass, 6, argv), c.result);
+        EXPECT_EQ(log.entries().value(0).prettyFunctionOutput + ": " + log.messages().join(u'|'),
+                  (c.logged.isEmpty() ? ": " : "VKRunApplicationWithDelegateClass: ") + c.logged);
     }
-}
-
-TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
-{
-    QByteArray program("tool"), first("--count"), value("7"),
-        name("Gr\xc3\xbc\xc3\x9f"
-             "e"),
-        empty(""), invalid("a\xff");
-    char *argv[] = {program.data(), first.data(),   value.data(), name.data(),
-                    empty.data(),   invalid.data(), nullptr};
-    scripted([](VKApplication &app, const VKApplicationArguments &arguments) {
-        finish(app, arguments.parameters().value("count").toLongLong() << 32 |
-                        arguments.arguments().size());
-    });
-    // (7 << 32) | 3 arguments: only the low 32 bits survive.
-    EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(6, argv), 3);
-    EXPECT_EQ(Scripted::received->arguments(),
-              (QStringList{QString::fromUtf8("Grüße"), "", QStringLiteral("a\uFFFD")}));
+    // The entry function decodes what follows the program's name as UTF-8; with a count of 1
+    // there is nothing.
+    EXPECT_EQ(Scripted::received->arguments(), arguments.mid(2));
+    scripted([](auto &app, auto &) { finish(app, 0); });
     EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(1, argv), 0);
     EXPECT_TRUE(Scripted::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
 }

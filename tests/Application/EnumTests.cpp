@@ -125,11 +125,10 @@ TEST(Enum, ElementsValuesEqualityAndDescriptions)
     EXPECT_EQ(rates->elementValues(), QVariantList({24.0, 25.0}));
     EXPECT_EQ(rates->possibleKeys(), QStringList({"24 fps", "25 fps"}));
     const auto display = VKTestDisplayEnum::enumm();
-    EXPECT_EQ(vkRaisedBy([&] { display->elementValues(); }),
-              "NSUnknownKeyException|[<VKEnumElement " +
-                  address(VKTestDisplayEnum::elements().first().get()) +
-                  "> valueForUndefinedKey:]: this class is not key value coding-compliant for "
-                  "the key value.");
+    // The base element has no "value": the platform's undefined-key failure.
+    EXPECT_TRUE(vkRaisedBy([&] {
+                    display->elementValues();
+                }).startsWith("NSUnknownKeyException|[<VKEnumElement "));
 
     // clang-format off
     const std::pair<QVariant, qint64> integers[] = {

@@ -61,17 +61,13 @@ public:
     Q_INVOKABLE void sendFeedback() { record("Feedback", "sendFeedback", nullptr); }
     Q_INVOKABLE void shared(QObject *sender) { record("Feedback", "shared", sender); }
 };
-// Right prefix, wrong base; right base, wrong prefix.
+// Right prefix, wrong base.
 class VDActionTargetNotDerived : public VKResponder
-{
-};
-class VKActionTargetStray : public VDActionTargetHelp
 {
 };
 VK_REGISTER_CLASS(VHActionTargetFeedback, VKActionTarget)
 VK_REGISTER_CLASS(VDActionTargetHelp, VKActionTarget)
 VK_REGISTER_CLASS(VDActionTargetNotDerived, VKResponder)
-VK_REGISTER_CLASS(VKActionTargetStray, VKActionTarget)
 
 // Classes along the chain from `responder`.
 QString chain(const VKResponder *responder)
