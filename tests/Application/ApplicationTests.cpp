@@ -36,12 +36,10 @@ std::shared_ptr<VKApplicationConfiguration> configurationWith(const Options &opt
 // Options and parameters read from a file: entries that are not dictionaries, unknown keys and
 // identifiers that are not text are left out; the parameter type is a number, never a type name.
 const char *const optionsFile = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
-<key>options</key><array>
+<key>options</key><array><string>not a dictionary</string>
   <dict><key>longIdentifier</key><string>loud</string><key>shortIdentifier</key><string>L</string>
     <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
-  <string>not a dictionary</string>
-  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>Q</string></dict>
-</array>
+  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>Q</string></dict></array>
 <key>parameters</key><array>
   <dict><key>longIdentifier</key><string>frames</string><key>shortIdentifier</key><string>f</string>
     <key>usageDescription</key><string>Frames.</string><key>parameterType</key><integer>1</integer>
@@ -81,16 +79,18 @@ Options toolOptions()
 }
 
 // "'argument' ... | 'option' ... | parameter=type(value) ..." of a parse, or what it raised.
-QString parsed(const QStringList &tokens, const Options &options = toolOptions())
+QString parsed(const QStringList &tokens)
 {
     const auto quoted = [](const QStringList &list) {
         return list.isEmpty() ? QString() : u'\'' + list.join(QStringLiteral("' '")) + u'\'';
     };
     QString text;
     const QString raised = vkRaisedBy([&] {
-        const auto result = VKApplication::parseRawArguments(tokens, configurationWith(options));
+        const auto result =
+            VKApplication::parseRawArguments(tokens, configurationWith(toolOptions()));
+        const QVariantMap map = result->parameters();
         QStringList parameters;
-        for (auto it = result->parameters().cbegin(); it != result->parameters().cend(); ++it)
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
             parameters << it.key() + u'=' + it->typeName() + u'(' + it->toString() + u')';
         text = quoted(result->arguments()) + " | " + quoted(result->options()) + " | " +
                parameters.join(u' ');
@@ -223,23 +223,22 @@ TEST(ApplicationConfiguration, FromCodeAndFilesWithItsUsageListingExactClassesOn
 
 TEST(ApplicationArguments, DescriptionAndEquality)
 {
-    const QStringList args{"a b", "c"};
-    const VKApplicationArguments arguments(args, {{"rate", 2.5f}, {"out", "x.txt"}}, {"verbose"});
-    EXPECT_EQ(VKApplicationArguments({"a"}, {{"n", 1}}, {}).description(),
-              "Arguments: (\n    a\n) \n\n Parameters: {\n    n = 1;\n} \n\n Options: (\n)");
-
+    const QStringList args{"a", "b"}, options{"v"};
+    const QVariantMap parameters{{"n", 1}};
+    const VKApplicationArguments arguments(args, parameters, options);
+    EXPECT_EQ(arguments.description(), "Arguments: (\n    a,\n    b\n) \n\n Parameters: {\n    n = "
+                                       "1;\n} \n\n Options: (\n    v\n)");
     // Numbers compare by value, not by type; the other object may be of the receiver's class or
     // of any class below it, at any depth.
-    const QVariantMap parameters{{"out", "x.txt"}, {"rate", 2.5}};
-    const VKApplicationArguments same(args, parameters, {"verbose"}),
-        reordered({"c", "a b"}, parameters, {"verbose"}), noOptions(args, parameters, {}),
-        fewerParameters(args, {{"out", "x.txt"}}, {"verbose"});
-    const Sub<VKApplicationArguments> tagged(args, parameters, {"verbose"});
-    const Sub<Sub<VKApplicationArguments>> moreTagged(args, parameters, {"verbose"});
+    const VKApplicationArguments same(args, {{"n", 1.0}}, options),
+        reordered({"b", "a"}, parameters, options), noOptions(args, parameters, {}),
+        noParameters(args, {}, options);
+    const Sub<VKApplicationArguments> tagged(args, parameters, options);
+    const Sub<Sub<VKApplicationArguments>> moreTagged(args, parameters, options);
     // clang-format off
     const struct { const VKApplicationArguments *receiver, *other; bool equal; } cases[] = {
         {&arguments, &same, true}, {&arguments, &arguments, true}, {&arguments, nullptr, false},
-        {&arguments, &reordered, false}, {&arguments, &noOptions, false}, {&arguments, &fewerParameters, false},
+        {&arguments, &reordered, false}, {&arguments, &noOptions, false}, {&arguments, &noParameters, false},
         {&arguments, &moreTagged, true}, {&tagged, &moreTagged, true}, {&tagged, &arguments, false}};
     // clang-format on
     for (const auto &c : cases)
