@@ -253,12 +253,10 @@ TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
     VKPrint(QStringLiteral("%@"), QStringLiteral("100%%"));
     VKPrint(QStringLiteral("100%% of %d"), 3);            // the format's own escape is one sign
     VKPrint(QStringLiteral("%@"), QStringLiteral("%%%")); // pairs are counted left to right
-    VKPrint(QStringLiteral("%@ – %s"), QString::fromUtf8("Grüße 😀"), "ü");
+    VKPrint(QStringLiteral("%@ – %s"), QString::fromUtf8("Grüße"), "ü");
     VKPrint(QStringLiteral(""));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              std::string("nil\n100%%%%\n100% of 3\n%%%%%\n"
-                          "Gr\xc3\xbc\xc3\x9f"
-                          "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n\n"));
+              "nil\n100%%%%\n100% of 3\n%%%%%\nGrüße – ü\n\n");
 }
 
 TEST(ApplicationRun, WaitsUntilFinishedFromAnyThreadLettingQueuedCallsRunFirst)

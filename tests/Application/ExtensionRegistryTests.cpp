@@ -22,13 +22,13 @@ TEST(ExtensionRegistry, AToolResolvesRolesAcrossComponentsOrRaisesAtCreation)
     // The main bundle's roles never reach the other components' table ("minor").
     const auto resolved = [](const QString &minor, const QString &plugInRole) {
         return "main: MainRole,MissingRole,NumberRole,SharedRole\nminor: " + minor +
-               "\nSharedRole: VKRegistryMainService|VKRegistryMainService|main|fresh|main\n"
-               "MainRole: VKRegistryMainService|VKRegistryMainService|main|fresh|-\n"
-               "FrameworkRole: VKRegistryFrameworkService|VKRegistryFrameworkService|framework|"
-               "fresh|framework\nPlugInRole: " +
+               "\nSharedRole: VKRegistryMainService|main|fresh|main\n"
+               "MainRole: VKRegistryMainService|main|fresh|-\n"
+               "FrameworkRole: VKRegistryFrameworkService|framework|fresh|framework\n"
+               "PlugInRole: " +
                plugInRole +
-               "\nMissingRole: VKRegistryNotLinkedService|-|-|-|-\n"
-               "NumberRole: -|-|-|-|-\nUnknownRole: -|-|-|-|-\n";
+               "\nMissingRole: VKRegistryNotLinkedService (not loaded)|-|-|-\n"
+               "NumberRole: -|-|-|-\nUnknownRole: -|-|-|-\n";
     };
     // A failed creation leaves no registry behind: the next use raises again.
     const auto raised = [](const QString &exception) {
@@ -40,10 +40,9 @@ TEST(ExtensionRegistry, AToolResolvesRolesAcrossComponentsOrRaisesAtCreation)
         "usage: probe\n\nOPTIONS\n\t-x, --exit <code>\n\t\tExit code.\n\n\n(100% honest)\n";
     // clang-format off
     const struct { const char *name; QStringList arguments; QString printed; int exitCode; } cases[] = {
-        {"main bundle overrides the framework", {"-x", "7"}, resolved("FrameworkRole", "-|-|-|-|-"), 7},
+        {"main bundle overrides the framework", {"-x", "7"}, resolved("FrameworkRole", "-|-|-|-"), 7},
         {"loaded plug-in adds its role, main still overrides", {plugIn("GoodPlugIn")},
-         resolved("FrameworkRole,PlugInRole", "VKRegistryGoodPlugInService|"
-                  "VKRegistryGoodPlugInService|GoodPlugIn|fresh|-"), 0},
+         resolved("FrameworkRole,PlugInRole", "VKRegistryGoodPlugInService|GoodPlugIn|fresh|-"), 0},
         {"two plug-ins claim a role", {plugIn("GoodPlugIn"), plugIn("DuplicatePlugIn")},
          raised(duplicate.arg("PlugInRole")), 0},
         {"plug-in and framework claim a role", {plugIn("DuplicatePlugIn")}, raised(duplicate.arg("FrameworkRole")), 0},
@@ -67,9 +66,8 @@ TEST(ExtensionRegistry, AToolResolvesRolesAcrossComponentsOrRaisesAtCreation)
 
 TEST(ExtensionRegistry, RefusesANullBundleAndANullRole)
 {
-    EXPECT_EQ(vkRaisedBy([] {
-                  VKExtensionRegistry::sharedRegistry().loadExtensionInfoFromBundle(nullptr);
-              }),
+    auto &registry = VKExtensionRegistry::sharedRegistry();
+    EXPECT_EQ(vkRaisedBy([&] { registry.loadExtensionInfoFromBundle(nullptr); }),
               "NSInvalidArgumentException|bundle must not be nil");
     // An empty role is a role like any other.
     EXPECT_FALSE(VKExtensionRegistry::instanceForRole<VKResponder>(""));

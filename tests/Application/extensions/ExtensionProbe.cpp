@@ -26,18 +26,19 @@ VK_REGISTER_CLASS(VKRegistryMainService, VKResponder)
 
 namespace {
 
-// "role: class name|class found|name of a new object|fresh|the declaration's Note", with "-" for
-// nothing.
+// "role: class name|name of a new object|fresh|the declaration's Note", with "-" for nothing and
+// the class name marked when no such class is loaded.
 QString describeRole(const QString &role)
 {
-    const auto info = VKExtensionRegistry::classForRole(role);
     const auto first = VKExtensionRegistry::instanceForRole<VKResponder>(role);
     const auto second = VKExtensionRegistry::instanceForRole<VKResponder>(role);
     const auto declared = VKExtensionRegistry::sharedRegistry().extensionInfoForRole(role);
-    QStringList facets{VKExtensionRegistry::classNameForRole(role), info ? info->name : QString(),
+    QStringList facets{VKExtensionRegistry::classNameForRole(role),
                        first ? first->objectName() : QString(),
                        first && second && first != second ? "fresh" : QString(),
                        declared ? declared->value(QStringLiteral("Note")).toString() : QString()};
+    if (!facets[0].isEmpty() && !VKExtensionRegistry::classForRole(role))
+        facets[0] += QStringLiteral(" (not loaded)");
     for (QString &facet : facets)
         facet = facet.isEmpty() ? QStringLiteral("-") : facet;
     return role + ": " + facets.join(u'|');
