@@ -1,6 +1,6 @@
-// The command-line frame: parsing, configuration lists and files, usage text, the parse result and
-// VKPrint; tools run on the frame in process and through the entry function (a real tool run as a
-// separate process is one of the extension registry's tests).
+// The command-line frame: parsing, configurations from code and files, usage text, the parse
+// result, VKPrint, and runs in process and through the entry function (as a process: the registry's
+// tests).
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
 #include "Foundation/VKException.h"
@@ -50,9 +50,8 @@ const char *const optionsFile = R"(<?xml version="1.0" encoding="UTF-8"?><plist 
   <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
 </array><key>unknown</key><true/></dict></plist>)";
 
-// Every kind of entry, in lookup order: a null entry and entries with null identifiers first, the
-// file's parameters then its options, an empty identifier that catches the lone dashes, "-o"
-// twice (the first wins), and subclasses.
+// Every kind of entry, in lookup order: null ones first, the file's, an empty identifier that
+// catches the lone dashes, "-o" twice (the first wins), and subclasses.
 Options toolOptions()
 {
     Options options{nullptr, std::make_shared<VKApplicationOptionConfiguration>(),
@@ -228,8 +227,7 @@ TEST(ApplicationArguments, DescriptionAndEquality)
     const VKApplicationArguments arguments(args, parameters, options);
     EXPECT_EQ(arguments.description(), "Arguments: (\n    a,\n    b\n) \n\n Parameters: {\n    n = "
                                        "1;\n} \n\n Options: (\n    v\n)");
-    // Numbers compare by value, not by type; the other object may be of the receiver's class or
-    // of any class below it, at any depth.
+    // Numbers compare by value; the other may be of a class below the receiver's, at any depth.
     const VKApplicationArguments same(args, {{"n", 1.0}}, options),
         reordered({"b", "a"}, parameters, options), noOptions(args, parameters, {}),
         noParameters(args, {}, options);
@@ -271,9 +269,8 @@ TEST(ApplicationRun, WaitsUntilFinishedFromAnyThreadLettingQueuedCallsRunFirst)
         order << held(app);
         finish(app, code);
     };
-    // How the delegate's work ends the run, and what happened before the run returned. Finished
-    // within the delegate's call, the run never turns the event loop (the queued call runs later);
-    // finished on another thread, it notices at its periodic test of the flag.
+    // How the work ends the run, and what happened before it returned: finished within the
+    // delegate's call, the event loop never turns; on another thread, the periodic test notices.
     // clang-format off
     const std::pair<Script, QStringList> cases[] = {
         {[&](auto &app, auto &) { QTimer::singleShot(0, [&] { end(app); }); }, {"Waiting 0 delegate 0", "queued"}},
@@ -305,8 +302,7 @@ TEST(ApplicationRun, EndsInADefinedStateAndTheEntryFunctionAnswersTheLow32BitsOr
     char *argv[] = {program.data(), count.data(),   seven.data(), name.data(),
                     empty.data(),   invalid.data(), nullptr};
     const QStringList arguments{"--count", "7", QString::fromUtf8("Grüß"), "", "a\uFFFD"};
-    // What the application holds after a run with the arguments, and what the entry function
-    // answers and logs with them.
+    // What the application holds after a run, and what the entry function answers and logs.
     // clang-format off
     const struct { const char *name; Script script; QString held; int result; QString logged; } cases[] = {
         {"finished with (7 << 32) | 3 arguments",
@@ -338,8 +334,7 @@ TEST(ApplicationRun, EndsInADefinedStateAndTheEntryFunctionAnswersTheLow32BitsOr
         EXPECT_EQ(log.entries().value(0).prettyFunctionOutput + ": " + log.messages().join(u'|'),
                   (c.logged.isEmpty() ? ": " : "VKRunApplicationWithDelegateClass: ") + c.logged);
     }
-    // The entry function decodes what follows the program's name as UTF-8; with a count of 1
-    // there is nothing.
+    // The entry function decodes what follows the program's name as UTF-8; a count of 1 is none.
     EXPECT_EQ(Scripted::received->arguments(), arguments.mid(2));
     scripted([](auto &app, auto &) { finish(app, 0); });
     EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(1, argv), 0);

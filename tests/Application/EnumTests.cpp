@@ -1,6 +1,5 @@
-// Enumerations: selecting by element, identifier, name, index and key, with the announcements and
-// notifications each makes; elements, their values, equality and descriptions; the selection kept
-// in the user defaults.
+// Enumerations: selecting in every way, with what each announces and posts; elements, values,
+// equality and descriptions; the selection kept in the user defaults.
 #include "Application/VKEnum.h"
 #include "Foundation/VKNotificationCenter.h"
 #include "Foundation/VKStringRanges.h"
@@ -83,8 +82,7 @@ TEST(Enum, SettersSelectAnnounceAndPost)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const auto e = c.make();
-        // Changes announced to observers of the four keys, then the posts (a post of another
-        // object, or with user information, counts 100).
+        // Announcements per key, then posts (one of another object or with user information: 100).
         int seen[5] = {};
         for (int i = 0; i < 4; ++i)
             e->observe(keys[i], 0, [&seen, i](auto *, auto &, auto &) { ++seen[i]; });

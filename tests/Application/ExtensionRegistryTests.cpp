@@ -1,6 +1,5 @@
-// The extension registry: roles resolved across the main bundle, a framework and plug-ins by a
-// real tool on the application frame (each case a fresh process, since the registry is read
-// once), and what is refused in process.
+// The extension registry: roles resolved across the main bundle, a framework and plug-ins by a real
+// tool on the frame (a fresh process each, as the registry is read once); refusals in process.
 #include "Application/VKExtensionRegistry.h"
 #include "Application/VKResponder.h"
 

@@ -1,6 +1,5 @@
-// Commands along the responder chain, in a real window: the discovery and linking of action
-// targets at launch, which objects answer a command, the state notifications of the targets and
-// the command actions that follow them and the focused text field.
+// Commands along the responder chain in a real window: action targets found and linked at launch,
+// what answers a command, the targets' notifications, and actions that follow them and the focus.
 #include "Application/VKActionDispatch.h"
 #include "Application/VKActionTarget.h"
 #include "Application/VKCommandAction.h"
@@ -125,10 +124,8 @@ TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedFiel
     ASSERT_TRUE(vkWaitUntil([&] { return look().startsWith("101100000"); }));
     // The chain: application, dispatcher, then the targets in discovery order.
     const auto responders = dispatch.allResponders();
+    VKActionTarget *help = responders.value(0).get(), *feedback = responders.value(1).get();
     ASSERT_EQ(responders.size(), 2);
-    auto *help = qobject_cast<VDActionTargetHelp *>(responders[0].get());
-    auto *feedback = qobject_cast<VHActionTargetFeedback *>(responders[1].get());
-    ASSERT_TRUE(help && feedback);
     EXPECT_EQ(VKResponder::applicationResponder()->nextResponder(), &dispatch);
     EXPECT_EQ(dispatch.nextResponder(), help);
     EXPECT_EQ(help->nextResponder(), feedback);

@@ -1,8 +1,7 @@
-// A tool on the application frame, run by the tests as a separate process: only a process of its
-// own makes and ends its application and reads the extension registry afresh. It embeds its own
-// ":/Info.plist" with roles and links a framework that declares more. It prints the lifecycle
-// notifications and its usage, then loads the plug-ins given as arguments and prints what the
-// shared registry answers; it finishes from a timer with the exit code given by --exit.
+// A tool on the frame, run as a process of its own (which makes and ends its application and reads
+// the registry afresh), with an ":/Info.plist" of roles and a framework declaring more. It prints
+// the lifecycle notifications, its usage and, after loading the plug-ins it is given, what the
+// registry answers; it finishes from a timer with the exit code given by --exit.
 #include "Application/VKApplication.h"
 #include "Application/VKExtensionRegistry.h"
 #include "Application/VKPrint.h"

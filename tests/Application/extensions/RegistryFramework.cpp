@@ -1,6 +1,5 @@
-// A shared library that declares itself as a framework with two roles, one of which the probe's
-// main bundle overrides, and registers the service class it names (any registered class serves;
-// each component names its own after itself).
+// A framework declaring two roles, one of which the probe's main bundle overrides, and registering
+// the class it names (any registered class serves; each component's names itself).
 #include "Application/VKResponder.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
