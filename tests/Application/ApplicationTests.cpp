@@ -176,18 +176,15 @@ TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
 TEST(ApplicationConfiguration, FromCodeAndFilesWithItsUsageListingExactClassesOnlyInOrder)
 {
     EXPECT_EQ(VKApplication::usageText(configurationWith(toolOptions())).toUtf8(),
-              QByteArray("usage: tool\n\nOPTIONS\n"
-                         "\t-, --\n\t\t\n\n\t-q, --\n\t\t\n\n\t-p, -- <>\n\t\t\n\n"
-                         "\t-f, --frames <n>\n\t\tFrames.\n\n\t-, --speed <>\n\t\t\n\n"
-                         "\t-, --name <>\n\t\t\n\n\t-, --yes <>\n\t\t\n\n\t-, --no <>\n\t\t\n\n"
-                         "\t-L, --loud\n\t\tMehr \xe2\x80\x93 bitte.\n\n\t-Q, --\n\t\t\n\n"
-                         "\t-v, --verbose\n\t\tTalk more.\n\n\t-, --\n\t\tstdin\n\n"
-                         "\t-o, --out <file>\n\t\tOutput file.\n\n"
-                         "\t-c, --count <n>\n\t\tHow many.\n\n"
-                         "\t-r, --rate <fps>\n\t\tBildrate \xe2\x80\x93 25.\n\n"
-                         "\t-o, --other <x>\n\t\tNever found.\n\n"
-                         "\t-l, --level <n>\n\t\t\n\n"
-                         "\nbye\n"));
+              QByteArray(
+                  "usage: tool\n\nOPTIONS\n\t-, --\n\t\t\n\n\t-q, --\n\t\t\n\n\t-p, -- <>\n\t\t\n\n"
+                  "\t-f, --frames <n>\n\t\tFrames.\n\n\t-, --speed <>\n\t\t\n\n"
+                  "\t-, --name <>\n\t\t\n\n\t-, --yes <>\n\t\t\n\n\t-, --no <>\n\t\t\n\n"
+                  "\t-L, --loud\n\t\tMehr \xe2\x80\x93 bitte.\n\n\t-Q, --\n\t\t\n\n"
+                  "\t-v, --verbose\n\t\tTalk more.\n\n\t-, --\n\t\tstdin\n\n"
+                  "\t-o, --out <file>\n\t\tOutput file.\n\n\t-c, --count <n>\n\t\tHow many.\n\n"
+                  "\t-r, --rate <fps>\n\t\tBildrate \xe2\x80\x93 25.\n\n"
+                  "\t-o, --other <x>\n\t\tNever found.\n\n\t-l, --level <n>\n\t\t\n\n\nbye\n"));
     // No header for an empty list; a header for a list of hidden classes only.
     using C = VKApplicationConfiguration;
     const auto hidden = std::make_shared<Sub<VKApplicationOptionConfiguration>>("a", "b", "c");
@@ -310,7 +307,8 @@ TEST(ApplicationRun, EndsInADefinedStateAndTheEntryFunctionAnswersTheLow32BitsOr
          "Finished 1 delegate 30064771075", 3, ""},
         {"no delegate", nullptr, "Created 0 none 0 threw", 1,
          "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
-        {"the library's exception", [](auto &app, auto &) { app.setExitCode(7); VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
+        {"the library's exception",
+         [](auto &app, auto &) { app.setExitCode(7); VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
          "Finished 1 delegate 1 threw", 1, "NSInvalidArgumentException stopped the run: bad input 4"},
         {"a standard exception", [](auto &app, auto &) { app.setExitCode(7); throw std::runtime_error("disk full"); },
          "Finished 1 delegate 1 threw", 1, "an exception stopped the run: disk full"},

@@ -58,7 +58,8 @@ TEST(Enum, SettersSelectAnnounceAndPost)
     // The selection afterwards, and what was posted and announced: "posts:element,identifier,name,
     // index". The display enumerations start at "frames"; the base class's at its default.
     // clang-format off
-    const struct { const char *name; std::function<std::shared_ptr<VKEnum>()> make; std::function<void(VKEnum &)> change; QString selected; qint64 index; QString watched; } cases[] = {
+    const struct { const char *name; std::function<std::shared_ptr<VKEnum>()> make; std::function<void(VKEnum &)> change;
+                   QString selected; qint64 index; QString watched; } cases[] = {
         {"known identifier", display, [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", 2, "1:1,2,1,1"},
         {"unknown identifier", display, [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", 1, "0:0,1,0,0"},
         {"same identifier", display, [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", 1, "0:0,0,0,0"},
@@ -72,7 +73,6 @@ TEST(Enum, SettersSelectAnnounceAndPost)
         {"last index", display, [](auto &e) { e.setSelectedIndex(2); }, "feet", 2, "1:1,1,1,1"},
         {"index at the count", display, [](auto &e) { e.setSelectedIndex(3); }, "timecode", 0, "1:1,1,1,1"},
         {"largest index", display, [](auto &e) { e.setSelectedIndex(std::numeric_limits<quint64>::max()); }, "timecode", 0, "1:1,1,1,1"},
-        {"by key", display, [](auto &e) { e.setValueForKey(QString("feet"), "selectedIdentifier"); }, "feet", 2, "1:1,2,1,1"},
         {"base default: a new object each time, never found", base, [](auto &e) { e.setSelectedIndex(7); }, QString(), none, "1:1,1,1,1"},
         {"base default: null is never equal to null", base, [](auto &e) { e.setSelectedIdentifier({}); }, QString(), none, "0:0,1,0,0"},
     };
@@ -168,7 +168,8 @@ TEST(EnumDefaults, LoadsCorrectsStoresAndFollowsTheSelection)
         {"selected here", [&] { display->setSelectedIndex(1); }, "frames frames 5 2"},
         {"set elsewhere", [&] { defaults->setObject(QString("feet"), "display"); }, "feet feet 6 2"},
         {"another key", [&] { defaults->setObject(QString("other"), "unrelated"); }, "feet feet 6 2"},
-        {"no key, no following", [&] { display->setUserDefaultsKey({}); defaults->setObject(QString("timecode"), "display"); }, "feet timecode 6 1"},
+        {"no key, no following",
+         [&] { display->setUserDefaultsKey({}); defaults->setObject(QString("timecode"), "display"); }, "feet timecode 6 1"},
         {"a new key reads what is stored", [&] { display->setUserDefaultsKey("display"); }, "timecode timecode 7 2"},
         {"gone, so no longer following", [&] { display.reset(); defaults->setObject(QString("feet"), "display"); }, "- feet 7 1"},
     };

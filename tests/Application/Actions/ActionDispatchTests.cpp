@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 
 #include <gtest/gtest.h>
 
@@ -98,6 +99,8 @@ TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedFiel
             names.sort(); // the object is the set of names, not the target
             posted << names.join(u',') + (n.object().identity() ? " and a target" : "");
         });
+    const auto stop =
+        qScopeGuard([&] { VKNotificationCenter::defaultCenter().removeObservation(posts); });
     const auto look = [&] {
         QString states;
         for (VKCommandAction *action : actions)
@@ -151,7 +154,8 @@ TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedFiel
         {"help valid again", [&] { help->setValid(true); }, "111100000 shared,showHelp"},
         {"a change that help observes", [&] { help->setInvokeControlValidationObservers({{"count", a}}); bump(*a, "count"); },
          "111100000 shared,showHelp"},
-        {"only what help observes now", [&] { help->setInvokeControlValidationObservers({{"count", b}}); bump(*a, "count"); bump(*b, "count"); },
+        {"only what help observes now",
+         [&] { help->setInvokeControlValidationObservers({{"count", b}}); bump(*a, "count"); bump(*b, "count"); },
          "111100000 shared,showHelp"},
         {"observations help did not ask for", [&] { stray(*b, "other"); stray(*a, "count"); }, "111100000 "},
         {"a target gone observes nothing", [&] {
@@ -166,7 +170,6 @@ TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedFiel
         change();
         EXPECT_EQ(look(), expected);
     }
-    VKNotificationCenter::defaultCenter().removeObservation(posts);
     const auto noObserver = [](const char *key, const void *object) {
         return QString::asprintf("No observer found for keyPath %s of object <VKObservable: %p>",
                                  key, object);
