@@ -20,8 +20,7 @@ namespace {
 using Options = VKApplicationOptionConfigurationList;
 using P = VKApplicationParameterConfiguration;
 
-// Subclasses: configurations parse by kind but are left out of the usage text; arguments two
-// levels down still compare equal to the base class's.
+// Subclasses: parsed by kind, left out of the usage text, equal as arguments at any depth.
 template <typename Base>
 struct Sub : Base
 {

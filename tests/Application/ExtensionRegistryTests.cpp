@@ -7,15 +7,6 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-QString plugIn(const QString &name)
-{
-    return vkTestBinaryPath(name + ".plugin");
-}
-
-} // namespace
-
 TEST(ExtensionRegistry, AToolResolvesRolesAcrossComponentsOrRaisesAtCreation)
 {
     // The main bundle's roles never reach the other components' table ("minor").
@@ -40,14 +31,14 @@ TEST(ExtensionRegistry, AToolResolvesRolesAcrossComponentsOrRaisesAtCreation)
     // clang-format off
     const struct { const char *name; QStringList arguments; QString printed; int exitCode; } cases[] = {
         {"main bundle overrides the framework", {"-x", "7"}, resolved("FrameworkRole", "-|-|-|-"), 7},
-        {"loaded plug-in adds its role, main still overrides", {plugIn("GoodPlugIn")},
+        {"loaded plug-in adds its role, main still overrides", {vkTestBinaryPath("GoodPlugIn.plugin")},
          resolved("FrameworkRole,PlugInRole", "VKRegistryGoodPlugInService|GoodPlugIn|fresh|-"), 0},
-        {"two plug-ins claim a role", {plugIn("GoodPlugIn"), plugIn("DuplicatePlugIn")},
+        {"two plug-ins claim a role", {vkTestBinaryPath("GoodPlugIn.plugin"), vkTestBinaryPath("DuplicatePlugIn.plugin")},
          raised(duplicate.arg("PlugInRole")), 0},
-        {"plug-in and framework claim a role", {plugIn("DuplicatePlugIn")}, raised(duplicate.arg("FrameworkRole")), 0},
-        {"extensions are an array", {plugIn("ArrayPlugIn")},
+        {"plug-in and framework claim a role", {vkTestBinaryPath("DuplicatePlugIn.plugin")}, raised(duplicate.arg("FrameworkRole")), 0},
+        {"extensions are an array", {vkTestBinaryPath("ArrayPlugIn.plugin")},
          raised("NSInternalInconsistencyException|extensions value in info plist must be of type dictionary"), 0},
-        {"an extension is no dictionary", {plugIn("NonDictionaryPlugIn")},
+        {"an extension is no dictionary", {vkTestBinaryPath("NonDictionaryPlugIn.plugin")},
          raised("NSInternalInconsistencyException|extension value must be of type dictionary"), 0},
     };
     // clang-format on
