@@ -106,6 +106,10 @@ TEST(Enum, ElementsValuesEqualityAndDescriptions)
     const auto display = VKTestDisplayEnum::enumWithSelectedIdentifier("feet");
     EXPECT_EQ(display->elementValues(), QVariantList({0.0, 1000.0, 2000.0}));
     EXPECT_EQ(display->possibleKeys(), QStringList({"Timecode", "Frames", "Feet"}));
+    // The base element has no "value": the platform's undefined-key failure.
+    const auto plain = VKEnumElement::sourceWithIdentifier("a", "A", 1);
+    EXPECT_TRUE(
+        vkRaisedBy([&] { plain->valueForKey("value"); }).startsWith("NSUnknownKeyException|"));
 
     // clang-format off
     const std::pair<QVariant, qint64> integers[] = {

@@ -182,6 +182,7 @@ TEST(Dispatch, LaunchLinksTheTargetsWhoseStateTheActionsFollowWithTheFocusedFiel
     for (VKCommandAction *action : actions)
         action->trigger();
     help->setValid(false);
+    EXPECT_TRUE(help->respondsToSelector("deleteLater")); // an inherited command still answers
     actions[2]->trigger();
     // Along the chain alone, also when it is circular.
     VKResponder *application = VKResponder::applicationResponder();
