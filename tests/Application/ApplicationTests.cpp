@@ -1,6 +1,5 @@
-// The command-line frame: parsing, configurations from code and files, usage text, the parse
-// result, VKPrint, and runs in process and through the entry function (as a process: the registry's
-// tests).
+// The command-line frame: parsing, configurations from code and files, usage, the parse result,
+// VKPrint, and runs in process and through the entry function (as a process: the registry tests).
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
 #include "Foundation/VKException.h"
