@@ -1,6 +1,5 @@
-// The command-line frame: parsing, configuration lists and files, usage text, the parse result and
-// VKPrint; tools run on the frame in process, through the entry function, and one real tool run
-// as a separate process.
+// The command-line frame: parsing, configurations from code and files, usage, the parse result,
+// VKPrint, and runs in process and through the entry function (as a process: the registry tests).
 #include "Application/VKApplication.h"
 #include "Application/VKPrint.h"
 #include "Foundation/VKException.h"
@@ -12,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <stdexcept>
 #include <thread>
 
@@ -21,23 +19,11 @@ namespace {
 using Options = VKApplicationOptionConfigurationList;
 using P = VKApplicationParameterConfiguration;
 
-// Subclasses: configurations parse by kind but are left out of the usage text; arguments two
-// levels down still compare equal to the base class's.
-struct OtherOption : VKApplicationOptionConfiguration
+// Subclasses: parsed by kind, left out of the usage text, equal as arguments at any depth.
+template <typename Base>
+struct Sub : Base
 {
-    using VKApplicationOptionConfiguration::VKApplicationOptionConfiguration;
-};
-struct OtherParameter : P
-{
-    using P::P;
-};
-struct TaggedArguments : VKApplicationArguments
-{
-    using VKApplicationArguments::VKApplicationArguments;
-};
-struct MoreTaggedArguments : TaggedArguments
-{
-    using TaggedArguments::TaggedArguments;
+    using Base::Base;
 };
 
 std::shared_ptr<VKApplicationConfiguration> configurationWith(const Options &options)
@@ -45,39 +31,68 @@ std::shared_ptr<VKApplicationConfiguration> configurationWith(const Options &opt
     return std::make_shared<VKApplicationConfiguration>("usage: tool", "bye", options);
 }
 
-// -v/--verbose, -o/--out <string>, -c/--count <int>, -r/--rate <float>.
-std::shared_ptr<VKApplicationConfiguration> toolConfiguration()
+// Options and parameters read from a file: entries that are not dictionaries, unknown keys and
+// identifiers that are not text are left out; the parameter type is a number, never a type name.
+const char *const optionsFile = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
+<key>options</key><array><string>not a dictionary</string>
+  <dict><key>longIdentifier</key><string>loud</string><key>shortIdentifier</key><string>L</string>
+    <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
+  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>Q</string></dict></array>
+<key>parameters</key><array>
+  <dict><key>longIdentifier</key><string>frames</string><key>shortIdentifier</key><string>f</string>
+    <key>usageDescription</key><string>Frames.</string><key>parameterType</key><integer>1</integer>
+    <key>parameterName</key><string>n</string></dict>
+  <dict><key>longIdentifier</key><string>speed</string><key>parameterType</key><string>2</string></dict>
+  <dict><key>longIdentifier</key><string>name</string><key>parameterType</key><string>float</string></dict>
+  <dict><key>longIdentifier</key><string>yes</string><key>parameterType</key><true/></dict>
+  <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
+</array><key>unknown</key><true/></dict></plist>)";
+
+// Every kind of entry, in lookup order: null ones first, the file's, an empty identifier that
+// catches the lone dashes, "-o" twice (the first wins), and subclasses.
+Options toolOptions()
 {
-    Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-        {"verbose", "v", "Talk more."});
+    Options options{nullptr, std::make_shared<VKApplicationOptionConfiguration>(),
+                    std::make_shared<VKApplicationOptionConfiguration>(QString(), "q", ""),
+                    P::parameterConfigurationWithLongIdentifier(
+                        QString(), "p", "", VKApplicationParameterTypeString, "")};
+    VKTempDir dir;
+    options += VKApplication::applicationConfigurationFromFileAtPath(
+        dir.writeFile("tool.plist", optionsFile));
+    options += VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
+        {"verbose", "v", "Talk more.", "", "", "stdin", QString(), "ignored"});
+    // clang-format off
     options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-        {"out", "o", "Output file.", "string", "file", //
-         "count", "c", "How many.", "int", "n",        //
-         "rate", "r", "Frames per second.", "float", "fps"});
-    return configurationWith(options);
+        {"out", "o", "Output file.", "string", "file",
+         "count", "c", "How many.", "int", "n",
+         "rate", "r", QString::fromUtf8("Bildrate – 25."), "float", "fps",
+         "other", "o", "Never found.", "string", "x",
+         "level", "l", "", "Int", "n"});
+    // clang-format on
+    options << std::make_shared<Sub<VKApplicationOptionConfiguration>>("hidden", "H", "Not listed.")
+            << std::make_shared<Sub<P>>("tagged", "t", "Not listed.",
+                                        VKApplicationParameterTypeInteger, "n");
+    return options;
 }
 
-std::shared_ptr<VKApplicationArguments>
-parse(const QStringList &tokens,
-      const std::shared_ptr<VKApplicationConfiguration> &configuration = toolConfiguration())
+// "'argument' ... | 'option' ... | parameter=type(value) ..." of a parse, or what it raised.
+QString parsed(const QStringList &tokens)
 {
-    return VKApplication::parseRawArguments(tokens, configuration);
-}
-
-// "long|short|usage", with "|type|name" for parameters and "|null-long" for a null identifier.
-QStringList describe(const Options &list)
-{
-    QStringList result;
-    for (const auto &c : list) {
-        QString text =
-            c->longIdentifier() + u'|' + c->shortIdentifier() + u'|' + c->usageDescription();
-        if (const auto *p = dynamic_cast<const VKApplicationParameterConfiguration *>(c.get()))
-            text += QStringLiteral("|%1|%2").arg(p->parameterType()).arg(p->parameterName());
-        if (c->longIdentifier().isNull())
-            text += QStringLiteral("|null-long");
-        result.append(text);
-    }
-    return result;
+    const auto quoted = [](const QStringList &list) {
+        return list.isEmpty() ? QString() : u'\'' + list.join(QStringLiteral("' '")) + u'\'';
+    };
+    QString text;
+    const QString raised = vkRaisedBy([&] {
+        const auto result =
+            VKApplication::parseRawArguments(tokens, configurationWith(toolOptions()));
+        const QVariantMap map = result->parameters();
+        QStringList parameters;
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            parameters << it.key() + u'=' + it->typeName() + u'(' + it->toString() + u')';
+        text = quoted(result->arguments()) + " | " + quoted(result->options()) + " | " +
+               parameters.join(u' ');
+    });
+    return raised == "no exception" ? text : raised;
 }
 
 using Script = std::function<void(VKApplication &, const VKApplicationArguments &)>;
@@ -87,7 +102,7 @@ struct Scripted : VKApplicationDelegate
 {
     static std::shared_ptr<VKApplicationConfiguration> applicationConfiguration()
     {
-        return toolConfiguration();
+        return configurationWith(toolOptions());
     }
     void application(VKApplication &application,
                      const std::shared_ptr<VKApplicationArguments> &arguments) override
@@ -126,244 +141,98 @@ QString held(const VKApplication &application)
 
 TEST(ApplicationParsing, SortsTokensIntoArgumentsParametersAndOptions)
 {
-    const QString name = QString::fromUtf8("Grüße – 日本語 😀");
-    // clang-format off
-    const struct { const char *name; QStringList tokens, arguments, options; QVariantMap parameters; } cases[] = {
-        {"one of each", {"-v", "--out", "x.txt", "file"}, {"file"}, {"verbose"}, {{"out", "x.txt"}}},
-        {"unknown tokens keep their dashes and place", {"a", "-unknown", "--unknown", "-", "--", "--verbose", "-ab"},
-         {"a", "-unknown", "--unknown", "-", "--", "-ab"}, {"verbose"}, {}},
-        {"options repeat, parameters keep the last value", {"-v", "--out", "first", "--verbose", "-o", "second"},
-         {}, {"verbose", "verbose"}, {{"out", "second"}}},
-        {"no grouping, no =value, case-sensitive", {"-vo", "--out=x", "-V", "--Verbose"}, {"-vo", "--out=x", "-V", "--Verbose"}, {}, {}},
-        {"a value is never an option", {"--out", "--verbose", "-o", "-v", "tail"}, {"tail"}, {}, {{"out", "-v"}}},
-        {"a parameter as the last token is dropped", {"file", "-v", "--out"}, {"file"}, {"verbose"}, {}},
-        {"empty tokens and values", {"", "--out", "", ""}, {"", ""}, {}, {{"out", ""}}},
-        {"non-ASCII tokens pass through", {name, "--out", name, "-ü", "—v"}, {name, "-ü", "—v"}, {}, {{"out", name}}},
-        {"nothing", {}, {}, {}, {}},
-    };
-    // clang-format on
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto result = parse(c.tokens);
-        EXPECT_EQ(result->arguments(), c.arguments);
-        EXPECT_EQ(result->options(), c.options);
-        EXPECT_EQ(result->parameters(), c.parameters);
-    }
-    // Without a configuration every token is an argument.
-    EXPECT_EQ(parse({"-v", "3"}, nullptr)->arguments(), (QStringList{"-v", "3"}));
-}
-
-TEST(ApplicationParsing, NumericParametersReadTheLeadingNumber)
-{
-    // clang-format off
-    const struct { const char *text; qint32 integer; float real; } cases[] = {
-        {"-5", -5, -5.0f}, {"12abc", 12, 12.0f}, {"", 0, 0.0f}, {"+8", 8, 8.0f}, {"1e3", 1, 1000.0f},
-        {"-7.25x", -7, -7.25f}, {"  \t19", 19, 19.0f}, {".5", 0, 0.5f}, {"0x1A", 0, 0.0f}, {"1,5", 1, 1.0f},
-        {"2147483647", 2147483647, 2147483647.0f}, {"2147483648", 2147483647, 2147483648.0f},
-        {"-2147483648", std::numeric_limits<qint32>::min(), -2147483648.0f},
-        {"-99999999999999999999", std::numeric_limits<qint32>::min(), -1e20f},
-        {"1e39", 1, std::numeric_limits<float>::infinity()},
-    };
-    // clang-format on
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        const QVariantMap parameters = parse({"-c", c.text, "--rate", c.text})->parameters();
-        EXPECT_EQ(parameters.value("count").metaType().id(), QMetaType::Int);
-        EXPECT_EQ(parameters.value("rate").metaType().id(), QMetaType::Float);
-        EXPECT_EQ(parameters.value("count").toInt(), c.integer);
-        EXPECT_FLOAT_EQ(parameters.value("rate").toFloat(), c.real);
-    }
-    // Any other type keeps the text; derived classes parse by kind.
-    const Options options{P::parameterConfigurationWithLongIdentifier(
-                              "level", "l", "", VKApplicationParameterType(7), "n"),
-                          std::make_shared<OtherParameter>("tagged", "t", "",
-                                                           VKApplicationParameterTypeInteger, "n")};
-    EXPECT_EQ(parse({"-l", "12abc", "-t", "3"}, configurationWith(options))->parameters(),
-              (QVariantMap{{"level", "12abc"}, {"tagged", 3}}));
-}
-
-TEST(ApplicationParsing, LookupIsExactAndFirstMatchWins)
-{
-    const auto first =
-        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "a", "1");
-    const auto second =
-        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("all", "b", "2");
-    // A null identifier matches nothing, not even a null token; an empty one is a real identifier
-    // that catches the lone dashes.
-    const auto empty =
-        VKApplicationOptionConfiguration::optionConfigurationWithLongIdentifier("", "", "stdin");
-    const Options list{nullptr, std::make_shared<VKApplicationOptionConfiguration>(), first, second,
-                       empty};
-    EXPECT_EQ(VKApplication::configurationWithLongIdentifier("all", list), first);
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("b", list), second);
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("B", list), nullptr);
-    EXPECT_EQ(VKApplication::configurationWithLongIdentifier("al", list), nullptr);
-    EXPECT_EQ(VKApplication::configurationWithShortIdentifier("", list), empty);
-    EXPECT_EQ(VKApplication::configurationWithLongIdentifier(QString(), list), nullptr);
-    const auto result = parse({"-", "--", "---"}, configurationWith(list));
-    EXPECT_EQ(result->options(), (QStringList{"", ""}));
-    EXPECT_EQ(result->arguments(), QStringList{"---"});
-}
-
-TEST(ApplicationParsing, ConfigurationWithoutLongIdentifier)
-{
-    const Options options{std::make_shared<VKApplicationOptionConfiguration>(QString(), "q", ""),
-                          P::parameterConfigurationWithLongIdentifier(
-                              QString(), "p", "", VKApplicationParameterTypeString, "")};
     const QString noLong = "NSInvalidArgumentException|the option configuration matching \"%1\" "
                            "has no long identifier";
-    // As the last token a parameter is dropped before its identifiers are looked at.
-    const std::pair<QStringList, QString> cases[] = {{{"x", "-p"}, "no exception"},
-                                                     {{"-p", "v"}, noLong.arg("-p")},
-                                                     {{"x", "-q"}, noLong.arg("-q")}};
-    for (const auto &[tokens, raised] : cases) {
-        EXPECT_EQ(vkRaisedBy([&] {
-                      EXPECT_EQ(parse(tokens, configurationWith(options))->arguments(),
-                                QStringList{"x"});
-                  }),
-                  raised);
-    }
-}
-
-TEST(ApplicationUsage, ListsExactClassesOnlyInOrder)
-{
-    Options options = VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-        {"verbose", "v", "Talk more."});
-    options.append(std::make_shared<OtherOption>("hidden", "H", "Not listed."));
-    options += VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-        {"rate", "r", QString::fromUtf8("Bildrate – 25."), "float", "fps"});
-    options.append(std::make_shared<OtherParameter>("tag", "t", "Not listed.",
-                                                    VKApplicationParameterTypeString, "x"));
-    options.append(nullptr);
-    options.append(std::make_shared<VKApplicationOptionConfiguration>());
-    const auto configuration = std::make_shared<VKApplicationConfiguration>(
-        QString::fromUtf8("usage: tool file…"), "See the manual.", options);
-    EXPECT_EQ(VKApplication::usageText(configuration).toUtf8(),
-              QByteArray("usage: tool file\xe2\x80\xa6\n\n"
-                         "OPTIONS\n"
-                         "\t-v, --verbose\n\t\tTalk more.\n\n"
-                         "\t-r, --rate <fps>\n\t\tBildrate \xe2\x80\x93 25.\n\n"
-                         "\t-, --\n\t\t\n\n"
-                         "\nSee the manual.\n"));
-
-    // No header for an empty list, even with null texts; a header for only hidden classes.
-    using C = VKApplicationConfiguration;
     // clang-format off
-    const std::pair<std::shared_ptr<C>, QString> cases[] = {
-        {std::make_shared<C>("usage: x", "end", Options{}), "usage: x\n\n\nend\n"},
-        {std::make_shared<C>(), "\n\n\n\n"}, {nullptr, "\n\n\n\n"},
-        {std::make_shared<C>("", "",
-         Options{std::make_shared<OtherOption>("a", "b", "c")}),
-         "\n\nOPTIONS\n\n\n"},
+    const struct { const char *name; QStringList tokens; QString result; } cases[] = {
+        {"one of each", {"-v", "--out", "x.txt", "Grüße"}, "'Grüße' | 'verbose' | out=QString(x.txt)"},
+        {"unknown tokens keep their dashes and place; no grouping, no =value, exact case and length",
+         {"a", "-unknown", "--unknown", "-vo", "--out=x", "-V", "--verb", "---"},
+         "'a' '-unknown' '--unknown' '-vo' '--out=x' '-V' '--verb' '---' |  | "},
+        {"empty identifiers catch the lone dashes", {"-", "--"}, " | '' '' | "},
+        {"options repeat, parameters keep the last value", {"-v", "--out", "first", "--verbose", "-o", "second"},
+         " | 'verbose' 'verbose' | out=QString(second)"},
+        {"a value is never an option", {"--out", "--verbose", "-o", "-v", "tail"}, "'tail' |  | out=QString(-v)"},
+        {"numbers by type, derived classes by kind", {"--count", "-5", "-r", "-7.5x", "-l", "12", "-t", "3x"},
+         " |  | count=int(-5) level=QString(12) rate=float(-7.5) tagged=int(3)"},
+        {"types read from the file", {"-f", "7", "--speed", "1.5", "--name", "1.5", "--yes", "1.5", "--no", "1.5", "-L"},
+         " | 'loud' | frames=int(7) name=QString(1.5) no=QString(1.5) speed=float(1.5) yes=int(1)"},
+        {"a parameter as the last token is dropped, even without a long identifier",
+         {"file", "-v", "-p"}, "'file' | 'verbose' | "},
+        {"empty tokens and values", {"", "--out", "", ""}, "'' '' |  | out=QString()"},
+        {"nothing", {}, " |  | "},
+        {"a parameter without a long identifier", {"-p", "v"}, noLong.arg("-p")},
+        {"an option without a long identifier", {"x", "-q"}, noLong.arg("-q")},
     };
     // clang-format on
-    for (const auto &[configuration, text] : cases)
-        EXPECT_EQ(VKApplication::usageText(configuration), text);
-
-    // Before a run there is no delegate class, so nothing is printed.
-    testing::internal::CaptureStdout();
-    VKApplication().printUsage();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    for (const auto &c : cases)
+        EXPECT_EQ(parsed(c.tokens), c.result) << c.name;
+    // Without a configuration every token is an argument.
+    EXPECT_EQ(VKApplication::parseRawArguments({"-v"}, nullptr)->arguments(), QStringList{"-v"});
 }
 
-TEST(ApplicationConfigurationLists, GroupsUpToTheFirstNullMustBeComplete)
+TEST(ApplicationConfiguration, FromCodeAndFilesWithItsUsageListingExactClassesOnlyInOrder)
 {
-    EXPECT_EQ(describe(VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage(
-                  {"one", "1", "first", "two", "2", "second", QString(), "ignored"})),
-              (QStringList{"one|1|first", "two|2|second"}));
-    EXPECT_EQ(
-        describe(VKApplication::optionsWithLongIdentifierShortIdentifierAndUsage({"", "", ""})),
-        QStringList{"||"});
-    // Only "int" and "float" name numeric types.
-    EXPECT_EQ(describe(VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
-                  {"a", "a", "", "int", "", "b", "b", "", "float",  "",
-                   "c", "c", "", "Int", "", "d", "d", "", "double", "n"})),
-              (QStringList{"a|a||1|", "b|b||2|", "c|c||0|", "d|d||0|n"}));
+    EXPECT_EQ(VKApplication::usageText(configurationWith(toolOptions())).toUtf8(),
+              QByteArray(
+                  "usage: tool\n\nOPTIONS\n\t-, --\n\t\t\n\n\t-q, --\n\t\t\n\n\t-p, -- <>\n\t\t\n\n"
+                  "\t-f, --frames <n>\n\t\tFrames.\n\n\t-, --speed <>\n\t\t\n\n"
+                  "\t-, --name <>\n\t\t\n\n\t-, --yes <>\n\t\t\n\n\t-, --no <>\n\t\t\n\n"
+                  "\t-L, --loud\n\t\tMehr \xe2\x80\x93 bitte.\n\n\t-Q, --\n\t\t\n\n"
+                  "\t-v, --verbose\n\t\tTalk more.\n\n\t-, --\n\t\tstdin\n\n"
+                  "\t-o, --out <file>\n\t\tOutput file.\n\n\t-c, --count <n>\n\t\tHow many.\n\n"
+                  "\t-r, --rate <fps>\n\t\tBildrate \xe2\x80\x93 25.\n\n"
+                  "\t-o, --other <x>\n\t\tNever found.\n\n\t-l, --level <n>\n\t\t\n\n\nbye\n"));
+    // No header for an empty list; a header for a list of hidden classes only.
+    using C = VKApplicationConfiguration;
+    const auto hidden = std::make_shared<Sub<VKApplicationOptionConfiguration>>("a", "b", "c");
+    EXPECT_EQ(VKApplication::usageText(std::make_shared<C>("usage: x", "end", Options{})),
+              "usage: x\n\n\nend\n");
+    EXPECT_EQ(VKApplication::usageText(std::make_shared<C>("", "", Options{hidden})),
+              "\n\nOPTIONS\n\n\n");
 
+    // Lists in code must be complete; a missing file, or one whose lists are none, gives nothing.
     using A = VKApplication;
     const QString three =
         "NSInvalidArgumentException|number of variable arguments must be a multiple of 3";
-    const QString five = QString(three).replace(u'3', u'5');
-    // clang-format off
-    const std::pair<std::function<void()>, QString> cases[] = {
-        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"}); }, three},
-        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", QString(), "c"}); }, three},
-        {[] { A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({"a", "b", "c", "int", "n", "x", "y", "z", "float"}); }, five},
-        {[] { A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName({"a", "b", "c"}); }, five},
-        {[] { A::optionsWithLongIdentifierShortIdentifierAndUsage({}); }, "no exception"},
-    };
-    // clang-format on
-    for (const auto &[call, raised] : cases)
-        EXPECT_EQ(vkRaisedBy(call), raised);
-}
-
-TEST(ApplicationConfigurationFiles, ReadsParametersThenOptionsOrNothing)
-{
-    // Parameters come first whatever the order in the file; entries that are not dictionaries,
-    // unknown keys and values that are not strings (as identifiers) are left out.
-    const char *xml = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
-<key>options</key><array>
-  <dict><key>longIdentifier</key><string>verbose</string><key>shortIdentifier</key><string>v</string>
-    <key>usageDescription</key><string>Mehr – bitte.</string><key>colour</key><string>x</string></dict>
-  <string>not a dictionary</string>
-  <dict><key>longIdentifier</key><integer>5</integer><key>shortIdentifier</key><string>q</string></dict>
-</array>
-<key>parameters</key><array>
-  <dict><key>longIdentifier</key><string>count</string><key>shortIdentifier</key><string>c</string>
-    <key>usageDescription</key><string>How many.</string><key>parameterType</key><integer>1</integer>
-    <key>parameterName</key><string>n</string></dict>
-  <array><string>nested</string></array>
-  <dict><key>longIdentifier</key><string>rate</string><key>parameterType</key><string>2</string></dict>
-  <dict><key>longIdentifier</key><string>name</string><key>parameterType</key><string>float</string></dict>
-  <dict><key>longIdentifier</key><string>scale</string><key>parameterType</key><real>2.9</real></dict>
-  <dict><key>longIdentifier</key><string>yes</string><key>parameterType</key><true/></dict>
-  <dict><key>longIdentifier</key><string>no</string><key>parameterType</key><false/></dict>
-</array><key>unknown</key><true/></dict></plist>)";
+    EXPECT_EQ(vkRaisedBy([] {
+                  A::optionsWithLongIdentifierShortIdentifierAndUsage({"a", "b", "c", "d"});
+              }),
+              three);
+    EXPECT_EQ(vkRaisedBy([] {
+                  A::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                      {"a", "b", "c", "int", "n", "x", "y", "z", "float"});
+              }),
+              QString(three).replace(u'3', u'5'));
+    EXPECT_TRUE(A::optionsWithLongIdentifierShortIdentifierAndUsage({}).isEmpty());
     VKTempDir dir;
-    const Options options =
-        VKApplication::applicationConfigurationFromFileAtPath(dir.writeFile("tool.plist", xml));
-    EXPECT_EQ(
-        describe(options),
-        (QStringList{"count|c|How many.|1|n", "rate|||2|", "name|||0|", "scale|||2|", "yes|||1|",
-                     "no|||0|", QString::fromUtf8("verbose|v|Mehr – bitte."), "|q||null-long"}));
-    EXPECT_TRUE(options.value(1)->shortIdentifier().isNull());
-
-    // Files that are no dictionary of lists, and paths without a file, give nothing.
-    const QByteArray header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
-    // clang-format off
-    const QString paths[] = {
-        dir.writeFile("garbage", "this is not a property list at all"),
-        dir.writeFile("array-root", header + "<array><dict><key>longIdentifier</key><string>a</string></dict></array></plist>"),
-        dir.writeFile("wrong-types", header + "<dict><key>options</key><string>a</string><key>parameters</key><dict/></dict></plist>"),
-        dir.filePath("missing"), dir.path(), QString(),
-    };
-    // clang-format on
-    for (const QString &path : paths)
-        EXPECT_TRUE(VKApplication::applicationConfigurationFromFileAtPath(path).isEmpty()) << path;
+    EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(dir.filePath("missing")).isEmpty());
+    EXPECT_TRUE(A::applicationConfigurationFromFileAtPath(
+                    dir.writeFile("none.plist",
+                                  R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">
+<dict><key>options</key>
+<string>a</string><key>parameters</key><dict/></dict></plist>)"))
+                    .isEmpty());
 }
 
 TEST(ApplicationArguments, DescriptionAndEquality)
 {
-    const QStringList args{"a b", "c"};
-    const VKApplicationArguments arguments(args, {{"rate", 2.5f}, {"out", "x.txt"}}, {"verbose"});
-    EXPECT_EQ(arguments.description(),
-              "Arguments: (\n    \"a b\",\n    c\n) \n\n Parameters: {\n    out = x.txt;\n"
-              "    rate = 2.5;\n} \n\n Options: (\n    verbose\n)");
-
-    // Numbers compare by value, not by type; the other object may be of the receiver's class or
-    // of any class below it, at any depth.
-    const QVariantMap parameters{{"out", "x.txt"}, {"rate", 2.5}};
-    const VKApplicationArguments same(args, parameters, {"verbose"}),
-        reordered({"c", "a b"}, parameters, {"verbose"}), noOptions(args, parameters, {}),
-        fewerParameters(args, {{"out", "x.txt"}}, {"verbose"});
-    const TaggedArguments tagged(args, parameters, {"verbose"});
-    const MoreTaggedArguments moreTagged(args, parameters, {"verbose"});
+    const QStringList args{"a", "b"}, options{"v"};
+    const QVariantMap parameters{{"n", 1}};
+    const VKApplicationArguments arguments(args, parameters, options);
+    EXPECT_EQ(arguments.description(), "Arguments: (\n    a,\n    b\n) \n\n Parameters: {\n    n = "
+                                       "1;\n} \n\n Options: (\n    v\n)");
+    // Numbers compare by value; the other may be of a class below the receiver's, at any depth.
+    const VKApplicationArguments same(args, {{"n", 1.0}}, options),
+        reordered({"b", "a"}, parameters, options), noOptions(args, parameters, {}),
+        noParameters(args, {}, options);
+    const Sub<VKApplicationArguments> tagged(args, parameters, options);
+    const Sub<Sub<VKApplicationArguments>> moreTagged(args, parameters, options);
     // clang-format off
     const struct { const VKApplicationArguments *receiver, *other; bool equal; } cases[] = {
         {&arguments, &same, true}, {&arguments, &arguments, true}, {&arguments, nullptr, false},
-        {&arguments, &reordered, false}, {&arguments, &noOptions, false}, {&arguments, &fewerParameters, false},
-        {&arguments, &tagged, true}, {&arguments, &moreTagged, true}, {&tagged, &moreTagged, true},
-        {&tagged, &arguments, false}, {&moreTagged, &tagged, false}, {&moreTagged, &arguments, false}};
+        {&arguments, &reordered, false}, {&arguments, &noOptions, false}, {&arguments, &noParameters, false},
+        {&arguments, &moreTagged, true}, {&tagged, &moreTagged, true}, {&tagged, &arguments, false}};
     // clang-format on
     for (const auto &c : cases)
         EXPECT_EQ(c.receiver->isEqual(c.other), c.equal)
@@ -377,144 +246,93 @@ TEST(ApplicationPrint, FormatsDoublesPercentPairsAndHandlesNil)
     VKPrint(QStringLiteral("%@"), QStringLiteral("100%%"));
     VKPrint(QStringLiteral("100%% of %d"), 3);            // the format's own escape is one sign
     VKPrint(QStringLiteral("%@"), QStringLiteral("%%%")); // pairs are counted left to right
-    VKPrint(QStringLiteral("%@ – %s"), QString::fromUtf8("Grüße 😀"), "ü");
+    VKPrint(QStringLiteral("%@ – %s"), QString::fromUtf8("Grüße"), "ü");
     VKPrint(QStringLiteral(""));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              std::string("nil\n100%%%%\n100% of 3\n%%%%%\n"
-                          "Gr\xc3\xbc\xc3\x9f"
-                          "e \xf0\x9f\x98\x80 \xe2\x80\x93 \xc3\xbc\n\n"));
+              "nil\n100%%%%\n100% of 3\n%%%%%\nGrüße – ü\n\n");
 }
 
-TEST(ApplicationRun, WaitsUntilFinishedLettingQueuedCallsRunFirst)
+TEST(ApplicationRun, WaitsUntilFinishedFromAnyThreadLettingQueuedCallsRunFirst)
 {
-    // Finished from a timer right after queueing a call: the call still runs inside the wait.
-    VKApplication application;
+    const qint64 code = (qint64(1) << 40) + 9;
     QStringList order;
-    QTimer timer;
-    timer.setSingleShot(true);
-    QObject::connect(&timer, &QTimer::timeout, [&] {
+    std::thread worker;
+    // Queues a call to the main thread, notes the state, then finishes.
+    const auto end = [&](VKApplication &app) {
         QMetaObject::invokeMethod(
-            QCoreApplication::instance(), [&] { order << "queued"; }, Qt::QueuedConnection);
-        order << held(application);
-        finish(application, (qint64(1) << 40) + 9);
-    });
-    const qint64 result = application.runWithDelegateClass(
-        scripted([&](VKApplication &app, const VKApplicationArguments &arguments) {
-            order << held(app) << arguments.arguments() << arguments.options();
-            timer.start(0);
-        }),
-        {"in.mov", "-v"});
-    EXPECT_EQ(result, (qint64(1) << 40) + 9);
-    EXPECT_EQ(order, (QStringList{"DelegateRunning 0 delegate 0", "in.mov", "verbose",
-                                  "Waiting 0 delegate 0", "queued"}));
-    EXPECT_EQ(held(application), "Finished 1 delegate 1099511627785");
-
-    // Finished inside the delegate's call: the event loop is never turned.
-    bool queuedRan = false;
-    const auto finishAtOnce = scripted([&](VKApplication &app, const auto &) {
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(), [&] { queuedRan = true; }, Qt::QueuedConnection);
-        finish(app, -3);
-    });
-    EXPECT_EQ(VKApplication().runWithDelegateClass(finishAtOnce, {}), -3);
-    EXPECT_FALSE(queuedRan);
-    EXPECT_TRUE(vkWaitUntil([&] { return queuedRan; }));
-}
-
-TEST(ApplicationRun, WorkFromOtherThreadsEndsTheWait)
-{
-    // Finished through a call queued to the main thread, or set directly on the worker, where
-    // the periodic test of the flag notices it.
-    for (const bool queued : {true, false}) {
-        SCOPED_TRACE(queued ? "queued" : "direct");
-        std::thread worker;
-        const qint64 result = VKApplication().runWithDelegateClass(
-            scripted([&](VKApplication &app, const auto &) {
-                worker = std::thread([&app, queued] {
-                    if (queued)
-                        QMetaObject::invokeMethod(
-                            QCoreApplication::instance(), [&app] { finish(app, 11); },
-                            Qt::QueuedConnection);
-                    else
-                        finish(app, 11);
-                });
-            }),
-            {});
-        worker.join();
-        EXPECT_EQ(result, 11);
+            qApp, [&] { order << "queued"; }, Qt::QueuedConnection);
+        order << held(app);
+        finish(app, code);
+    };
+    // How the work ends the run, and what happened before it returned: finished within the
+    // delegate's call, the event loop never turns; on another thread, the periodic test notices.
+    // clang-format off
+    const std::pair<Script, QStringList> cases[] = {
+        {[&](auto &app, auto &) { QTimer::singleShot(0, [&] { end(app); }); }, {"Waiting 0 delegate 0", "queued"}},
+        {[&](auto &app, auto &) {
+             worker = std::thread([&] { QMetaObject::invokeMethod(qApp, [&] { end(app); }, Qt::QueuedConnection); });
+         }, {"Waiting 0 delegate 0", "queued"}},
+        {[&](auto &app, auto &) { worker = std::thread([&] { finish(app, code); }); }, {}},
+        {[&](auto &app, auto &) { end(app); }, {"DelegateRunning 0 delegate 0"}},
+    };
+    // clang-format on
+    for (const auto &[script, expected] : cases) {
+        order.clear();
+        VKApplication application;
+        EXPECT_EQ(application.runWithDelegateClass(scripted(script), {}), code);
+        if (worker.joinable())
+            worker.join();
+        EXPECT_EQ(order, expected);
+        EXPECT_EQ(held(application), "Finished 1 delegate 1099511627785");
     }
+    EXPECT_TRUE(vkWaitUntil([&] { return order.size() == 2; }));
 }
 
-TEST(ApplicationRun, RunsThatEndWithoutFinishingLeaveADefinedState)
+TEST(ApplicationRun, EndsInADefinedStateAndTheEntryFunctionAnswersTheLow32BitsOrLogs)
 {
     const VKApplicationDelegateClass nothing(
         "Nothing", [] { return std::shared_ptr<VKApplicationDelegate>(); }, nullptr);
-    // What the application holds afterwards, and what the entry function logs.
+    QByteArray program("tool"), count("--count"), seven("7"), name("Grüß"), empty(""),
+        invalid("a\xff");
+    char *argv[] = {program.data(), count.data(),   seven.data(), name.data(),
+                    empty.data(),   invalid.data(), nullptr};
+    const QStringList arguments{"--count", "7", QString::fromUtf8("Grüß"), "", "a\uFFFD"};
+    // What the application holds after a run, and what the entry function answers and logs.
     // clang-format off
-    const struct { const char *name; std::function<void()> raise; QString held, logged; } cases[] = {
-        {"no delegate", nullptr, "Created 0 none 0",
+    const struct { const char *name; Script script; QString held; int result; QString logged; } cases[] = {
+        {"finished with (7 << 32) | 3 arguments",
+         [](auto &app, auto &parsed) { finish(app, parsed.parameters().value("count").toLongLong() << 32 | parsed.arguments().size()); },
+         "Finished 1 delegate 30064771075", 3, ""},
+        {"no delegate", nullptr, "Created 0 none 0 threw", 1,
          "NSInvalidArgumentException stopped the run: the delegate class Nothing created no delegate"},
-        {"the library's exception", [] { VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
-         "Finished 1 delegate 1", "NSInvalidArgumentException stopped the run: bad input 4"},
-        {"a standard exception", [] { throw std::runtime_error("disk full"); },
-         "Finished 1 delegate 1", "an exception stopped the run: disk full"},
-        {"an exception of another type", [] { throw 42; },
-         "Finished 1 delegate 1", "an exception of unknown type stopped the run"},
+        {"the library's exception",
+         [](auto &app, auto &) { app.setExitCode(7); VKException::raise(VKInvalidArgumentException, "bad input %d", 4); },
+         "Finished 1 delegate 1 threw", 1, "NSInvalidArgumentException stopped the run: bad input 4"},
+        {"a standard exception", [](auto &app, auto &) { app.setExitCode(7); throw std::runtime_error("disk full"); },
+         "Finished 1 delegate 1 threw", 1, "an exception stopped the run: disk full"},
+        {"an exception of another type", [](auto &app, auto &) { app.setExitCode(7); throw 42; },
+         "Finished 1 delegate 1 threw", 1, "an exception of unknown type stopped the run"},
     };
     // clang-format on
-    QByteArray program("tool");
-    char *argv[] = {program.data(), nullptr};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const auto delegateClass = !c.raise ? nothing : scripted([&](VKApplication &app, auto &) {
-            app.setExitCode(7);
-            c.raise();
-        });
+        const auto delegateClass = c.script ? scripted(c.script) : nothing;
         VKApplication application;
-        EXPECT_ANY_THROW(application.runWithDelegateClass(delegateClass, {}));
-        EXPECT_EQ(held(application), c.held);
-        // The entry function reports each and answers 1.
+        QString threw;
+        try {
+            application.runWithDelegateClass(delegateClass, arguments);
+        } catch (...) {
+            threw = " threw";
+        }
+        EXPECT_EQ(held(application) + threw, c.held);
         VKLogCapture log;
-        EXPECT_EQ(VKRunApplicationWithDelegateClass(delegateClass, 1, argv), 1);
-        ASSERT_EQ(log.entries().size(), 1);
-        EXPECT_EQ(log.entries()[0].prettyFunctionOutput + ": " + log.messages()[0],
-                  "VKRunApplicationWithDelegateClass: " + c.logged);
+        EXPECT_EQ(VKRunApplicationWithDelegateClass(delegateClass, 6, argv), c.result);
+        EXPECT_EQ(log.entries().value(0).prettyFunctionOutput + ": " + log.messages().join(u'|'),
+                  (c.logged.isEmpty() ? ": " : "VKRunApplicationWithDelegateClass: ") + c.logged);
     }
-}
-
-TEST(ApplicationRun, EntryFunctionDecodesArgvAndNarrowsTheExitCode)
-{
-    QByteArray program("tool"), first("--count"), value("7"),
-        name("Gr\xc3\xbc\xc3\x9f"
-             "e"),
-        empty(""), invalid("a\xff");
-    char *argv[] = {program.data(), first.data(),   value.data(), name.data(),
-                    empty.data(),   invalid.data(), nullptr};
-    scripted([](VKApplication &app, const VKApplicationArguments &arguments) {
-        finish(app, arguments.parameters().value("count").toLongLong() << 32 |
-                        arguments.arguments().size());
-    });
-    // (7 << 32) | 3 arguments: only the low 32 bits survive.
-    EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(6, argv), 3);
-    EXPECT_EQ(Scripted::received->arguments(),
-              (QStringList{QString::fromUtf8("Grüße"), "", QStringLiteral("a\uFFFD")}));
+    // The entry function decodes what follows the program's name as UTF-8; a count of 1 is none.
+    EXPECT_EQ(Scripted::received->arguments(), arguments.mid(2));
+    scripted([](auto &app, auto &) { finish(app, 0); });
     EXPECT_EQ(VKRunApplicationWithDelegateClass<Scripted>(1, argv), 0);
     EXPECT_TRUE(Scripted::received->isEqual(std::make_shared<VKApplicationArguments>().get()));
-    EXPECT_EQ(VKApplicationDelegateClass::of<Scripted>().className(),
-              "(anonymous namespace)::Scripted");
-}
-
-TEST(ApplicationTool, ARealToolFinishesFromATimerWithItsExitCode)
-{
-    EXPECT_EQ(vkRunTestBinary("vkapp_probe", {"in.mov", "--delay", "0.001", "-x", "7", "--help"}),
-              "notification VKApplicationWillFinishLaunchingNotification\n"
-              "usage: probe\n\nOPTIONS\n\t-h, --help\n\t\tPrint this text.\n\n"
-              "\t-x, --exit <code>\n\t\tExit code.\n\n"
-              "\t-d, --delay <seconds>\n\t\tSeconds before finishing.\n\n"
-              "\n(100% honest)\n"
-              "returning\n"
-              "notification VKApplicationDidFinishLaunchingNotification\n"
-              "finishing\n"
-              "notification VKApplicationWillTerminateNotification\n"
-              "exit 7");
 }

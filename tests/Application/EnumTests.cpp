@@ -1,8 +1,6 @@
-// Enumerations: selecting by element, identifier, name, index and key, with the announcements and
-// notifications each makes; element values and equality; descriptions; the selection kept in the
-// user defaults.
+// Enumerations: selecting in every way, with what each announces and posts; elements, values,
+// equality and descriptions; the selection kept in the user defaults.
 #include "Application/VKEnum.h"
-#include "Foundation/VKException.h"
 #include "Foundation/VKNotificationCenter.h"
 #include "Foundation/VKStringRanges.h"
 #include "Foundation/VKUserDefaults.h"
@@ -12,23 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-
-// Three display modes, declared the way hosts declare them (outside any namespace, since
-// descriptions show the class name); the first is the default.
-class VKTestDisplayEnum : public VKEnum
-{
-    VK_ENUM(VKTestDisplayEnum)
-public:
-    static QList<std::shared_ptr<VKEnumElement>> elements()
-    {
-        static const QList<std::shared_ptr<VKEnumElement>> list{
-            VKEnumElement::sourceWithIdentifier("timecode", "Timecode", 0),
-            VKEnumElement::sourceWithIdentifier("frames", "Frames", 1),
-            VKEnumElement::sourceWithIdentifier("feet", "Feet", 2)};
-        return list;
-    }
-    static std::shared_ptr<VKEnumElement> defaultElement() { return elements().first(); }
-};
 
 // An element that carries a "value", as elementValues() needs.
 class VKTestValueElement : public VKEnumElement
@@ -42,155 +23,98 @@ public:
     }
 };
 
-// Two rates, with values; without a defaultElement() of its own it inherits the base class's
-// (a new element with null fields each time).
-class VKTestRateEnum : public VKEnum
+// Three display modes, declared the way hosts declare them (outside any namespace, since
+// descriptions show the class name); the first is the default.
+class VKTestDisplayEnum : public VKEnum
 {
-    VK_ENUM(VKTestRateEnum)
+    VK_ENUM(VKTestDisplayEnum)
 public:
     static QList<std::shared_ptr<VKEnumElement>> elements()
     {
         static const QList<std::shared_ptr<VKEnumElement>> list{
-            std::make_shared<VKTestValueElement>("24", "24 fps", 0.024),
-            std::make_shared<VKTestValueElement>("25", "25 fps", 0.025)};
+            std::make_shared<VKTestValueElement>("timecode", "Timecode", 0),
+            std::make_shared<VKTestValueElement>("frames", "Frames", 1),
+            std::make_shared<VKTestValueElement>("feet", "Feet", 2)};
         return list;
     }
+    static std::shared_ptr<VKEnumElement> defaultElement() { return elements().first(); }
 };
 
 namespace {
-
-// While alive, counts VDEnumSelectedElementDidChangeNotification posts (of any enumeration) and,
-// given an enumeration, the changes announced to observers of its selection keys.
-struct Watch
-{
-    explicit Watch(VKEnum *observed = nullptr) : object(observed)
-    {
-        post = VKNotificationCenter::defaultCenter().addObserver(
-            this, VDEnumSelectedElementDidChangeNotification, nullptr,
-            [this](const VKNotification &n) {
-                ++posts;
-                last = n.object().object<VKEnum>();
-                EXPECT_TRUE(n.userInfo().isEmpty());
-            });
-        for (int i = 0; object && i < 4; ++i)
-            tokens << object->observe(keys[i], 0,
-                                      [this, i](auto *, const auto &, const auto &) { ++seen[i]; });
-    }
-    ~Watch()
-    {
-        VKNotificationCenter::defaultCenter().removeObservation(post);
-        for (auto token : tokens)
-            object->removeObservation(token);
-    }
-    // "posts:announcements of element,identifier,name,index".
-    QString line() const
-    {
-        return QString::asprintf("%d:%d,%d,%d,%d", posts, seen[0], seen[1], seen[2], seen[3]);
-    }
-    static constexpr const char *keys[] = {"selectedElement", "selectedIdentifier", "selectedName",
-                                           "selectedIndex"};
-    VKEnum *object;
-    VKNotificationToken post = 0;
-    QList<VKObservationToken> tokens;
-    int seen[4] = {};
-    int posts = 0;
-    VKEnum *last = nullptr;
-};
 
 QString address(const void *pointer)
 {
     return QString::asprintf("%p", pointer);
 }
 
-class EnumDefaults : public ::testing::Test
-{
-protected:
-    void SetUp() override { VKUserDefaults::setStandardUserDefaultsFolder(m_dir.path()); }
-    void TearDown() override { VKUserDefaults::setStandardUserDefaultsFolder({}); }
-    std::shared_ptr<VKUserDefaults> defaults() { return VKUserDefaults::standardUserDefaults(); }
-    // What the file holds once written, read by a store of its own.
-    QString stored(const QString &key)
-    {
-        defaults()->synchronize();
-        return VKUserDefaults(defaults()->filePath()).stringForKey(key);
-    }
-    VKTempDir m_dir;
-};
-
 } // namespace
 
 TEST(Enum, SettersSelectAnnounceAndPost)
 {
-    const auto list = VKTestDisplayEnum::elements();
-    // The selection afterwards, and what a Watch saw ("posts:element,identifier,name,index").
+    const auto display = [] { return VKTestDisplayEnum::enumWithSelectedIdentifier("frames"); };
+    const auto base = [] { return VKEnum::enumm(); };
+    const auto frames = VKTestDisplayEnum::elements().at(1);
+    const qint64 none = VKNotFound;
+    // The selection afterwards, and what was posted and announced: "posts:element,identifier,name,
+    // index". The display enumerations start at "frames"; the base class's at its default.
     // clang-format off
-    const struct { const char *name; std::function<void(VKTestDisplayEnum &)> change; QString selected, watched; } cases[] = {
-        {"known identifier", [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", "1:1,2,1,1"},
-        {"unknown identifier", [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", "0:0,1,0,0"},
-        {"same identifier", [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", "0:0,0,0,0"},
-        {"null identifier", [](auto &e) { e.setSelectedIdentifier({}); }, "timecode", "1:1,2,1,1"},
-        {"equal element, other object",
-         [](auto &e) { e.setSelectedElement(VKEnumElement::sourceWithIdentifier("frames", "F", 9)); },
-         "frames", "1:1,1,1,1"},
-        {"same element object", [&](auto &e) { e.setSelectedElement(list.at(1)); }, "frames", "0:0,0,0,0"},
-        {"null element", [](auto &e) { e.setSelectedElement(nullptr); }, "timecode", "1:1,1,1,1"},
-        {"name", [](auto &e) { e.setSelectedName("Feet"); }, "feet", "1:1,1,1,1"},
-        {"unknown name", [](auto &e) { e.setSelectedName("feet"); }, "timecode", "1:1,1,1,1"},
-        {"last index", [](auto &e) { e.setSelectedIndex(2); }, "feet", "1:1,1,1,1"},
-        {"index at the count", [](auto &e) { e.setSelectedIndex(3); }, "timecode", "1:1,1,1,1"},
-        {"largest index", [](auto &e) { e.setSelectedIndex(std::numeric_limits<quint64>::max()); },
-         "timecode", "1:1,1,1,1"},
-        {"by key", [](auto &e) { e.setValueForKey(QString("feet"), "selectedIdentifier"); }, "feet", "1:1,2,1,1"},
+    const struct { const char *name; std::function<std::shared_ptr<VKEnum>()> make; std::function<void(VKEnum &)> change;
+                   QString selected; qint64 index; QString watched; } cases[] = {
+        {"known identifier", display, [](auto &e) { e.setSelectedIdentifier("feet"); }, "feet", 2, "1:1,2,1,1"},
+        {"unknown identifier", display, [](auto &e) { e.setSelectedIdentifier("yards"); }, "frames", 1, "0:0,1,0,0"},
+        {"same identifier", display, [](auto &e) { e.setSelectedIdentifier("frames"); }, "frames", 1, "0:0,0,0,0"},
+        {"null identifier", display, [](auto &e) { e.setSelectedIdentifier({}); }, "timecode", 0, "1:1,2,1,1"},
+        {"equal element, other object", display,
+         [](auto &e) { e.setSelectedElement(VKEnumElement::sourceWithIdentifier("frames", "F", 9)); }, "frames", 1, "1:1,1,1,1"},
+        {"same element object", display, [&](auto &e) { e.setSelectedElement(frames); }, "frames", 1, "0:0,0,0,0"},
+        {"null element", display, [](auto &e) { e.setSelectedElement(nullptr); }, "timecode", 0, "1:1,1,1,1"},
+        {"name", display, [](auto &e) { e.setSelectedName("Feet"); }, "feet", 2, "1:1,1,1,1"},
+        {"unknown name", display, [](auto &e) { e.setSelectedName("feet"); }, "timecode", 0, "1:1,1,1,1"},
+        {"last index", display, [](auto &e) { e.setSelectedIndex(2); }, "feet", 2, "1:1,1,1,1"},
+        {"index at the count", display, [](auto &e) { e.setSelectedIndex(3); }, "timecode", 0, "1:1,1,1,1"},
+        {"largest index", display, [](auto &e) { e.setSelectedIndex(std::numeric_limits<quint64>::max()); }, "timecode", 0, "1:1,1,1,1"},
+        {"base default: a new object each time, never found", base, [](auto &e) { e.setSelectedIndex(7); }, QString(), none, "1:1,1,1,1"},
+        {"base default: null is never equal to null", base, [](auto &e) { e.setSelectedIdentifier({}); }, QString(), none, "0:0,1,0,0"},
     };
     // clang-format on
+    const char *const keys[] = {"selectedElement", "selectedIdentifier", "selectedName",
+                                "selectedIndex"};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const auto e = VKTestDisplayEnum::enumWithSelectedIdentifier("frames");
-        ASSERT_EQ(e->selectedElement(), list.at(1));
-        Watch watch(e.get());
+        const auto e = c.make();
+        // Announcements per key, then posts (one of another object or with user information: 100).
+        int seen[5] = {};
+        for (int i = 0; i < 4; ++i)
+            e->observe(keys[i], 0, [&seen, i](auto *, auto &, auto &) { ++seen[i]; });
+        const auto post = VKNotificationCenter::defaultCenter().addObserver(
+            &seen, VDEnumSelectedElementDidChangeNotification, nullptr,
+            [&](const VKNotification &n) {
+                seen[4] +=
+                    n.object().object<VKEnum>() == e.get() && n.userInfo().isEmpty() ? 1 : 100;
+            });
         c.change(*e);
-        EXPECT_EQ(e->selectedIdentifier() + u' ' + watch.line(), c.selected + u' ' + c.watched);
-        EXPECT_EQ(watch.last, watch.posts ? e.get() : nullptr);
-        EXPECT_EQ(e->selectedIndex(),
-                  QStringList({"timecode", "frames", "feet"}).indexOf(c.selected));
+        VKNotificationCenter::defaultCenter().removeObservation(post);
+        EXPECT_EQ(e->selectedIdentifier(), c.selected);
+        EXPECT_EQ(e->selectedIndex(), c.index);
+        EXPECT_EQ(QString::asprintf("%d:%d,%d,%d,%d", seen[4], seen[0], seen[1], seen[2], seen[3]),
+                  c.watched);
     }
 }
 
-TEST(Enum, TheBaseDefaultIsANewElementThatIsNeverFound)
+TEST(Enum, ElementsValuesEqualityAndDescriptions)
 {
-    const auto rates = VKTestRateEnum::enumm();
-    const auto first = rates->selectedElement();
-    ASSERT_TRUE(first);
-    EXPECT_TRUE(first->identifier().isNull());
-    EXPECT_EQ(rates->selectedIndex(), VKNotFound);
-    Watch watch(rates.get());
-    rates->setSelectedIndex(7);
-    EXPECT_NE(rates->selectedElement(), first) << "a new default object each time";
-    EXPECT_EQ(watch.line(), "1:1,1,1,1");
-    // Null is never equal to null: a walk that finds nothing, announced as such.
-    rates->setSelectedIdentifier({});
-    EXPECT_EQ(watch.line(), "1:1,2,1,1");
-    rates->setSelectedIdentifier("25");
-    EXPECT_EQ(rates->selectedIndex(), 1);
-    EXPECT_TRUE(VKEnum::enumm()->elements().isEmpty());
-}
-
-TEST(Enum, ElementValuesIntegerValuesAndEquality)
-{
-    EXPECT_EQ(VKTestRateEnum::enumm()->elementValues(), QVariantList({24.0, 25.0}));
-    EXPECT_EQ(VKTestRateEnum::enumm()->possibleKeys(), QStringList({"24 fps", "25 fps"}));
-    const auto display = VKTestDisplayEnum::enumm();
-    EXPECT_EQ(display->elementNames(), QStringList({"Timecode", "Frames", "Feet"}));
-    EXPECT_EQ(vkRaisedBy([&] { display->elementValues(); }),
-              "NSUnknownKeyException|[<VKEnumElement " +
-                  address(VKTestDisplayEnum::elements().first().get()) +
-                  "> valueForUndefinedKey:]: this class is not key value coding-compliant for "
-                  "the key value.");
+    const auto display = VKTestDisplayEnum::enumWithSelectedIdentifier("feet");
+    EXPECT_EQ(display->elementValues(), QVariantList({0.0, 1000.0, 2000.0}));
+    EXPECT_EQ(display->possibleKeys(), QStringList({"Timecode", "Frames", "Feet"}));
+    // The base element has no "value": the platform's undefined-key failure.
+    const auto plain = VKEnumElement::sourceWithIdentifier("a", "A", 1);
+    EXPECT_TRUE(
+        vkRaisedBy([&] { plain->valueForKey("value"); }).startsWith("NSUnknownKeyException|"));
 
     // clang-format off
     const std::pair<QVariant, qint64> integers[] = {
         {42, 42}, {3.7, 3}, {-3.7, -3}, {1e30, std::numeric_limits<qint64>::max()}, {true, 1},
-        {"12abc", 12}, {"abc", 0}, {QVariant(), 0}, {QVariantList{1, 2}, 0}};
+        {"12abc", 12}, {QVariant(), 0}, {QVariantList{1, 2}, 0}};
     // clang-format on
     for (const auto &[represented, expected] : integers)
         EXPECT_EQ(VKEnumElement::sourceWithIdentifier("i", "n", represented)->integerValue(),
@@ -206,75 +130,66 @@ TEST(Enum, ElementValuesIntegerValuesAndEquality)
         EXPECT_EQ(a->isEqual(b.get()), equal) << first << "|" << second;
         EXPECT_EQ(b->isEqual(a.get()), equal) << first << "|" << second;
     }
-}
 
-TEST(Enum, Descriptions)
-{
-    const auto plain = VKEnumElement::sourceWithIdentifier({}, {}, {});
-    EXPECT_EQ(plain->description(),
-              "<VKEnumElement: " + address(plain.get()) + "> \"(null)\" (null)");
-
-    const auto rates = VKTestRateEnum::enumWithSelectedIdentifier("25");
-    const auto list = VKTestRateEnum::elements();
-    EXPECT_EQ(rates->description(), "<VKTestRateEnum: " + address(rates.get()) + ">{\n" +
-                                        "\t<VKTestValueElement: " + address(list[0].get()) +
-                                        "> \"24 fps\" 24\n" + "\t<VKTestValueElement: " +
-                                        address(list[1].get()) + "> \"25 fps\" 25 (selected)\n}\n");
+    const auto list = VKTestDisplayEnum::elements();
+    EXPECT_EQ(display->description(),
+              "<VKTestDisplayEnum: " + address(display.get()) +
+                  ">{\n\t<VKTestValueElement: " + address(list[0].get()) +
+                  "> \"Timecode\" timecode\n\t<VKTestValueElement: " + address(list[1].get()) +
+                  "> \"Frames\" frames\n\t<VKTestValueElement: " + address(list[2].get()) +
+                  "> \"Feet\" feet (selected)\n}\n");
     // An equal element that is not the listed object is not marked.
-    rates->setSelectedElement(VKEnumElement::sourceWithIdentifier("25", "x", {}));
-    EXPECT_FALSE(rates->description().contains("(selected)"));
+    display->setSelectedElement(VKEnumElement::sourceWithIdentifier("feet", "x", {}));
+    EXPECT_FALSE(display->description().contains("(selected)"));
     const auto base = VKEnum::enumm();
     EXPECT_EQ(base->description(), "<VKEnum: " + address(base.get()) + ">{\n}\n");
 }
 
-TEST_F(EnumDefaults, LoadsCorrectsAndStoresTheSelection)
+TEST(EnumDefaults, LoadsCorrectsStoresAndFollowsTheSelection)
 {
-    // clang-format off
-    const struct { const char *name; QVariant storedBefore; QString selected; int postsDuringInit; } cases[] = {
-        {"nothing stored", {}, "timecode", 1},
-        {"stored identifier", QString("feet"), "feet", 2},
-        {"unknown identifier is overwritten", QString("yards"), "timecode", 1},
-    };
-    // clang-format on
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        defaults()->setObject(c.storedBefore, "display");
-        Watch watch;
-        const auto display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
-        EXPECT_EQ(display->selectedIdentifier(), c.selected);
-        EXPECT_EQ(watch.posts, c.postsDuringInit);
-        EXPECT_EQ(stored("display"), c.selected);
-        EXPECT_EQ(defaults()->registeredDefaults().value("display").toString(), "timecode");
-    }
-    // Every later selection is written.
-    const auto display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
-    display->setSelectedIndex(1);
-    EXPECT_EQ(stored("display"), "frames");
-}
-
-TEST_F(EnumDefaults, FollowsChangesMadeElsewhereOnceUntilTheKeyOrTheEnumerationGoes)
-{
+    VKTempDir dir;
+    VKUserDefaults::setStandardUserDefaultsFolder(dir.path());
+    const auto defaults = VKUserDefaults::standardUserDefaults();
     const int listeners = VKNotificationCenter::defaultCenter().observationCount();
-    auto display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
-    EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
-    Watch watch;
-    // Each step, then the selection and the posts so far.
+    std::shared_ptr<VKTestDisplayEnum> display;
+    int posts = 0;
+    const auto token = VKNotificationCenter::defaultCenter().addObserver(
+        &posts, VDEnumSelectedElementDidChangeNotification, nullptr,
+        [&](const VKNotification &) { ++posts; });
+    // A new enumeration, with `stored` under its key before.
+    const auto make = [&](const QVariant &stored) {
+        display.reset();
+        defaults->setObject(stored, "display");
+        display = VKTestDisplayEnum::enumWithUserDefaultsKey("display");
+    };
+    // Each step, then "selected stored posts listeners": the selection, what the file holds once
+    // written (read by a store of its own), the posts so far and the defaults listeners added.
     // clang-format off
     const std::tuple<const char *, std::function<void()>, QString> steps[] = {
-        {"set elsewhere", [&] { defaults()->setObject(QString("frames"), "display"); }, "frames 1"},
-        {"another key", [&] { defaults()->setObject(QString("other"), "unrelated"); }, "frames 1"},
-        {"no key, no following", [&] { display->setUserDefaultsKey({}); defaults()->setObject(QString("timecode"), "display"); }, "frames 1"},
-        {"a new key reads what is stored", [&] { display->setUserDefaultsKey("display"); }, "timecode 2"},
+        {"made with nothing stored", [&] { make({}); }, "timecode timecode 1 2"},
+        {"made with an identifier stored", [&] { make(QString("feet")); }, "feet feet 3 2"},
+        {"made with an unknown one, overwritten", [&] { make(QString("yards")); }, "timecode timecode 4 2"},
+        {"selected here", [&] { display->setSelectedIndex(1); }, "frames frames 5 2"},
+        {"set elsewhere", [&] { defaults->setObject(QString("feet"), "display"); }, "feet feet 6 2"},
+        {"another key", [&] { defaults->setObject(QString("other"), "unrelated"); }, "feet feet 6 2"},
+        {"no key, no following",
+         [&] { display->setUserDefaultsKey({}); defaults->setObject(QString("timecode"), "display"); }, "feet timecode 6 1"},
+        {"a new key reads what is stored", [&] { display->setUserDefaultsKey("display"); }, "timecode timecode 7 2"},
+        {"gone, so no longer following", [&] { display.reset(); defaults->setObject(QString("feet"), "display"); }, "- feet 7 1"},
     };
     // clang-format on
     for (const auto &[name, step, expected] : steps) {
         SCOPED_TRACE(name);
         step();
-        EXPECT_EQ(display->selectedIdentifier() + u' ' + QString::number(watch.posts), expected);
+        defaults->synchronize();
+        EXPECT_EQ(QStringLiteral("%1 %2 %3 %4")
+                      .arg(display ? display->selectedIdentifier() : "-",
+                           VKUserDefaults(defaults->filePath()).stringForKey("display"))
+                      .arg(posts)
+                      .arg(VKNotificationCenter::defaultCenter().observationCount() - listeners),
+                  expected);
     }
-    // Destruction ends the listening.
-    display.reset();
-    EXPECT_EQ(VKNotificationCenter::defaultCenter().observationCount(), listeners + 1);
-    defaults()->setObject(QString("feet"), "display"); // reaches no dead enumeration
-    EXPECT_EQ(watch.posts, 2);
+    EXPECT_EQ(defaults->registeredDefaults().value("display").toString(), "timecode");
+    VKNotificationCenter::defaultCenter().removeObservation(token);
+    VKUserDefaults::setStandardUserDefaultsFolder({});
 }

@@ -1,91 +1,104 @@
-// A program run by the extension registry tests as a separate process, since the registry is
-// read once per process. It embeds its own ":/Info.plist" with roles and links a framework that
-// declares more. Its arguments are plug-ins to load first; it prints what the shared registry
-// answers, one line per table and per role.
+// A tool on the frame, run as a process of its own (which makes and ends its application and reads
+// the registry afresh), with an ":/Info.plist" of roles and a framework declaring more. It prints
+// the lifecycle notifications, its usage and, after loading the plug-ins it is given, what the
+// registry answers; it finishes from a timer with the exit code given by --exit.
+#include "Application/VKApplication.h"
 #include "Application/VKExtensionRegistry.h"
+#include "Application/VKPrint.h"
+#include "Application/VKResponder.h"
+#include "Foundation/VKApplicationLifecycle.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
 #include "Foundation/VKException.h"
+#include "Foundation/VKNotificationCenter.h"
 
-#include "RegistryTestService.h"
-
-#include <QCoreApplication>
-
-#include <cstdio>
+#include <QTimer>
 
 int vkRegistryFrameworkMarker();
 
-class VKRegistryMainService : public VKRegistryTestService
+class VKRegistryMainService : public VKResponder
 {
 public:
-    QString origin() const override { return QStringLiteral("main"); }
+    VKRegistryMainService() { setObjectName(QStringLiteral("main")); }
 };
-VK_REGISTER_CLASS(VKRegistryMainService, VKRegistryTestService)
+VK_REGISTER_CLASS(VKRegistryMainService, VKResponder)
 
 namespace {
 
-QString orDash(const QString &text)
-{
-    return text.isNull() ? QStringLiteral("-") : text;
-}
-
-QString keys(const std::optional<QVariantMap> &map)
-{
-    return map ? QStringList(map->keys()).join(u',') : QStringLiteral("-");
-}
-
-// "role: class name|class<base|origin of a new object|fresh|the declaration's Note".
+// "role: class name|name of a new object|fresh|the declaration's Note", with "-" for nothing and
+// the class name marked when no such class is loaded.
 QString describeRole(const QString &role)
 {
-    const auto info = VKExtensionRegistry::classForRole(role);
-    const auto first = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
-    const auto second = VKExtensionRegistry::instanceForRole<VKRegistryTestService>(role);
+    const auto first = VKExtensionRegistry::instanceForRole<VKResponder>(role);
+    const auto second = VKExtensionRegistry::instanceForRole<VKResponder>(role);
     const auto declared = VKExtensionRegistry::sharedRegistry().extensionInfoForRole(role);
-    return role + ": " + orDash(VKExtensionRegistry::classNameForRole(role)) + u'|' +
-           (info ? info->name + u'<' + info->baseName : QStringLiteral("-")) + u'|' +
-           (first ? first->origin() : QStringLiteral("-")) + u'|' +
-           (first && second && first != second ? "fresh" : "none") + u'|' +
-           orDash(declared ? declared->value(QStringLiteral("Note")).toString() : QString());
+    QStringList facets{VKExtensionRegistry::classNameForRole(role),
+                       first ? first->objectName() : QString(),
+                       first && second && first != second ? "fresh" : QString(),
+                       declared ? declared->value(QStringLiteral("Note")).toString() : QString()};
+    if (!facets[0].isEmpty() && !VKExtensionRegistry::classForRole(role))
+        facets[0] += QStringLiteral(" (not loaded)");
+    for (QString &facet : facets)
+        facet = facet.isEmpty() ? QStringLiteral("-") : facet;
+    return role + ": " + facets.join(u'|');
 }
 
 QString report()
 {
     try {
         VKExtensionRegistry &registry = VKExtensionRegistry::sharedRegistry();
-        QString text =
-            QStringLiteral("same=%1 loaded=%2\nmain: %3\nminor: %4\n")
-                .arg(int(&registry == &VKExtensionRegistry::sharedRegistry()))
-                .arg(int(registry.extensionInfosLoaded()))
-                .arg(keys(registry.mainExtensionInfo()), keys(registry.minorExtensionInfo()));
+        QStringList lines{"main: " + QStringList(registry.mainExtensionInfo()->keys()).join(u','),
+                          "minor: " + QStringList(registry.minorExtensionInfo().keys()).join(u',')};
         for (const char *role : {"SharedRole", "MainRole", "FrameworkRole", "PlugInRole",
                                  "MissingRole", "NumberRole", "UnknownRole"})
-            text += describeRole(role) + u'\n';
-        return text;
+            lines << describeRole(role);
+        return lines.join(u'\n');
     } catch (const VKException &exception) {
         // The registry was not made: the next use tries again and fails the same way.
-        QString again = QStringLiteral("made");
-        try {
-            VKExtensionRegistry::classNameForRole(QStringLiteral("SharedRole"));
-        } catch (const VKException &second) {
-            again = second.reason();
-        }
-        return exception.name() + u'|' + exception.reason() + "\nagain: " + again + u'\n';
+        static bool again = false;
+        const QString text = exception.name() + u'|' + exception.reason();
+        return std::exchange(again, true) ? text : text + "\nagain: " + report();
     }
 }
+
+class Probe : public VKApplicationDelegate
+{
+public:
+    static std::shared_ptr<VKApplicationConfiguration> applicationConfiguration()
+    {
+        return std::make_shared<VKApplicationConfiguration>(
+            "usage: probe", "(100% honest)",
+            VKApplication::parametersWithLongIdentifierShortIdentifierUsageTypeAndName(
+                {"exit", "x", "Exit code.", "int", "code"}));
+    }
+
+    void application(VKApplication &application,
+                     const std::shared_ptr<VKApplicationArguments> &arguments) override
+    {
+        application.printUsage();
+        for (const QString &path : arguments->arguments())
+            VKBundle::loadPlugInAtPath(path);
+        VKPrint(QStringLiteral("%@"), report());
+        const qint64 exitCode = arguments->parameters().value(QStringLiteral("exit")).toLongLong();
+        QTimer::singleShot(0, [app = &application, exitCode] {
+            VKPrint(QStringLiteral("finishing"));
+            app->setExitCode(exitCode);
+            app->setFinished(true);
+        });
+    }
+};
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
-    for (const QString &path : app.arguments().mid(1)) {
-        VKError error;
-        if (!VKBundle::loadPlugInAtPath(path, &error)) {
-            std::printf("cannot load %s: %s\n", qPrintable(path),
-                        qPrintable(error.localizedDescription()));
-            return 3;
-        }
-    }
-    std::printf("%s", report().toUtf8().constData());
-    return vkRegistryFrameworkMarker() == 18 ? 0 : 4;
+    for (const QString &name :
+         {VKApplicationWillFinishLaunchingNotification, VKApplicationDidFinishLaunchingNotification,
+          VKApplicationWillTerminateNotification})
+        VKNotificationCenter::defaultCenter().addObserver(
+            nullptr, name, nullptr, [](const VKNotification &notification) {
+                VKPrint(QStringLiteral("notification %@"), notification.name());
+            });
+    return vkRegistryFrameworkMarker() == 18 ? VKRunApplicationWithDelegateClass<Probe>(argc, argv)
+                                             : 4;
 }

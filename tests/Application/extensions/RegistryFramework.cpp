@@ -1,22 +1,19 @@
-// A shared library that declares itself as a framework with two roles, one of which the probe's
-// main bundle overrides, and registers the service class it names.
+// A framework declaring two roles, one of which the probe's main bundle overrides, and registering
+// the class it names (any registered class serves; each component's names itself).
+#include "Application/VKResponder.h"
 #include "Foundation/VKBundle.h"
 #include "Foundation/VKClassRegistry.h"
-
-#include "RegistryTestService.h"
 
 VK_DECLARE_FRAMEWORK("com.vessan.tests.RegistryFramework", "1.0", R"({"VKExtensions": {
     "SharedRole": {"VKClassName": "VKRegistryFrameworkService"},
     "FrameworkRole": {"VKClassName": "VKRegistryFrameworkService", "Note": "framework"}}})")
 
-class VKRegistryFrameworkService : public VKRegistryTestService
+class VKRegistryFrameworkService : public VKResponder
 {
 public:
-    QString origin() const override { return QStringLiteral("framework"); }
+    VKRegistryFrameworkService() { setObjectName(QStringLiteral("framework")); }
 };
-
-VK_REGISTER_ROOT_CLASS(VKRegistryTestService)
-VK_REGISTER_CLASS(VKRegistryFrameworkService, VKRegistryTestService)
+VK_REGISTER_CLASS(VKRegistryFrameworkService, VKResponder)
 
 // Referenced by the probe so that the linker keeps the library.
 int vkRegistryFrameworkMarker()
