@@ -55,18 +55,13 @@ std::shared_ptr<RecordedOperation> recorded(int number, Record &record)
 }
 
 // Records "key=new value" for each announcement of the keys.
-void announcements(VKObservable &object, const QStringList &keys, std::vector<QString> &events,
-                   std::mutex *mutex = nullptr)
+void announcements(VKObservable &object, const QStringList &keys, std::vector<QString> &events)
 {
     for (const QString &key : keys)
-        object.observe(
-            key, VKKeyValueObservingOptionNew,
-            [&events, mutex](VKObservable *, const QString &k, const VKKeyValueChange &change) {
-                std::unique_lock<std::mutex> lock;
-                if (mutex)
-                    lock = std::unique_lock(*mutex);
-                events.push_back(k + "=" + change.newValue.toString());
-            });
+        object.observe(key, VKKeyValueObservingOptionNew,
+                       [&events](VKObservable *, const QString &k, const VKKeyValueChange &change) {
+                           events.push_back(k + "=" + change.newValue.toString());
+                       });
 }
 
 const VKError kDiskFull = VKError::errorWithDescription(VQErrorDomainVessanUtilities, 28, "full");
@@ -157,7 +152,7 @@ TEST(OperationChain, ThousandOperationsOnThePlatformQueueThenALateFailure)
     EXPECT_EQ(std::pair(chain->firstOperation(), chain->lastOperation()),
               std::pair(operations[0], operations[999]));
     std::vector<QString> events;
-    announcements(*chain, {"isFailed", "isFinished"}, events, &record.mutex);
+    announcements(*chain, {"isFailed", "isFinished"}, events);
     chain->observe("isFailed", 0, [&](VKObservable *, const QString &, const auto &) {
         const QVariant failed = chain->valueForKey("failedOperation");
         EXPECT_EQ(failed.value<std::shared_ptr<VKOperation>>(), operations[1000]);
@@ -184,7 +179,6 @@ TEST(OperationChain, ThousandOperationsOnThePlatformQueueThenALateFailure)
         })) << key;
     std::vector<int> expected(1001);
     std::iota(expected.begin(), expected.end(), 0);
-    std::lock_guard lock(record.mutex);
     EXPECT_EQ(record.order, expected);
     EXPECT_EQ(events, (std::vector<QString>{"isFinished=true", "isFailed=true"}));
 }
@@ -329,17 +323,10 @@ TEST(SerialQueue, HundredThousandOperationsFromFourThreadsRunInArrivalOrderOnOne
 TEST(SerialQueueDeathTest, ExceptionFromStartEndsTheProcessAfterLoggingTheOperation)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    class Throwing : public VKOperationBase
-    {
-    public:
-        void start() override { throw std::runtime_error("tape jammed"); }
-    };
-    EXPECT_DEATH(
-        {
-            VKSingleThreadOperationQueue queue;
-            auto operation = std::make_shared<Throwing>();
-            queue.addOperation(operation);
-            operation->waitUntilFinished();
-        },
-        "Operation .*Throwing.* raised an exception: tape jammed");
+    Record record;
+    auto throwing = recorded(1, record);
+    throwing->then = [] { throw std::runtime_error("tape jammed"); };
+    VKSingleThreadOperationQueue queue;
+    EXPECT_DEATH(queue.addOperations({throwing, recorded(2, record)}, true),
+                 "Operation .*RecordedOperation.* raised an exception: tape jammed");
 }
