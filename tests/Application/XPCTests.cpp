@@ -169,49 +169,32 @@ TEST(XPCHelpersDeathTest, UnconvertibleValuesStopTheProcess)
 const QString kFirst = QStringLiteral("error calling metadata XPC service");
 const QString kInterrupted = QStringLiteral("premature exit of service, maybe it crashed?");
 
-// Requests across the private bus to vkmetad, which the test starts, and to other services.
-class XPCRequestTest : public ::testing::Test
+// Starts vkmetad owning `name` on the private bus (it dies with its bus, and the bus with the
+// test process); answers whether it serves.
+bool startMetadataService(QProcess &process, const QString &name, const QStringList &options = {})
 {
-protected:
-    void SetUp() override
-    {
-#ifndef VKMETAD_PATH
-        GTEST_SKIP() << "vkmetad is not part of this build";
-#endif
-        if (!VKPrivateDBus::shared().isRunning())
-            GTEST_SKIP() << VKPrivateDBus::shared().error();
-        qDBusRegisterMetaType<QMap<QString, QString>>();
-    }
-    ~XPCRequestTest() override
-    {
-        m_service.kill();
-        m_service.waitForFinished(10000);
-    }
-
-    // Starts vkmetad owning `m_serviceName` (it dies with its bus, and the bus with the test
-    // process); answers whether it serves.
-    bool startService(const QStringList &options = {})
-    {
 #ifdef VKMETAD_PATH
-        m_service.start(QStringLiteral(VKMETAD_PATH),
-                        QStringList{"--name", m_serviceName} + options);
+    process.start(QStringLiteral(VKMETAD_PATH), QStringList{"--name", name} + options);
 #endif
-        QByteArray out;
-        while (!out.contains('\n') && m_service.waitForReadyRead(10000))
-            out += m_service.readAllStandardOutput();
-        return out.startsWith("vkmetad: serving ");
-    }
+    QByteArray out;
+    while (!out.contains('\n') && process.waitForReadyRead(10000))
+        out += process.readAllStandardOutput();
+    return out.startsWith("vkmetad: serving ");
+}
 
-    QProcess m_service;
-    const QString m_serviceName =
-        QStringLiteral("org.vessan.Test.Metadata%1")
-            .arg(::testing::UnitTest::GetInstance()->current_test_info()->line());
-};
-
-// Each sender gets its own whole reply; every parameter travels as its description.
-TEST_F(XPCRequestTest, RepliesFollowTheMappingWhenRequestsComeFromSeveralThreads)
+// Each sender gets its own whole reply, every parameter as its description. Every failure answers
+// nothing: a reply of another kind is not logged; every error reply is, with the first message,
+// and a service that exits mid-call or is unknown says more.
+TEST(XPCRequest, RepliesAndFailuresAcrossThePrivateBus)
 {
-    ASSERT_TRUE(startService());
+#ifndef VKMETAD_PATH
+    GTEST_SKIP() << "vkmetad is not part of this build";
+#endif
+    if (!VKPrivateDBus::shared().isRunning())
+        GTEST_SKIP() << VKPrivateDBus::shared().error();
+    QProcess serving, exiting;
+    ASSERT_TRUE(startMetadataService(serving, "org.vessan.Test.Metadata"));
+    ASSERT_TRUE(startMetadataService(exiting, "org.vessan.Test.Exiting", {"--exit-mid-call"}));
     VKTempDir dir;
     const QFileInfo file(dir.writeFile("clip_0002.dpx", "SDPX-frame-2-with-more-bytes"));
     const qint64 seconds = file.lastModified().toSecsSinceEpoch();
@@ -227,7 +210,7 @@ TEST_F(XPCRequestTest, RepliesFollowTheMappingWhenRequestsComeFromSeveralThreads
     for (int t = 0; t < 4; ++t)
         senders.emplace_back([&, t] {
             for (int tag = t * 100; tag < t * 100 + 5; ++tag) {
-                XPCRequest request(m_serviceName);
+                XPCRequest request("org.vessan.Test.Metadata");
                 request.setParameters(
                     {{"path", file.filePath()}, {"tag", tag}, {"ready", true}, {"ratio", 1.5}});
                 const std::optional<QVariantMap> reply = request.send();
@@ -239,22 +222,17 @@ TEST_F(XPCRequestTest, RepliesFollowTheMappingWhenRequestsComeFromSeveralThreads
         });
     for (std::thread &sender : senders)
         sender.join();
-}
 
-// Every failure answers nothing. A reply of another kind is not logged; every error reply is,
-// with the first message, and a service that exits mid-call or is unknown says more.
-TEST_F(XPCRequestTest, FailuresAnswerNothingAndAreLoggedByKind)
-{
-    ASSERT_TRUE(startService({"--exit-mid-call"}));
     TwoValues twoValues;
     QDBusConnection other = QDBusConnection::connectToBus(
         QString::fromStdString(VKPrivateDBus::shared().address()), QStringLiteral("xpc-other"));
     other.registerVirtualObject(QStringLiteral("/"), &twoValues);
+    const QString kFirst = QStringLiteral("error calling metadata XPC service");
     const QString invalid = QStringLiteral("connection is invalid, service %1 not found");
     const std::pair<QString, QStringList> cases[] = {
         {other.baseService(), {}},
         {"org.freedesktop.DBus", {kFirst}},
-        {m_serviceName, {kFirst, kInterrupted}},
+        {"org.vessan.Test.Exiting", {kFirst, "premature exit of service, maybe it crashed?"}},
         {"org.vessan.Test.Nobody", {kFirst, invalid.arg("org.vessan.Test.Nobody")}},
         {":1.9999", {kFirst, invalid.arg(":1.9999")}},
         {"no such name", {kFirst, invalid.arg("no such name")}},
@@ -273,6 +251,8 @@ TEST_F(XPCRequestTest, FailuresAnswerNothingAndAreLoggedByKind)
                                  QString("-[XPCRequest send]")));
     }
     QDBusConnection::disconnectFromBus(other.name());
+    serving.kill();
+    serving.waitForFinished(10000);
 }
 
 } // namespace
