@@ -88,7 +88,6 @@ TEST(ConcurrentOperation, FailureIsInPlaceBeforeItIsAnnouncedThenEndsInOrderAndS
     dependant->addDependency(failing);
     dependant->addDependency(plainDependency);
     failing->start();
-    EXPECT_EQ(failing->valueForKey("executing"), QVariant(true));
     announcements(*failing, {"isFailed", "isExecuting", "isFinished"}, events);
     failing->observe("isFailed", 0, [&](VKObservable *object, const QString &, const auto &) {
         events.push_back(object->valueForKey("error").value<VKError>().localizedDescription());
@@ -132,11 +131,10 @@ TEST(OperationChain, CancelGoesFromLastToFirstAndFirstCancellationAndFailureAreR
               std::pair(operations[1], kDiskFull));
 }
 
-// Each operation depends on the one before it, so a thousand run in order on the platform queue's
-// four threads; only the last is followed for finishing. Two late additions take over as the end:
-// the first fails, its operation and error in place by the time that is announced, and the
-// second never runs. Repeats are ignored; removal leaves the dependencies and every observation
-// goes.
+// A thousand chained operations run in order on the platform queue's four threads; only the last
+// is followed for finishing. Two late ones take over: the first fails, with its operation and error
+// in place when that is announced, and the second never runs. Repeats are ignored; removal leaves
+// the dependencies and every observation goes.
 TEST(OperationChain, ThousandOperationsOnThePlatformQueueThenALateFailure)
 {
     Record record;
@@ -184,9 +182,9 @@ TEST(OperationChain, ThousandOperationsOnThePlatformQueueThenALateFailure)
 }
 
 // Nothing starts while the queue is suspended. A concurrent operation still executing holds back
-// only its dependants, but a dependant first in line holds back everything behind it; its
-// readiness wakes the worker. Repeated adds are ignored, and what still waits when the queue goes
-// is cancelled without being started.
+// only its dependants, but a dependant first in line holds back all behind it until its readiness
+// wakes the worker. A cancelled operation is started in its turn; repeated adds are ignored; what
+// still waits when the queue goes is cancelled without being started.
 TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedOrAreCancelledWithTheQueue)
 {
     struct Detached : VKConcurrentOperation
@@ -198,28 +196,30 @@ TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedOrAreCancelledWithTheQ
     auto independent = recorded(0, record);
     auto dependant = recorded(1, record);
     dependant->addDependency(detached);
-    auto behind = recorded(2, record);
-    auto left = recorded(3, record);
+    auto cancelled = recorded(2, record), behind = recorded(3, record), left = recorded(4, record);
+    cancelled->cancel();
     {
         VKSingleThreadOperationQueue queue;
         queue.setSuspended(true);
-        queue.addOperations({detached, independent, dependant, behind, dependant}, false);
+        queue.addOperations({detached, independent, dependant, cancelled, behind, dependant},
+                            false);
         queue.addOperation(behind);
         EXPECT_EQ(queue.operations(), (QList<std::shared_ptr<VKOperationBase>>{
-                                          detached, independent, dependant, behind}));
+                                          detached, independent, dependant, cancelled, behind}));
         vkSpinEventLoop(30);
         EXPECT_FALSE(detached->isExecuting());
         queue.setSuspended(false);
         independent->waitUntilFinished();
         vkSpinEventLoop(30);
-        EXPECT_EQ(queue.operations(), (QList<std::shared_ptr<VKOperationBase>>{dependant, behind}));
+        EXPECT_EQ(queue.operations(),
+                  (QList<std::shared_ptr<VKOperationBase>>{dependant, cancelled, behind}));
         detached->finish();
         behind->waitUntilFinished();
-        EXPECT_TRUE(queue.operations().isEmpty());
+        EXPECT_TRUE(queue.operations().isEmpty() && cancelled->isFinished());
         queue.setSuspended(true);
         queue.addOperation(left);
     }
-    EXPECT_EQ(record.order, (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(record.order, (std::vector<int>{0, 1, 3}));
     EXPECT_EQ(std::pair(left->isCancelled(), left->isFinished()), std::pair(true, false));
 }
 
