@@ -194,12 +194,12 @@ TEST(SerialQueue, HeldBackOperationsRunInOrderOnceReleasedOrAreCancelledWithTheQ
         vkSpinEventLoop(30);
         EXPECT_FALSE(detached->isExecuting());
         queue.setSuspended(false);
-        independent->waitUntilFinished();
+        ASSERT_TRUE(vkWaitUntil([&] { return independent->isFinished(); }));
         vkSpinEventLoop(30);
         EXPECT_EQ(queue.operations(),
                   (QList<std::shared_ptr<VKOperationBase>>{dependant, cancelled, behind}));
         detached->finish();
-        behind->waitUntilFinished();
+        ASSERT_TRUE(vkWaitUntil([&] { return behind->isFinished(); }));
         EXPECT_TRUE(queue.operations().isEmpty() && cancelled->isFinished());
         queue.setSuspended(true);
         queue.addOperation(left);
@@ -296,7 +296,7 @@ TEST(SerialQueue, HundredThousandOperationsFromFourThreadsRunInArrivalOrderOnOne
     last->then = [&] { queue.addOperation(added); };
     arrived.insert(arrived.end(), {-1, -2});
     queue.addOperation(last);
-    added->waitUntilFinished();
+    ASSERT_TRUE(vkWaitUntil([&] { return added->isFinished(); }, 60000));
     std::lock_guard lock(record.mutex);
     EXPECT_EQ(record.order, arrived);
     EXPECT_EQ(record.threads, std::vector(arrived.size(), queue.thread()));
