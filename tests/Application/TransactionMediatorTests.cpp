@@ -117,14 +117,14 @@ protected:
         VKTransactionMediatorRegistry::sharedRegistry().setTimerSource(nullptr);
     }
     // Subscribes a new listener, or `listener`, as "name:key,key/interval in ms".
-    Recorder &subscribe(const QString &spec, Recorder *listener = nullptr)
+    Recorder &subscribe(const QString &text, Recorder *listener = nullptr)
     {
         if (!listener)
             listener = &listeners.emplace_back(log, *clock);
-        const QString name = spec.section(':', 0, 0);
-        const QStringList keys = spec.section(':', 1).section('/', 0, 0).split(',');
+        const QString name = text.section(':', 0, 0);
+        const QStringList keys = text.section(':', 1).section('/', 0, 0).split(',');
         M::addTransactionObserver(clip.get(), listener, name, QSet(keys.begin(), keys.end()),
-                                  spec.section('/', 1).toDouble() / 1000);
+                                  text.section('/', 1).toDouble() / 1000);
         subscriptions.insert(name, listener);
         return *listener;
     }
