@@ -50,7 +50,6 @@ TEST(VKDisplayValueTransformers, StateToTextColour)
     // colour model too).
     const QColor shown = red.transformedValue(true).value<QColor>();
     EXPECT_EQ(shown, shown.toRgb());
-    EXPECT_EQ(enabled.transformedValueClass(), QMetaType::fromType<QColor>());
 }
 
 TEST(VKDisplayValueTransformers, ThresholdFlagsAndPortNumbers)
