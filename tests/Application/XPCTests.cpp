@@ -208,12 +208,11 @@ TEST(XPCRequest, RepliesAndFailuresAcrossThePrivateBus)
     QDBusConnection other = QDBusConnection::connectToBus(
         QString::fromStdString(VKPrivateDBus::shared().address()), QStringLiteral("xpc-other"));
     other.registerVirtualObject(QStringLiteral("/"), &twoValues);
-    const QString kFirst = QStringLiteral("error calling metadata XPC service");
     const QString invalid = QStringLiteral("connection is invalid, service %1 not found");
     const std::pair<QString, QStringList> cases[] = {
         {other.baseService(), {}},
         {"org.freedesktop.DBus", {kFirst}},
-        {"org.vessan.Test.Exiting", {kFirst, "premature exit of service, maybe it crashed?"}},
+        {"org.vessan.Test.Exiting", {kFirst, kInterrupted}},
         {"org.vessan.Test.Nobody", {kFirst, invalid.arg("org.vessan.Test.Nobody")}},
         {":1.9999", {kFirst, invalid.arg(":1.9999")}},
         {"no such name", {kFirst, invalid.arg("no such name")}},
