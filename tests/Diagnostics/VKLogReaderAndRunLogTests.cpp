@@ -8,7 +8,6 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
-#include "DiagnosticsTestSupport.h"
 #include "VKTestSupport.h"
 
 #include <QFile>
@@ -49,12 +48,12 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
     const QString runs = local("Logs/Vessan");
     for (const char *name : {"MyApp_2014-01-02-101010_host.crash", "MyApp.hang", "myapp.crash",
                              "MyApp_x.ips", "MyApp_x.spin", "Other.crash"})
-        writeFile(reports + "/" + name);
+        vkWriteFile(reports + "/" + name, "log\n");
     for (const char *name : {"MyApp_1.vqnLog", "MyApp_2.vqnlog", "MyApp_3.vqnLog.gz", "MyApp"})
-        writeFile(runs + "/" + name);
+        vkWriteFile(runs + "/" + name, "log\n");
     const QString var = tree.makeDir("varlog");
     for (const char *name : {"system.log", "system.log.0.gz", "system", "syslog", "System.log"})
-        writeFile(var + "/" + name);
+        vkWriteFile(var + "/" + name, "log\n");
     VKSystemLogReader::setLogFolderForTesting(var);
 
     struct Case
@@ -87,14 +86,14 @@ TEST_F(LogReaderTest, MatchingRulesPerReader)
 TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString before = writeFile(reports + "/MyApp_a.crash");
+    const QString before = vkWriteFile(reports + "/MyApp_a.crash", "log\n");
     const auto earliest = VKFileCreationDate::creationDate(before);
     if (!earliest)
         GTEST_SKIP() << "this file system keeps no birth times";
     // Wait on the clock, not a sleep, so the next file is born a millisecond later at least.
     ASSERT_TRUE(
         vkWaitUntil([&] { return QDateTime::currentDateTimeUtc() > earliest->addMSecs(2); }));
-    const QString after = writeFile(reports + "/MyApp_b.crash");
+    const QString after = vkWriteFile(reports + "/MyApp_b.crash", "log\n");
     ASSERT_GT(*VKFileCreationDate::creationDate(after), *earliest);
 
     VKCrashLogReader first("MyApp", *earliest);
@@ -114,7 +113,7 @@ TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
     VKCrashReportReader reports2("MyApp", {}, false);
     EXPECT_EQ(reports2.unsentCrashLogFilePathsInDirectory(reports), QStringList{before});
 
-    const QString newer = writeFile(reports + "/MyApp_c.crash");
+    const QString newer = vkWriteFile(reports + "/MyApp_c.crash", "log\n");
     EXPECT_EQ(first.unsentLogFilePaths(), QStringList{newer});
     // Run logs keep their own list.
     EXPECT_FALSE(VKRunLogReader("MyApp", {}).sentLogFilePaths());
@@ -123,25 +122,25 @@ TEST_F(LogReaderTest, CreationDateBoundaryAndSentLists)
 TEST_F(LogReaderTest, BadSentListsAndFoldersLoseNothing)
 {
     const QString reports = user("Logs/DiagnosticReports");
-    const QString a = writeFile(reports + "/MyApp_a.crash");
+    const QString a = vkWriteFile(reports + "/MyApp_a.crash", "log\n");
     auto defaults = VKUserDefaults::standardUserDefaults();
     defaults->setObject(QVariantList{42, a, QVariantMap{{"k", 1}}}, kVKSentCrashLogFilePaths);
     VKCrashLogReader reader("MyApp", {});
     EXPECT_TRUE(reader.unsentLogFilePaths().isEmpty()) << "the string member still counts";
-    const QString b = writeFile(reports + "/MyApp_b.crash");
+    const QString b = vkWriteFile(reports + "/MyApp_b.crash", "log\n");
     reader.markUnsentLogsAsSent();
     const QVariantList stored = defaults->arrayForKey(kVKSentCrashLogFilePaths);
     EXPECT_EQ(stored.size(), 4);
     EXPECT_TRUE(stored.contains(42) && stored.contains(b));
 
     defaults->setObject(QString("not a list"), "SentRunLogFilePaths");
-    writeFile(user("Logs/Vessan/MyApp.vqnLog"));
+    vkWriteFile(user("Logs/Vessan/MyApp.vqnLog"), "log\n");
     VKRunLogReader runs("MyApp", {});
     EXPECT_EQ(runs.unsentLogFilePaths().size(), 1);
 
     // A report folder that is a file, and one that does not exist, contribute nothing.
     QDir(user("Logs")).removeRecursively();
-    writeFile(user("Logs/DiagnosticReports"));
+    vkWriteFile(user("Logs/DiagnosticReports"), "log\n");
     EXPECT_TRUE(reader.allLogFilePaths().isEmpty());
     EXPECT_TRUE(VKCrashReportReader("MyApp", {}, false).combinedCrashLogString().isNull());
 }
@@ -150,9 +149,9 @@ TEST_F(LogReaderTest, CombinedTextOrderAndJunk)
 {
     const QString u = user("Logs/DiagnosticReports");
     const QString l = local("Logs/DiagnosticReports");
-    writeFile(u + "/MyApp_2014-01-01.crash", "January\n");
-    writeFile(l + "/MyApp_2014-02-01.crash", "February\n");
-    writeFile(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
+    vkWriteFile(u + "/MyApp_2014-01-01.crash", "January\n");
+    vkWriteFile(l + "/MyApp_2014-02-01.crash", "February\n");
+    vkWriteFile(u + "/MyApp_junk.hang", QByteArray("\xff\xfe\x00\x80junk", 8));
     VKCrashReportReader reader("MyApp", {}, false);
     EXPECT_TRUE(VKCrashReportReader(QString(), {}, false).combinedCrashLogString().isNull());
     const QString text = reader.combinedCrashLogString();
@@ -192,7 +191,7 @@ TEST(VKCrashLogReaderStrip, Sections)
 
 TEST_F(LogReaderTest, HugeLogReadWithinTheLimit)
 {
-    QFile f(writeFile(user("Logs/Vessan/MyApp_big.vqnLog")));
+    QFile f(vkWriteFile(user("Logs/Vessan/MyApp_big.vqnLog"), "log\n"));
     ASSERT_TRUE(f.open(QIODevice::ReadWrite));
     ASSERT_TRUE(f.resize(200LL << 20)); // sparse: no 200 MB on disk
     f.seek(f.size() - 11);
@@ -236,14 +235,12 @@ TEST_F(LogReaderTest, StartingARunKeepsTheLastRunsAndFeedsTheReader)
     for (const char *other :
          {"Run Tool_2014-01-01-000000_12.vqnLog", "Run Tool_2014-01-02-000000.vqnLog",
           "Run Tool_notes.vqnLog", "Run ToolX_2014-01-01-000000.vqnLog"})
-        writeFile(folder + "/" + other, "");
+        vkWriteFile(folder + "/" + other);
 
     const QDateTime t0(QDate(2014, 1, 3), QTime(10, 10, 10), Qt::UTC);
-    for (int run = 0; run < 3; ++run) {
-        QFile f(VKRunLog::prepareRunLogFile("Run Tool", t0.addSecs(run * 3600), 3));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray("run ") + QByteArray::number(run) + "\n");
-    }
+    for (int run = 0; run < 3; ++run)
+        vkWriteFile(VKRunLog::prepareRunLogFile("Run Tool", t0.addSecs(run * 3600), 3),
+                    "run " + QByteArray::number(run) + "\n");
     EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
               QStringList({"Run ToolX_2014-01-01-000000.vqnLog",
                            "Run Tool_2014-01-03-101010.vqnLog", "Run Tool_2014-01-03-111010.vqnLog",

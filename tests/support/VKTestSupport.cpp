@@ -40,15 +40,19 @@ QString VKTempDir::filePath(const QString &relative) const
     return m_dir.filePath(relative);
 }
 
+QString vkWriteFile(const QString &path, const QByteArray &contents)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw std::runtime_error(("cannot write " + path).toStdString());
+    file.write(contents);
+    return path;
+}
+
 QString VKTempDir::writeFile(const QString &relative, const QByteArray &contents) const
 {
-    const QString full = filePath(relative);
-    QDir().mkpath(QFileInfo(full).absolutePath());
-    QFile file(full);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        throw std::runtime_error(("cannot write " + full).toStdString());
-    file.write(contents);
-    return full;
+    return vkWriteFile(filePath(relative), contents);
 }
 
 QString VKTempDir::makeDir(const QString &relative) const
@@ -102,8 +106,8 @@ QString vkRunTestBinary(const QString &name, const QStringList &arguments)
     const QString output = QString::fromUtf8(run.output + run.errors);
     if (!run.finished)
         return output + QStringLiteral("did not finish");
-    return output + (run.status < 0 ? QStringLiteral("crashed")
-                                    : QStringLiteral("exit %1").arg(run.status));
+    return output +
+           (run.status < 0 ? QStringLiteral("crashed") : QStringLiteral("exit %1").arg(run.status));
 }
 
 QString vkRaisedBy(const std::function<void()> &call)

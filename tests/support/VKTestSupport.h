@@ -18,6 +18,9 @@
 void PrintTo(const QString &text, std::ostream *out);
 std::ostream &operator<<(std::ostream &out, const QString &text);
 
+// Writes a file (creating its folders) and answers its path.
+QString vkWriteFile(const QString &path, const QByteArray &contents = {});
+
 // A temporary folder removed with everything in it when the object goes.
 class VKTempDir
 {

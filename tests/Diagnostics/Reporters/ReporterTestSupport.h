@@ -11,7 +11,6 @@
 #include "Foundation/VKSearchPaths.h"
 #include "Foundation/VKUserDefaults.h"
 
-#include "../DiagnosticsTestSupport.h"
 #include "VKReportServerProcess.h"
 #include "VKTestSupport.h"
 

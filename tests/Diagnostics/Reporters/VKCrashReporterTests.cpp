@@ -194,12 +194,12 @@ protected:
         reports = env.library() + "/Logs/DiagnosticReports/";
         logs = env.library() + "/Logs/Vessan/";
         sentReport =
-            writeFile(reports + "ReporterHost_2026-01-01-101010_host.crash", "old crash\n");
+            vkWriteFile(reports + "ReporterHost_2026-01-01-101010_host.crash", "old crash\n");
         newReport =
-            writeFile(reports + "ReporterHost_2026-01-02-101010_host.crash", kNewReport.toUtf8());
-        writeFile(reports + "Other_2026-01-02-101010_host.crash", "not ours\n");
-        writeFile(logs + "ReporterHost_2026-01-02-100000_1.vqnLog", "run one\n");
-        writeFile(logs + "ReporterHost_2026-01-02-110000_2.vqnLog", "run two\n");
+            vkWriteFile(reports + "ReporterHost_2026-01-02-101010_host.crash", kNewReport.toUtf8());
+        vkWriteFile(reports + "Other_2026-01-02-101010_host.crash", "not ours\n");
+        vkWriteFile(logs + "ReporterHost_2026-01-02-100000_1.vqnLog", "run one\n");
+        vkWriteFile(logs + "ReporterHost_2026-01-02-110000_2.vqnLog", "run two\n");
         env.defaults()->setObject(QStringList({sentReport, "/elsewhere/Other.crash"}),
                                   kVKSentCrashLogFilePaths);
         env.defaults()->synchronize();
@@ -280,7 +280,7 @@ TEST_F(CrashSendTest, EveryFieldArrivesThenNoCrashFieldsOnASecondSend)
     EXPECT_FALSE(reporter->reportWindow()->isVisible());
 
     // The same reporter again: no crash fields, only the run log that is new since.
-    writeFile(logs + "ReporterHost_2026-01-03-110000_3.vqnLog", "three\n");
+    vkWriteFile(logs + "ReporterHost_2026-01-03-110000_3.vqnLog", "three\n");
     const auto second = send(reporter);
     ASSERT_TRUE(second);
     EXPECT_EQ(
@@ -335,7 +335,7 @@ public:
 TEST_F(CrashSendTest, SubclassNamesAndExtraFields)
 {
     const QString helperReport =
-        writeFile(reports + "HelperTool_2026-01-02-120000_host.crash", "helper crashed\n");
+        vkWriteFile(reports + "HelperTool_2026-01-02-120000_host.crash", "helper crashed\n");
     auto suite = VKCrashReporter::create<SuiteCrashReporter>();
     ASSERT_TRUE(suite);
     EXPECT_EQ(suite->runLogReaders().size(), 2);
